@@ -1,0 +1,37 @@
+// Plain views of host images: what the pixel kernels work on, so that a
+// kernel never touches an interface and can be tested without a host.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "image/pixel.h"
+#include "qel/image.h"
+
+struct ImageView {
+    unsigned char* bits = nullptr;
+    int stride = 0;  // signed bytes per row
+    int width = 0;
+    int height = 0;
+    int planes = 0;
+    int bitCount = 0;
+    unsigned int colourModel = 0;
+
+    unsigned char* Row(int y) const { return RowAt(bits, y, stride); }
+    bool Empty() const { return width == 0 || height == 0; }
+    // Bytes one row of pixels occupies (without padding).
+    size_t RowBytes() const { return (static_cast<size_t>(width) * static_cast<size_t>(bitCount) + 7) / 8; }
+    bool HasAlpha() const {
+        return bitCount == 32 && (colourModel == QEL_MODEL_ARGB || colourModel == QEL_MODEL_ABGR);
+    }
+};
+
+// Reads size, format and plane 0 of `image` (results of the slots are not checked).
+inline ImageView ReadImageView(IQEL* image) {
+    ImageView view;
+    int reserved = 0;
+    image->GetSize(&view.width, &view.height, &view.planes);
+    image->GetFormat(&view.bitCount, &view.colourModel, &reserved);
+    image->GetBits(0, &reserved, &view.bits, &view.stride);
+    return view;
+}
