@@ -31,3 +31,9 @@ struct QELObject {
 
 // A new "QELImageDIB" image made through the global collection, or null.
 IQELImage* CreateImageThroughCollection();
+
+// Holders for the two roads to a new image; empty when no image could be made.
+inline SmartPtr<IQELImage> NewImageThroughCollection() {
+    return SmartPtr<IQELImage>(CreateImageThroughCollection());
+}
+inline SmartPtr<IQELImageDIB> NewImageDIB() { return SmartPtr<IQELImageDIB>(QELObject::CreateImageDIB()); }
