@@ -1,0 +1,185 @@
+// The host runtime: the "QELImageDIB" image, strings, locators and the
+// global collection, used through their interfaces as a host would.
+#include <gtest/gtest.h>
+
+#include <climits>
+
+#include "support/test_image.h"
+
+namespace {
+
+using qeltest::TestHost;
+
+SmartPtr<IQELImageDIB> NewImage() { return TestHost().NewImage(); }
+
+TEST(ImageDIB, CreateLaysOutZeroedTopDownRowsPaddedToFourBytes) {
+    struct Case {
+        int width, bitCount, stride;
+    };
+    for (const Case c : {Case{5, 24, 16}, Case{5, 32, 20}, Case{5, 8, 8}, Case{9, 4, 8}, Case{33, 1, 8},
+                         Case{3, 16, 8}, Case{1, 1, 4}}) {
+        SmartPtr<IQELImageDIB> image = NewImage();
+        ASSERT_EQ(image->Create(c.width, 3, 1, c.bitCount, QEL_MODEL_BGR), QEL_OK);
+        const qel::Pixels p = qel::PixelsOf(image.Get());
+        EXPECT_EQ(p.stride, c.stride) << c.width << "x" << c.bitCount;
+        ASSERT_NE(p.bits, nullptr);
+        // Every byte of the block, and the slack after it, starts at zero.
+        for (int i = 0; i < 3 * p.stride + 16; ++i) ASSERT_EQ(p.bits[i], 0) << i;
+    }
+}
+
+TEST(ImageDIB, ReportsWhatWasCreated) {
+    SmartPtr<IQELImageDIB> image = NewImage();
+    ASSERT_EQ(image->Create(7, 4, 2, 32, QEL_MODEL_ARGB), QEL_OK);
+    int width = 0, height = 0, planes = 0, bitCount = 0, reserved = -1;
+    unsigned model = 0;
+    image->GetSize(&width, &height, &planes);
+    image->GetFormat(&bitCount, &model, &reserved);
+    EXPECT_EQ(width, 7);
+    EXPECT_EQ(height, 4);
+    EXPECT_EQ(planes, 2);
+    EXPECT_EQ(bitCount, 32);
+    EXPECT_EQ(model, QEL_MODEL_ARGB);
+    EXPECT_EQ(reserved, 0);
+    unsigned char *plane0 = nullptr, *plane1 = nullptr, *none = reinterpret_cast<unsigned char*>(1);
+    int stride = 0;
+    EXPECT_EQ(image->GetBits(0, &reserved, &plane0, &stride), QEL_OK);
+    EXPECT_EQ(image->GetBits(1, &reserved, &plane1, &stride), QEL_OK);
+    EXPECT_NE(plane0, plane1) << "one buffer per plane";
+    EXPECT_EQ(image->GetBits(2, &reserved, &none, &stride), QEL_E_INVALIDARG);
+    EXPECT_EQ(none, nullptr);
+}
+
+TEST(ImageDIB, RefusesBadSizesAndDepthsAndKeepsItsContent) {
+    SmartPtr<IQELImageDIB> image = NewImage();
+    ASSERT_EQ(image->Create(2, 2, 1, 8, QEL_MODEL_MONO), QEL_OK);
+    qel::PixelsOf(image.Get()).bits[0] = 42;
+
+    EXPECT_EQ(image->Create(-1, 2, 1, 8, QEL_MODEL_MONO), QEL_E_INVALIDARG);
+    EXPECT_EQ(image->Create(2, -1, 1, 8, QEL_MODEL_MONO), QEL_E_INVALIDARG);
+    EXPECT_EQ(image->Create(2, 2, 0, 8, QEL_MODEL_MONO), QEL_E_INVALIDARG);
+    for (int bitCount : {0, 2, 7, 12, 25, 31, 33, 64, -8})
+        EXPECT_EQ(image->Create(2, 2, 1, bitCount, QEL_MODEL_MONO), QEL_E_INVALIDARG) << bitCount;
+    // Byte counts that do not fit: a stride beyond INT_MAX, and rows times stride beyond memory.
+    EXPECT_EQ(image->Create(INT_MAX, 1, 1, 32, QEL_MODEL_BGR), QEL_E_INVALIDARG);
+    EXPECT_EQ(image->Create(INT_MAX / 4, INT_MAX, 16, 32, QEL_MODEL_BGR), QEL_E_INVALIDARG);
+    const QResult huge = image->Create(1 << 20, 1 << 20, 16, 32, QEL_MODEL_BGR);  // 64 TiB
+    EXPECT_TRUE(huge == QEL_E_OUTOFMEMORY || huge == QEL_E_INVALIDARG) << std::hex << huge;
+
+    const qel::Pixels p = qel::PixelsOf(image.Get());
+    EXPECT_EQ(p.width, 2);
+    EXPECT_EQ(p.bitCount, 8);
+    EXPECT_EQ(p.bits[0], 42);
+}
+
+TEST(ImageDIB, EmptyImagesHaveNoPixels) {
+    SmartPtr<IQELImageDIB> image = NewImage();
+    EXPECT_EQ(image->Create(0, 5, 1, 24, QEL_MODEL_BGR), QEL_OK);
+    EXPECT_EQ(qel::PixelsOf(image.Get()).stride, 0);
+    EXPECT_EQ(image->Fill(0xFFFFFFFF), QEL_OK);
+    EXPECT_EQ(image->Clear(), QEL_OK);
+    const qel::Pixels p = qel::PixelsOf(image.Get());
+    EXPECT_EQ(p.bits, nullptr);
+    EXPECT_EQ(p.width, 0);
+}
+
+TEST(ImageDIB, FillHonoursEveryDepth) {
+    struct Case {
+        int bitCount;
+        std::vector<unsigned char> firstRow;
+    };
+    const unsigned colour = 0x80C86432;  // alpha 0x80, red 200, green 100, blue 50
+    // grey (50 + 100 + 200 + 1) / 3 = 117: 117 & 15 = 5, 117 & 1 = 1.
+    const Case cases[] = {
+        {32, {0x32, 0x64, 0xC8, 0x80, 0x32, 0x64, 0xC8, 0x80, 0x32, 0x64, 0xC8, 0x80}},
+        {24, {0x32, 0x64, 0xC8, 0x32, 0x64, 0xC8, 0x32, 0x64, 0xC8, 0, 0, 0}},
+        {16, {0x26, 0xCB, 0x26, 0xCB, 0x26, 0xCB, 0, 0}},  // 5-6-5: 11001 011001 00110
+        {8, {117, 117, 117, 0}},
+        {4, {0x55, 0x55, 0, 0}},
+        {1, {0xFF, 0, 0, 0}},
+    };
+    for (const Case& c : cases) {
+        SmartPtr<IQELImageDIB> image = NewImage();
+        ASSERT_EQ(image->Create(3, 2, 1, c.bitCount, 0), QEL_OK);
+        ASSERT_EQ(image->Fill(colour), QEL_OK);
+        const qel::Pixels p = qel::PixelsOf(image.Get());
+        const std::vector<unsigned char> row(p.Row(1), p.Row(1) + p.stride);
+        EXPECT_EQ(row, c.firstRow) << c.bitCount << " bits:\n" << qeltest::HexRows(row, row.size());
+    }
+}
+
+TEST(ImageDIB, AssignCopiesSizeFormatPixelsAndPalette) {
+    qeltest::BufferImage* raw = qeltest::BufferImage::Make(3, 2, 8, QEL_MODEL_MONO, 5, true);
+    SmartPtr<IQELImageDIB> source(raw);
+    raw->FillRandom(11);
+    SmartPtr<IQELImageDIB> target = NewImage();
+    ASSERT_EQ(target->Create(9, 9, 1, 32, QEL_MODEL_ARGB), QEL_OK);
+    ASSERT_EQ(target->Assign(source.Get(), 0), QEL_OK);
+    const qel::Pixels p = qel::PixelsOf(target.Get());
+    EXPECT_EQ(p.width, 3);
+    EXPECT_EQ(p.height, 2);
+    EXPECT_EQ(p.bitCount, 8);
+    EXPECT_EQ(p.colourModel, QEL_MODEL_MONO);
+    EXPECT_EQ(p.stride, 4) << "the copy is laid out the runtime's way";
+    EXPECT_EQ(qeltest::PixelBytes(target.Get()), qeltest::PixelBytes(source.Get()));
+
+    // A palette travels with Assign; the palette interface is answered only while one is set.
+    SmartPtr<IQELImageDIB> paletted = NewImage();
+    paletted->Create(2, 1, 1, 8, QEL_MODEL_MONO);
+    EXPECT_FALSE(QueryAs<IQELImagePalette>(paletted.Get(), qel::iid::IQELImagePalette));
+    const RGBQUAD entries[3] = {{1, 2, 3, 0}, {4, 5, 6, 0}, {7, 8, 9, 0}};
+    ASSERT_EQ(paletted->SetPalette(entries, 3), QEL_OK);
+    ASSERT_EQ(target->Assign(paletted.Get(), 0), QEL_OK);
+    SmartPtr<IQELImagePalette> palette = QueryAs<IQELImagePalette>(target.Get(), qel::iid::IQELImagePalette);
+    ASSERT_TRUE(palette);
+    RGBQUAD* got = nullptr;
+    unsigned count = 0;
+    ASSERT_EQ(palette->GetPalette(&got, &count), QEL_OK);
+    ASSERT_EQ(count, 3u);
+    EXPECT_EQ(got[2].rgbRed, 9);
+    EXPECT_EQ(paletted->SetPalette(entries, 257), QEL_E_INVALIDARG);
+    EXPECT_EQ(paletted->SetPalette(nullptr, 2), QEL_E_POINTER);
+    EXPECT_EQ(paletted->SetPalette(nullptr, 0), QEL_OK);
+    EXPECT_FALSE(QueryAs<IQELImagePalette>(paletted.Get(), qel::iid::IQELImagePalette));
+
+    EXPECT_EQ(target->Assign(target.Get(), 0), QEL_OK) << "assigning to itself changes nothing";
+    EXPECT_EQ(qel::PixelsOf(target.Get()).width, 2);
+}
+
+TEST(RuntimeStrings, CreatableStringAppendsAndLocatorsResolve) {
+    SmartPtr<ICreatableString> text;
+    ASSERT_EQ(TestHost().Collection()->CreateComponent(qel::REF(L"CreatableString"),
+                                                        &qel::iid::ICreatableString, text.OutVoid()),
+              QEL_OK);
+    const wchar_t letters[] = L"QELImageDIB";
+    for (int i = 0; i < 11; ++i) text->AppendChars(1, &letters[i]);
+    int index = -1;
+    SmartPtr<IString> asString = QueryAs<IString>(text.Get(), qel::iid::IString);
+    ASSERT_TRUE(asString);
+    ASSERT_EQ(TestHost().Collection()->FindItem(asString.Get(), &index), QEL_OK);
+    SmartPtr<IUnknown> item;
+    ASSERT_EQ(TestHost().Collection()->GetItem(index, item.Out()), QEL_OK);
+    SmartPtr<IComponentString> locator = QueryAs<IComponentString>(item.Get(), qel::iid::IComponentString);
+    ASSERT_TRUE(locator);
+    SmartPtr<IQELImageDIB> image;
+    EXPECT_EQ(locator->CreateInstance(&qel::iid::IQELImageDIB, image.OutVoid()), QEL_OK);
+    EXPECT_TRUE(image);
+
+    text->SetString(qel::REF(L"NoSuchComponent"));
+    EXPECT_LT(TestHost().Collection()->FindItem(asString.Get(), &index), 0);
+    EXPECT_EQ(index, -1);
+}
+
+TEST(RuntimeCollection, CreatesTheModuleComponentsByName) {
+    SmartPtr<IQELMaths> maths;
+    EXPECT_EQ(TestHost().Collection()->CreateComponent(qel::REF(L"QELMaths"), &qel::iid::IQELMaths,
+                                                        maths.OutVoid()),
+              QEL_OK);
+    EXPECT_TRUE(maths);
+    SmartPtr<IUnknown> none;
+    EXPECT_EQ(TestHost().Collection()->CreateComponent(qel::REF(L"Nothing"), &qel::iid::IUnknown, none.OutVoid()),
+              QEL_E_FAIL);
+    EXPECT_FALSE(none);
+}
+
+}  // namespace

@@ -1,0 +1,225 @@
+// The module's client side of the host services: loading the collections
+// module by the folder rule, its failure message and retry, and the two roads
+// to a new image. Loader state and the module's caches are process-wide, so
+// each case runs in a child process of its own.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <climits>
+#include <cstdlib>
+#include <functional>
+#include <string>
+
+#include "module/host_services.h"
+#include "module/iids.h"
+#include "support/test_image.h"
+
+extern "C" QResult InitializeModule(void* reserved, IComponentCollection* collection);
+
+namespace {
+
+struct ChildResult {
+    int exitCode = -1;
+    std::string output;
+};
+
+// Runs `body` in a forked child with standard output captured; the child's
+// exit code is what `body` returns.
+ChildResult RunInChild(const std::function<int()>& body) {
+    int pipeEnds[2];
+    if (pipe(pipeEnds) != 0) return {};
+    std::fflush(stdout);
+    const pid_t child = fork();
+    if (child == 0) {
+        close(pipeEnds[0]);
+        dup2(pipeEnds[1], STDOUT_FILENO);
+        const int code = body();
+        std::fflush(stdout);
+        _exit(code);
+    }
+    close(pipeEnds[1]);
+    ChildResult result;
+    char buffer[512];
+    ssize_t got;
+    while ((got = read(pipeEnds[0], buffer, sizeof(buffer))) > 0) result.output.append(buffer, static_cast<size_t>(got));
+    close(pipeEnds[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+// A fresh, empty working directory, removed with what the test left in it.
+class ScratchDirectory {
+public:
+    ScratchDirectory() {
+        char pattern[] = "/tmp/qel-host-XXXXXX";
+        const char* made = mkdtemp(pattern);
+        path_ = made != nullptr ? made : "";
+    }
+    ~ScratchDirectory() {
+        if (path_.empty()) return;
+        unlink((path_ + "/_binLIN64").c_str());
+        rmdir(path_.c_str());
+    }
+    const char* c_str() const { return path_.c_str(); }
+
+private:
+    std::string path_;
+};
+
+std::string BuildFolder() {
+    char path[PATH_MAX];
+    return getcwd(path, sizeof(path)) != nullptr ? path : ".";
+}
+
+size_t Count(const std::string& text, const std::string& piece) {
+    size_t count = 0;
+    for (size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1)) ++count;
+    return count;
+}
+
+TEST(GlobalComponents, ReportsAMissingCollectionsModuleAndRetries) {
+    const std::string build = BuildFolder();
+    const ScratchDirectory scratch;
+    const ChildResult result = RunInChild([&] {
+        if (chdir(scratch.c_str()) != 0) return 10;
+        if (GLOBALComponents() != nullptr) return 11;
+        if (GLOBALComponents() != nullptr) return 12;
+        // Once the module folder appears, the next call loads it.
+        if (symlink((build + "/_binLIN64").c_str(), "_binLIN64") != 0) return 13;
+        SmartPtr<IComponentCollection> collection(GLOBALComponents());
+        if (!collection) return 14;
+        SmartPtr<IComponentCollection> again(GLOBALComponents());
+        return again.Get() == collection.Get() ? 0 : 15;
+    });
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_EQ(Count(result.output, "Module not available ./_binLIN64/CollectionsEx.so, error "), 2u)
+        << result.output;
+    EXPECT_EQ(Count(result.output, "\n"), 2u) << "one line per failed attempt:\n" << result.output;
+    EXPECT_NE(result.output.find("CollectionsEx.so: cannot open shared object file"), std::string::npos)
+        << "the loader's own message follows:\n" << result.output;
+}
+
+TEST(GlobalComponents, UsesTheHandedOverCollectionWithoutLoadingAnything) {
+    IComponentCollection* host = qeltest::TestHost().Collection();
+    const ScratchDirectory scratch;
+    const ChildResult result = RunInChild([&] {
+        if (chdir(scratch.c_str()) != 0) return 10;
+        InitializeModule(nullptr, host);
+        SmartPtr<IComponentCollection> collection(GLOBALComponents());
+        if (collection.Get() != host) return 11;
+        SmartPtr<IQELImage> image = NewImageThroughCollection();
+        return image ? 0 : 12;
+    });
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.output, "");
+}
+
+TEST(ModuleCreateFunction, RefusesNamesLongerThanThePathBuffer) {
+    const ChildResult result = RunInChild([] {
+        // 12 + 248 + 3 + 1 = 264 bytes fits; 249 characters would not.
+        const std::wstring fits(248, L'x');
+        const std::wstring tooLong(249, L'x');
+        const std::wstring huge(100000, L'y');
+        if (MODULECreateFunction(tagREFString{fits.size(), fits.c_str()}, qel::REF(L"Anything")) != nullptr)
+            return 10;
+        if (MODULECreateFunction(tagREFString{tooLong.size(), tooLong.c_str()}, qel::REF(L"Anything")) != nullptr)
+            return 11;
+        if (MODULECreateFunction(tagREFString{huge.size(), huge.c_str()}, qel::REF(L"Anything")) != nullptr)
+            return 12;
+        return 0;
+    });
+    EXPECT_EQ(result.exitCode, 0);
+    // Only the name that fits reaches the loader and its message.
+    EXPECT_EQ(Count(result.output, "Module not available ./_binLIN64/" + std::string(248, 'x') + ".so, error"), 1u);
+    EXPECT_EQ(Count(result.output, "Module not available"), 1u) << result.output;
+}
+
+TEST(ModuleCreateFunction, LoadsASiblingAndAsksItForTheComponent) {
+    const ChildResult result = RunInChild([] {
+        QELCreateInstanceFn create = MODULECreateFunction(qel::REF(L"CollectionsEx"), qel::REF(L"QELImageDIB"));
+        if (create == nullptr) return 10;
+        SmartPtr<IQELImage> image;
+        if (create(nullptr, &IID_IQELImage, image.OutVoid()) != QEL_OK || !image) return 11;
+        // An unknown component gives a null creation function, without a message.
+        return MODULECreateFunction(qel::REF(L"CollectionsEx"), qel::REF(L"NoSuchThing")) == nullptr ? 0 : 12;
+    });
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.output, "");
+}
+
+// Forwards to the runtime's collection and counts the lookups the module makes.
+class CountingProxy final : public IComponentCollection {
+public:
+    explicit CountingProxy(IComponentCollection* inner) : inner_(inner) {}
+    std::atomic<int> findItemCalls{0};
+    std::atomic<int> createComponentCalls{0};
+    QResult QueryInterface(const IID& iid, void** object) override { return inner_->QueryInterface(iid, object); }
+    uint32_t AddRef() override { return 2; }
+    uint32_t Release() override { return 1; }
+    QResult GetCount(int* count) override { return inner_->GetCount(count); }
+    QResult GetItem(int index, IUnknown** item) override { return inner_->GetItem(index, item); }
+    QResult FindItem(IString* name, int* index) override {
+        ++findItemCalls;
+        return inner_->FindItem(name, index);
+    }
+    QResult AddItem(tagREFString n, IUnknown* i, int* x) override { return inner_->AddItem(n, i, x); }
+    QResult RemoveItem(int index) override { return inner_->RemoveItem(index); }
+    QResult GetItemName(int index, tagREFString* name) override { return inner_->GetItemName(index, name); }
+    QResult RegisterComponent(tagREFString n, tagREFString m, tagREFString c) override {
+        return inner_->RegisterComponent(n, m, c);
+    }
+    QResult Reserved10() override { return QEL_E_NOTIMPL; }
+    QResult Reserved11() override { return QEL_E_NOTIMPL; }
+    QResult Reserved12() override { return QEL_E_NOTIMPL; }
+    QResult Reserved13() override { return QEL_E_NOTIMPL; }
+    QResult Reserved14() override { return QEL_E_NOTIMPL; }
+    QResult Reserved15() override { return QEL_E_NOTIMPL; }
+    QResult CreateComponent(tagREFString name, const IID* iid, void** object) override {
+        ++createComponentCalls;
+        return inner_->CreateComponent(name, iid, object);
+    }
+
+private:
+    IComponentCollection* inner_;
+};
+
+TEST(CreateImageDIB, ResolvesTheLocatorOnceAndMakesDistinctImages) {
+    IComponentCollection* host = qeltest::TestHost().Collection();
+    const ChildResult result = RunInChild([&] {
+        CountingProxy proxy(host);
+        InitializeModule(nullptr, &proxy);
+        SmartPtr<IQELImageDIB> first = NewImageDIB();
+        SmartPtr<IQELImageDIB> second = NewImageDIB();
+        SmartPtr<IQELImageDIB> third = NewImageDIB();
+        if (!first || !second || !third) return 10;
+        if (first.Get() == second.Get() || second.Get() == third.Get()) return 11;
+        if (proxy.findItemCalls != 1) return 12;
+        if (qeltest::RefCountOf(first.Get()) != 1) return 13;
+        // The string locator came from the collection (a null interface id asks for it).
+        if (proxy.createComponentCalls != 1) return 14;
+        SmartPtr<IQELImage> viaCollection = NewImageThroughCollection();
+        if (!viaCollection || proxy.createComponentCalls != 2) return 15;
+        if (viaCollection->Create(3, 2, 1, 24, QEL_MODEL_BGR) != QEL_OK) return 16;
+        InitializeModule(nullptr, nullptr);
+        return 0;
+    });
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+}
+
+TEST(CreateImageDIB, FindsTheRuntimeByTheFolderRuleWhenNoCollectionWasHandedOver) {
+    const ChildResult result = RunInChild([] {
+        SmartPtr<IQELImageDIB> image = NewImageDIB();
+        if (!image) return 10;
+        if (image->Create(2, 2, 1, 8, QEL_MODEL_MONO) != QEL_OK) return 11;
+        SmartPtr<IQELImage> other = NewImageThroughCollection();
+        return other ? 0 : 12;
+    });
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_EQ(result.output, "");
+}
+
+}  // namespace
