@@ -1,7 +1,191 @@
-// Morphology, edge and contour filters.
+// Morphology, edge and contour filters: Erode, Dilate, Edge and Contour.
+#include <algorithm>
+#include <cstdlib>
+
+#include "filter/filter_kernels.h"
 #include "filter/filter_transform.h"
 
-QResult CQELFilterTransform::Erode(IQEL*, int, IQEL**) { return QEL_E_NOTIMPL; }
-QResult CQELFilterTransform::Dilate(IQEL*, int, IQEL**) { return QEL_E_NOTIMPL; }
-QResult CQELFilterTransform::Edge(IQEL*, int, IQEL**) { return QEL_E_NOTIMPL; }
-QResult CQELFilterTransform::Contour(IQEL*, IQEL**) { return QEL_E_NOTIMPL; }
+namespace {
+
+uint32_t Combine(Extremum extremum, const int low[3], const int high[3], int alpha) {
+    switch (extremum) {
+        case Extremum::Minimum:
+            return PackColor(low[0], low[1], low[2], alpha);
+        case Extremum::Maximum:
+            return PackColor(high[0], high[1], high[2], alpha);
+        default:
+            return PackColor(high[0] - low[0], high[1] - low[1], high[2] - low[2], alpha);
+    }
+}
+
+// One output pixel through the pixel helpers. Every outside neighbour has the
+// same colour, so it is taken into the extremes once when any exists.
+uint32_t ExtremumPixel(const ImageView& src, Extremum extremum, int64_t size, uint32_t outside, int64_t x,
+                       int64_t y) {
+    int low[3] = {255, 255, 255}, high[3] = {0, 0, 0};
+    // Without neighbours the extremes keep their starting values; the alpha
+    // of the previous output pixel is then always that of the first, 0.
+    if (size <= 0) return Combine(extremum, low, high, 0);
+    const int64_t left = x - size / 2, top = y - size / 2;
+    const Span cols = ClipWindow(left, size, src.width), rows = ClipWindow(top, size, src.height);
+    auto take = [&](uint32_t c) {
+        const int channel[3] = {BlueOf(c), GreenOf(c), RedOf(c)};
+        for (int k = 0; k < 3; ++k) {
+            low[k] = std::min(low[k], channel[k]);
+            high[k] = std::max(high[k], channel[k]);
+        }
+    };
+    for (int64_t sx = cols.first; sx <= cols.last; ++sx)
+        for (int64_t sy = rows.first; sy <= rows.last; ++sy) take(NeighbourColor(src, sx, sy));
+    if (cols.Count() * rows.Count() < size * size) take(outside);
+    const int alpha = AlphaOf(NeighbourColor(src, left + size - 1, top + size - 1));
+    return Combine(extremum, low, high, alpha);
+}
+
+// Interior rows straight from the buffer, in two exact passes (minimum and
+// maximum do not care about grouping): down the size rows of every channel
+// byte, then across size pixels. Grey images need one channel.
+template <int kBytes>
+void ExtremumInterior(const ImageView& src, const ImageView& dst, Extremum extremum, int size, Span xs, Span ys,
+                      unsigned char* scratch) {
+    const int half = size / 2;
+    const size_t rowLanes = static_cast<size_t>(src.width) * kBytes;
+    const size_t outLanes = static_cast<size_t>(xs.Count()) * kBytes;
+    unsigned char* columnLow = scratch;
+    unsigned char* columnHigh = columnLow + rowLanes;
+    unsigned char* low = columnHigh + rowLanes;
+    unsigned char* high = low + rowLanes;
+    const unsigned char* first = nullptr;
+    for (int64_t y = ys.first; y <= ys.last; ++y) {
+        first = src.Row(static_cast<int>(y - half));
+        std::copy(first, first + rowLanes, columnLow);
+        std::copy(first, first + rowLanes, columnHigh);
+        for (int j = 1; j < size; ++j) {
+            const unsigned char* row = src.Row(static_cast<int>(y - half + j));
+            for (size_t n = 0; n < rowLanes; ++n) {
+                columnLow[n] = std::min(columnLow[n], row[n]);
+                columnHigh[n] = std::max(columnHigh[n], row[n]);
+            }
+        }
+        // Output lane n of the interior starts its window at lane n of the row.
+        std::copy(columnLow, columnLow + outLanes, low);
+        std::copy(columnHigh, columnHigh + outLanes, high);
+        for (int i = 1; i < size; ++i) {
+            const unsigned char* shiftedLow = columnLow + static_cast<size_t>(i) * kBytes;
+            const unsigned char* shiftedHigh = columnHigh + static_cast<size_t>(i) * kBytes;
+            for (size_t n = 0; n < outLanes; ++n) {
+                low[n] = std::min(low[n], shiftedLow[n]);
+                high[n] = std::max(high[n], shiftedHigh[n]);
+            }
+        }
+        unsigned char* out = dst.Row(static_cast<int>(y)) + xs.first * kBytes;
+        for (size_t n = 0; n < outLanes; ++n) {
+            out[n] = extremum == Extremum::Minimum   ? low[n]
+                     : extremum == Extremum::Maximum ? high[n]
+                                                     : static_cast<unsigned char>(high[n] - low[n]);
+        }
+        if (kBytes == 4) {
+            const unsigned char* last = src.Row(static_cast<int>(y - half + size - 1)) + (xs.first - half + size - 1) * 4;
+            for (size_t n = 3; n < outLanes; n += 4) out[n] = last[n];
+        }
+    }
+}
+
+// The contour rule: per channel, a neighbour replaces the kept value t when
+// its difference to the centre exceeds t, and then t becomes the neighbour's
+// value itself. Neighbours come column by column, top to bottom in each.
+template <class Read>
+uint32_t ContourPixel(uint32_t centre, Read&& read) {
+    const int c[3] = {BlueOf(centre), GreenOf(centre), RedOf(centre)};
+    int t[3] = {0, 0, 0};
+    for (int i = -1; i <= 1; ++i) {
+        for (int j = -1; j <= 1; ++j) {
+            const uint32_t neighbour = read(i, j);
+            const int n[3] = {BlueOf(neighbour), GreenOf(neighbour), RedOf(neighbour)};
+            for (int k = 0; k < 3; ++k)
+                if (n[k] - c[k] > t[k]) t[k] = n[k];
+        }
+    }
+    return PackColor(255 - t[0], 255 - t[1], 255 - t[2], AlphaOf(centre));
+}
+
+}  // namespace
+
+void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremum, int size, FilterPath path) {
+    const uint32_t outside = OutsideColor(src);
+    Span xs, ys;  // outputs computed on the fast path
+    const int bytes = path == FilterPath::Fast && size > 0 ? DirectPixelBytes(src) : 0;
+    unsigned char* scratch = nullptr;
+    if (bytes != 0) {
+        xs = InteriorOutputs(size, src.width);
+        ys = InteriorOutputs(size, src.height);
+        if (xs.Count() > 0 && ys.Count() > 0)
+            scratch = static_cast<unsigned char*>(std::malloc(static_cast<size_t>(src.width) * bytes * 4));
+        if (scratch == nullptr) xs = ys = Span{};  // nothing interior, or no memory: all general
+    }
+    if (scratch != nullptr) {
+        if (bytes == 1) ExtremumInterior<1>(src, dst, extremum, size, xs, ys, scratch);
+        if (bytes == 3) ExtremumInterior<3>(src, dst, extremum, size, xs, ys, scratch);
+        if (bytes == 4) ExtremumInterior<4>(src, dst, extremum, size, xs, ys, scratch);
+        std::free(scratch);
+    }
+    for (int y = 0; y < src.height; ++y) {
+        const bool interiorRow = y >= ys.first && y <= ys.last;
+        for (int x = 0; x < src.width; ++x) {
+            if (interiorRow && x == xs.first) x = static_cast<int>(xs.last) + 1;
+            if (x >= src.width) break;
+            const uint32_t c = ExtremumPixel(src, extremum, size, outside, x, y);
+            SetPixelColor(dst.bits, x, y, dst.width, dst.height, dst.stride, c, src.bitCount);
+        }
+    }
+}
+
+void ContourView(const ImageView& src, const ImageView& dst, FilterPath path) {
+    WithPixelKind(src, path, [&](auto kind) {
+        using Kind = decltype(kind);
+        for (int y = 0; y < src.height; ++y) {
+            const bool innerRow = y >= 1 && y + 1 < src.height;
+            for (int x = 0; x < src.width; ++x) {
+                const uint32_t centre = Kind::Read(src, x, y);
+                uint32_t c;
+                if (innerRow && x >= 1 && x + 1 < src.width)
+                    c = ContourPixel(centre, [&](int i, int j) { return Kind::Read(src, x + i, y + j); });
+                else
+                    c = ContourPixel(centre, [&](int i, int j) { return NeighbourColor(src, x + i, y + j); });
+                Kind::Write(dst, x, y, c);
+            }
+        }
+    });
+}
+
+namespace {
+
+QResult RunExtremum(IQEL* image, int size, Extremum extremum, DestinationRoad road, IQEL** result) {
+    if (image == nullptr) return QEL_E_FAIL;
+    FilterTarget target;
+    if (MakeFilterTarget(image, road, &target) != QEL_OK) return QEL_E_FAIL;
+    if (target.Writable()) MorphologyView(target.source, target.destination, extremum, size, FilterPath::Fast);
+    return HandOverResult(image, &target.image, result);
+}
+
+}  // namespace
+
+QResult CQELFilterTransform::Erode(IQEL* image, int size, IQEL** result) {
+    return RunExtremum(image, size, Extremum::Minimum, DestinationRoad::Collection, result);
+}
+
+QResult CQELFilterTransform::Dilate(IQEL* image, int size, IQEL** result) {
+    return RunExtremum(image, size, Extremum::Maximum, DestinationRoad::ImageDIB, result);
+}
+
+QResult CQELFilterTransform::Edge(IQEL* image, int size, IQEL** result) {
+    return RunExtremum(image, size, Extremum::Range, DestinationRoad::Collection, result);
+}
+
+QResult CQELFilterTransform::Contour(IQEL* image, IQEL** result) {
+    if (image == nullptr) return QEL_E_FAIL;
+    FilterTarget target;
+    if (MakeFilterTarget(image, DestinationRoad::Collection, &target) != QEL_OK) return QEL_E_FAIL;
+    if (target.Writable()) ContourView(target.source, target.destination, FilterPath::Fast);
+    return HandOverResult(image, &target.image, result);
+}

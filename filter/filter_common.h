@@ -1,0 +1,151 @@
+// Shared by every filter: the destination image, the result handover, the
+// neighbour rule and the pixel kinds the kernels are templated over.
+#pragma once
+
+#include <climits>
+#include <cstdint>
+
+#include "image/image_view.h"
+#include "image/pixel.h"
+#include "qel/image.h"
+
+// The two ways of making a new image; both give the same kind of image.
+enum class DestinationRoad { ImageDIB, Collection };
+
+// A filter's source, its freshly created destination and views of both.
+struct FilterTarget {
+    ImageView source;
+    ImageView destination;
+    SmartPtr<IQELImage> image;
+
+    // Pixels are computed only when the destination really has the source's
+    // geometry and depth, so a failed Create never leads to a write outside it.
+    bool Writable() const {
+        return destination.bits != nullptr && destination.width == source.width &&
+               destination.height == source.height && destination.bitCount == source.bitCount &&
+               source.width > 0 && source.height > 0;
+    }
+};
+
+// Reads the source and creates a destination of the same size and format.
+// QEL_E_FAIL when no image could be made (results of the image calls are not checked).
+QResult MakeFilterTarget(IQEL* source, DestinationRoad road, FilterTarget* target);
+
+// Stores the new image in `result`, or, with `result` null, copies it into the
+// source through Assign and releases it. Always QEL_OK.
+QResult HandOverResult(IQEL* source, SmartPtr<IQELImage>* image, IQEL** result);
+
+// Which code runs: Fast takes the direct-buffer loops where they apply,
+// General computes every pixel through the pixel helpers. Both give the same bytes.
+enum class FilterPath { Fast, General };
+
+// A neighbour's colour: inside the image the pixel itself, anywhere outside it
+// pixel (0, 0) with alpha 1 (no edge extension), black with alpha 1 without bits.
+inline uint32_t NeighbourColor(const ImageView& view, int64_t x, int64_t y) {
+    const bool inside = x >= 0 && y >= 0 && x < view.width && y < view.height;
+    return inside ? GetPixelColor(view.bits, static_cast<int>(x), static_cast<int>(y), view.width, view.height,
+                                  view.stride, view.bitCount)
+                  : GetPixelColor(view.bits, -1, -1, view.width, view.height, view.stride, view.bitCount);
+}
+
+// The colour every outside neighbour takes.
+inline uint32_t OutsideColor(const ImageView& view) { return NeighbourColor(view, -1, -1); }
+
+// A square neighbourhood clipped to the image. The window of output (x, y)
+// starts half = size / 2 to the left and above and spans size pixels, so an
+// even size reaches one pixel further up and left than down and right.
+struct Span {
+    int64_t first = 0;  // first inside index
+    int64_t last = -1;  // last inside index; empty when last < first
+    int64_t Count() const { return last >= first ? last - first + 1 : 0; }
+};
+inline Span ClipWindow(int64_t start, int64_t size, int64_t extent) {
+    Span span;
+    span.first = start < 0 ? 0 : start;
+    const int64_t end = start + size - 1;
+    span.last = end >= extent ? extent - 1 : end;
+    return span;
+}
+
+// Range of output positions whose whole window lies inside [0, extent).
+inline Span InteriorOutputs(int64_t size, int64_t extent) {
+    Span span;
+    span.first = size / 2;
+    span.last = extent - size + size / 2;
+    return span;
+}
+
+// Pixel kinds. The direct kinds read and write the buffer inline exactly as
+// GetPixelColor and SetPixelColor do; AnyPixels goes through them.
+struct GreyPixels {
+    static constexpr int kBytes = 1;
+    static uint32_t Read(const ImageView& v, int x, int y) { return v.Row(y)[x] * 0x010101u; }
+    static void Write(const ImageView& v, int x, int y, uint32_t c) {
+        v.Row(y)[x] = static_cast<unsigned char>(NearestGreyIndex(BlueOf(c), GreenOf(c), RedOf(c)));
+    }
+};
+struct BgrPixels {
+    static constexpr int kBytes = 3;
+    static uint32_t Read(const ImageView& v, int x, int y) {
+        const unsigned char* p = v.Row(y) + static_cast<ptrdiff_t>(x) * 3;
+        return PackColor(p[0], p[1], p[2], 0);
+    }
+    static void Write(const ImageView& v, int x, int y, uint32_t c) {
+        unsigned char* p = v.Row(y) + static_cast<ptrdiff_t>(x) * 3;
+        p[0] = static_cast<unsigned char>(BlueOf(c));
+        p[1] = static_cast<unsigned char>(GreenOf(c));
+        p[2] = static_cast<unsigned char>(RedOf(c));
+    }
+};
+struct BgraPixels {
+    static constexpr int kBytes = 4;
+    static uint32_t Read(const ImageView& v, int x, int y) {
+        const unsigned char* p = v.Row(y) + static_cast<ptrdiff_t>(x) * 4;
+        return PackColor(p[0], p[1], p[2], p[3]);
+    }
+    static void Write(const ImageView& v, int x, int y, uint32_t c) {
+        unsigned char* p = v.Row(y) + static_cast<ptrdiff_t>(x) * 4;
+        p[0] = static_cast<unsigned char>(BlueOf(c));
+        p[1] = static_cast<unsigned char>(GreenOf(c));
+        p[2] = static_cast<unsigned char>(RedOf(c));
+        p[3] = static_cast<unsigned char>(AlphaOf(c));
+    }
+};
+struct AnyPixels {
+    static constexpr int kBytes = 0;
+    static uint32_t Read(const ImageView& v, int x, int y) {
+        return GetPixelColor(v.bits, x, y, v.width, v.height, v.stride, v.bitCount);
+    }
+    static void Write(const ImageView& v, int x, int y, uint32_t c) {
+        SetPixelColor(v.bits, x, y, v.width, v.height, v.stride, c, v.bitCount);
+    }
+};
+
+// Calls fn with the pixel kind of `view`, chosen once per call.
+template <class Fn>
+void WithPixelKind(const ImageView& view, FilterPath path, Fn&& fn) {
+    if (path == FilterPath::Fast && view.bits != nullptr) {
+        switch (view.bitCount) {
+            case 8:
+                fn(GreyPixels{});
+                return;
+            case 24:
+                fn(BgrPixels{});
+                return;
+            case 32:
+                fn(BgraPixels{});
+                return;
+            default:
+                break;
+        }
+    }
+    fn(AnyPixels{});
+}
+
+// Bytes per pixel of the depths with a direct fast path, 0 for the others.
+inline int DirectPixelBytes(const ImageView& view) {
+    if (view.bits == nullptr) return 0;
+    return view.bitCount == 8 ? 1 : view.bitCount == 24 ? 3 : view.bitCount == 32 ? 4 : 0;
+}
+
+inline int ClampToByte(int value) { return value < 0 ? 0 : value > 255 ? 255 : value; }
