@@ -16,6 +16,9 @@ namespace {
 constexpr size_t kSlackBytes = 16;
 constexpr int kMaxPlanes = 16;
 constexpr unsigned kMaxPaletteEntries = 256;
+// Larger images are refused as out of memory before any allocation is tried
+// (64 GiB across all planes, well past what a machine here holds).
+constexpr unsigned long long kMaxImageBytes = 1ull << 36;
 
 bool SupportedBitCount(int bitCount) {
     switch (bitCount) {
@@ -65,6 +68,7 @@ QResult MakeLayout(int width, int height, int planes, int bitCount, unsigned col
     const unsigned long long planeBytes = stride * static_cast<unsigned long long>(height);
     if (planeBytes > (static_cast<unsigned long long>(PTRDIFF_MAX) - kSlackBytes) / static_cast<unsigned>(planes))
         return QEL_E_INVALIDARG;
+    if (planeBytes * static_cast<unsigned>(planes) > kMaxImageBytes) return QEL_E_OUTOFMEMORY;
     Layout layout;
     layout.width = width;
     layout.height = height;

@@ -63,8 +63,8 @@ TEST(ImageDIB, RefusesBadSizesAndDepthsAndKeepsItsContent) {
     // Byte counts that do not fit: a stride beyond INT_MAX, and rows times stride beyond memory.
     EXPECT_EQ(image->Create(INT_MAX, 1, 1, 32, QEL_MODEL_BGR), QEL_E_INVALIDARG);
     EXPECT_EQ(image->Create(INT_MAX / 4, INT_MAX, 16, 32, QEL_MODEL_BGR), QEL_E_INVALIDARG);
-    const QResult huge = image->Create(1 << 20, 1 << 20, 16, 32, QEL_MODEL_BGR);  // 64 TiB
-    EXPECT_TRUE(huge == QEL_E_OUTOFMEMORY || huge == QEL_E_INVALIDARG) << std::hex << huge;
+    // 64 TiB is refused before any allocation is tried.
+    EXPECT_EQ(image->Create(1 << 20, 1 << 20, 16, 32, QEL_MODEL_BGR), QEL_E_OUTOFMEMORY);
 
     const qel::Pixels p = qel::PixelsOf(image.Get());
     EXPECT_EQ(p.width, 2);
