@@ -92,8 +92,8 @@ void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* ker
 void ConvolveView(const ImageView& src, const ImageView& dst, const int* kernel, int size, int divisor,
                   int offset, FilterPath path) {
     const SumFinisher finish{divisor, offset};
-    uint32_t totalWeight = 0;
-    for (int64_t n = 0; n < static_cast<int64_t>(size) * size; ++n)
+    uint32_t totalWeight = 0;  // no taps at all for a non-positive size
+    for (int64_t n = 0; size > 0 && n < static_cast<int64_t>(size) * size; ++n)
         totalWeight += static_cast<uint32_t>(kernel[n]);
     const uint32_t outside = OutsideColor(src);
 
