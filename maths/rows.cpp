@@ -1,0 +1,77 @@
+// Plane views and row staging for the arithmetic kernels.
+#include "maths/rows.h"
+
+#include <cstring>
+#include <new>
+
+MathsPlane PlaneOf(unsigned char* bits, int stride, const ImageInfo& info) {
+    MathsPlane plane;
+    plane.bits = bits;
+    plane.stride = stride;
+    plane.step = stride;
+    if (bits == nullptr || info.width <= 0 || info.height <= 0 || info.bitCount <= 0) return plane;
+    const auto rowBytes = static_cast<ptrdiff_t>((static_cast<int64_t>(info.width) * info.bitCount + 7) / 8);
+    const ptrdiff_t lastRow = static_cast<ptrdiff_t>(info.height - 1) * stride;
+    plane.first = lastRow < 0 ? lastRow : 0;
+    plane.last = (lastRow < 0 ? 0 : lastRow) + rowBytes;
+    return plane;
+}
+
+MathsPlane GetPlane(IQEL* image, int index, const ImageInfo& info) {
+    unsigned char* bits = nullptr;
+    int stride = 0;
+    int reserved = 0;
+    if (image->GetBits(index, &reserved, &bits, &stride) < 0) bits = nullptr;
+    return PlaneOf(bits, stride, info);
+}
+
+RowStage::~RowStage() {
+    for (unsigned char* scratch : scratch_) delete[] scratch;
+}
+
+unsigned char* RowStage::Scratch(Slot slot, size_t count) {
+    if (count == 0) count = 1;
+    if (capacity_[slot] < count) {
+        delete[] scratch_[slot];
+        scratch_[slot] = new (std::nothrow) unsigned char[count];
+        capacity_[slot] = scratch_[slot] == nullptr ? 0 : count;
+        if (scratch_[slot] == nullptr) failed_ = true;
+    }
+    return scratch_[slot];
+}
+
+// Fills `scratch` with the span's bytes that lie inside the plane, 0 elsewhere.
+void RowStage::CopyInside(unsigned char* scratch, const MathsPlane& plane, ptrdiff_t offset, size_t count) {
+    std::memset(scratch, 0, count);
+    if (plane.bits == nullptr) return;
+    const ptrdiff_t begin = offset > plane.first ? offset : plane.first;
+    const ptrdiff_t spanEnd = offset + static_cast<ptrdiff_t>(count);
+    const ptrdiff_t end = spanEnd < plane.last ? spanEnd : plane.last;
+    if (begin < end)
+        std::memcpy(scratch + (begin - offset), plane.bits + begin, static_cast<size_t>(end - begin));
+}
+
+const unsigned char* RowStage::Read(Slot slot, const MathsPlane& plane, ptrdiff_t offset, size_t count) {
+    if (!alwaysStage_ && plane.Holds(offset, count)) return plane.bits + offset;
+    unsigned char* scratch = Scratch(slot, count);
+    if (scratch != nullptr) CopyInside(scratch, plane, offset, count);
+    return scratch;
+}
+
+unsigned char* RowStage::BeginWrite(Slot slot, const MathsPlane& plane, ptrdiff_t offset, size_t count) {
+    staged_[slot] = alwaysStage_ || !plane.Holds(offset, count);
+    if (!staged_[slot]) return plane.bits + offset;
+    unsigned char* scratch = Scratch(slot, count);
+    if (scratch != nullptr) CopyInside(scratch, plane, offset, count);
+    return scratch;
+}
+
+void RowStage::EndWrite(Slot slot, const MathsPlane& plane, ptrdiff_t offset, size_t count) {
+    if (!staged_[slot] || scratch_[slot] == nullptr || plane.bits == nullptr) return;
+    staged_[slot] = false;
+    const ptrdiff_t begin = offset > plane.first ? offset : plane.first;
+    const ptrdiff_t spanEnd = offset + static_cast<ptrdiff_t>(count);
+    const ptrdiff_t end = spanEnd < plane.last ? spanEnd : plane.last;
+    if (begin < end)
+        std::memcpy(plane.bits + begin, scratch_[slot] + (begin - offset), static_cast<size_t>(end - begin));
+}
