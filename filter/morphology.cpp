@@ -13,8 +13,9 @@ uint32_t Combine(Extremum extremum, const int low[3], const int high[3], int alp
             return PackColor(low[0], low[1], low[2], alpha);
         case Extremum::Maximum:
             return PackColor(high[0], high[1], high[2], alpha);
-        default:
-            return PackColor(high[0] - low[0], high[1] - low[1], high[2] - low[2], alpha);
+        default:  // absolute: without neighbours the extremes are still 0 and 255
+            return PackColor(std::abs(high[0] - low[0]), std::abs(high[1] - low[1]), std::abs(high[2] - low[2]),
+                             alpha);
     }
 }
 
