@@ -184,6 +184,9 @@ TEST(ColorLight, OffsetIsAddedBeforeClampingAndValuesTruncate) {
     EXPECT_EQ(half[44], 2);     // 2.0
     EXPECT_EQ(half[43], 0);     // 0.5
 
+    // Single precision: 100 x 0.01f rounds to 1 in float, stays below 1 in double.
+    EXPECT_EQ(TableOf([&](IQEL* i) { return colours->Light(i, 0, -99); })[228], 129);
+
     const Bytes flat = TableOf([&](IQEL* i) { return colours->Light(i, 20, -100); });
     EXPECT_EQ(flat, Bytes(256, 148));
 
