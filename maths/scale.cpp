@@ -228,14 +228,15 @@ void Scale8Rows(const MathsPlane& dest, const MathsPlane& source, int width, int
                 int offset, double factor, RowStage& stage) {
     const int sampleBytes = sourceBitCount / 8;
     if (width <= 0 || sampleBytes <= 0) return;
-    // The stride is cut to samples by unsigned 32-bit division and rows are
-    // then stepped in 32-bit units with 32-bit index arithmetic, whatever the
-    // source's bit count; rows that land outside the source read as 0.
+    // The stride is cut to samples by unsigned 32-bit division and row y
+    // starts 4 * y * samples bytes in, computed in 32-bit arithmetic (so a
+    // negative stride of whole words still steps back one row at a time),
+    // whatever the source's bit count; rows that land outside the source read as 0.
     const uint32_t samplesPerRow = static_cast<uint32_t>(source.stride) / static_cast<uint32_t>(sampleBytes);
     const size_t pixels = static_cast<size_t>(width);
     for (int y = 0; y < height; ++y) {
-        const auto rowIndex = static_cast<int32_t>(static_cast<uint32_t>(y) * samplesPerRow);
-        const ptrdiff_t sourceOffset = 4 * static_cast<ptrdiff_t>(rowIndex);
+        const auto rowBytes = static_cast<int32_t>(4u * static_cast<uint32_t>(y) * samplesPerRow);
+        const ptrdiff_t sourceOffset = rowBytes;
         const unsigned char* in = stage.Read(RowStage::kFirstSource, source, sourceOffset, 4 * pixels);
         const ptrdiff_t destOffset = dest.RowOffset(y);
         unsigned char* out = stage.BeginWrite(RowStage::kDest, dest, destOffset, pixels);
