@@ -10,7 +10,7 @@
 #include "image/image_view.h"
 #include "image/pixel.h"
 
-// Which pixel code a kernel runs: the direct-colour fast path where it
+// Which pixel code a kernel runs: the direct path for 8, 24 and 32 bits where it
 // applies, or the general pixel helpers everywhere (the reference the fast
 // path must match byte for byte).
 enum class PixelPath { Fast, General };
@@ -25,13 +25,14 @@ inline int TruncOrNowhere(double v) {
     return static_cast<int>(v);
 }
 
-// Reads pixel (x, y) exactly as GetPixelColor does. Depth is 32 or 24 for a
-// view of exactly that bit count (inside pixels come straight from the row),
-// 0 for any depth (every pixel through GetPixelColor).
+// Reads pixel (x, y) exactly as GetPixelColor does. Depth is 32, 24 or 8 for
+// a view of exactly that bit count (inside pixels come straight from the
+// row), 0 for any depth (every pixel through GetPixelColor).
 template <int Depth>
 inline uint32_t ReadNearest(const ImageView& view, int x, int y) {
     if (Depth != 0 && x >= 0 && y >= 0 && x < view.width && y < view.height) {
         const unsigned char* p = view.Row(y) + static_cast<ptrdiff_t>(x) * (Depth / 8);
+        if (Depth == 8) return static_cast<uint32_t>(p[0]) * 0x010101u;  // the grey ramp entry
         if (Depth == 32) {
             uint32_t color;
             std::memcpy(&color, p, 4);  // blue in the low byte: the packed colour's byte order
@@ -51,7 +52,9 @@ inline void WriteNearest(const ImageView& view, int x, int y, uint32_t color) {
         return;
     }
     unsigned char* p = view.Row(y) + static_cast<ptrdiff_t>(x) * (Depth / 8);
-    if (Depth == 32) {
+    if (Depth == 8) {
+        p[0] = static_cast<unsigned char>(NearestGreyIndex(BlueOf(color), GreenOf(color), RedOf(color)));
+    } else if (Depth == 32) {
         std::memcpy(p, &color, 4);
     } else {
         p[0] = static_cast<unsigned char>(BlueOf(color));
@@ -63,7 +66,7 @@ inline void WriteNearest(const ImageView& view, int x, int y, uint32_t color) {
 // The depth template argument that serves a view on the given path.
 inline int FastDepthOf(const ImageView& view, PixelPath path) {
     if (path == PixelPath::General) return 0;
-    return view.bitCount == 32 || view.bitCount == 24 ? view.bitCount : 0;
+    return view.bitCount == 32 || view.bitCount == 24 || view.bitCount == 8 ? view.bitCount : 0;
 }
 
 // Calls kernel.template Run<SourceDepth, TargetDepth>() with the depths
@@ -75,12 +78,14 @@ inline void DispatchNearest(Kernel& kernel, int sourceDepth, int targetDepth) {
         switch (targetDepth) {
             case 32: kernel.template Run<S, 32>(); break;
             case 24: kernel.template Run<S, 24>(); break;
+            case 8: kernel.template Run<S, 8>(); break;
             default: kernel.template Run<S, 0>(); break;
         }
     };
     switch (sourceDepth) {
         case 32: withTarget(std::integral_constant<int, 32>{}); break;
         case 24: withTarget(std::integral_constant<int, 24>{}); break;
+        case 8: withTarget(std::integral_constant<int, 8>{}); break;
         default: withTarget(std::integral_constant<int, 0>{}); break;
     }
 }
