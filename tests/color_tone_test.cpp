@@ -319,6 +319,21 @@ TEST(ColorGrayScale, DirectColourTakesTheChannelMeanThroughAssign) {
     EXPECT_PIXELS(kept.Get(), 1, 24, (Bytes{10, 20, 31}));
 }
 
+TEST(ColorGrayScale, HostImagesTakeTheResultAndThresholdFollows) {
+    auto colours = Colours();
+    SmartPtr<IQELImageDIB> image = qeltest::TestHost().NewImage(2, 2, 32, QEL_MODEL_ARGB);
+    ASSERT_TRUE(image);
+    qeltest::SetPixelBytes(image.Get(),
+                           {10, 20, 31, 0x40, 127, 128, 128, 0x41, 200, 0, 0, 0x42, 1, 2, 3, 0x43});
+    EXPECT_EQ(colours->GrayScale(image.Get()), QEL_OK);
+    EXPECT_PIXELS(image.Get(), 2, 32,
+                  (Bytes{20, 20, 20, 0x40, 127, 127, 127, 0x41, 66, 66, 66, 0x42, 2, 2, 2, 0x43}));
+    EXPECT_EQ(colours->Threshold(image.Get(), 66), QEL_OK);
+    EXPECT_PIXELS(image.Get(), 2, 32,
+                  (Bytes{0, 0, 0, 0x40, 255, 255, 255, 0x41, 0, 0, 0, 0x42, 0, 0, 0, 0x43}));
+    EXPECT_EQ(qeltest::RefCountOf(image.Get()), 1u);
+}
+
 TEST(ColorGrayScale, GreyPixelsMixWithTheTwoBytesAfterThem) {
     auto colours = Colours();
     // Width 5, stride 8 + 3: the last two pixels of a row read its padding.
