@@ -1,0 +1,146 @@
+// JPEG through libjpeg-turbo. Errors and warnings (a truncated or damaged
+// stream only warns) both end the call by longjmp, with the state kept in a
+// struct owned by the caller as in the PNG codec.
+// jpeglib.h needs size_t and FILE declared first.
+#include <csetjmp>
+#include <cstddef>
+#include <cstdio>
+
+#include <jpeglib.h>
+
+#include <vector>
+
+#include "tools/codecs.h"
+#include "tools/raster.h"
+
+namespace qeltool {
+namespace {
+
+struct JpegErrors {
+    jpeg_error_mgr manager;
+    jmp_buf jump;
+    char message[JMSG_LENGTH_MAX] = {0};
+};
+
+void OnJpegError(j_common_ptr info) {
+    auto* errors = reinterpret_cast<JpegErrors*>(info->err);
+    info->err->format_message(info, errors->message);
+    longjmp(errors->jump, 1);
+}
+
+// Level -1 is a warning about damaged data: the decoder would go on and fill
+// the rest with grey, which a user would rather hear about.
+void OnJpegMessage(j_common_ptr info, int level) {
+    if (level < 0) OnJpegError(info);
+}
+
+struct JpegReadState {
+    jpeg_decompress_struct info;
+    JpegErrors errors;
+    SmartPtr<IQELImageDIB> image;
+    std::string message;
+};
+
+bool DecodeJpeg(JpegReadState* s, FILE* file, const qel::Host* host) {
+    if (setjmp(s->errors.jump)) return false;
+    jpeg_stdio_src(&s->info, file);
+    jpeg_read_header(&s->info, TRUE);
+    if (s->info.jpeg_color_space == JCS_CMYK || s->info.jpeg_color_space == JCS_YCCK) {
+        s->message = "CMYK JPEG is not supported";
+        return false;
+    }
+    const bool grey = s->info.num_components == 1;
+    s->info.out_color_space = grey ? JCS_GRAYSCALE : JCS_EXT_BGR;
+    jpeg_start_decompress(&s->info);
+    const long long pixels = static_cast<long long>(s->info.output_width) * s->info.output_height;
+    if (pixels > kMaxPixels) {
+        s->message = "image too large";
+        return false;
+    }
+    s->image = host->NewImage(static_cast<int>(s->info.output_width), static_cast<int>(s->info.output_height),
+                              grey ? 8 : 24, grey ? QEL_MODEL_MONO : QEL_MODEL_BGR);
+    if (!s->image) {
+        s->message = "cannot make an image of that size";
+        return false;
+    }
+    const qel::Pixels p = qel::PixelsOf(s->image.Get());
+    while (s->info.output_scanline < s->info.output_height) {
+        JSAMPROW row = p.Row(static_cast<int>(s->info.output_scanline));
+        jpeg_read_scanlines(&s->info, &row, 1);
+    }
+    jpeg_finish_decompress(&s->info);
+    return true;
+}
+
+struct JpegWriteState {
+    jpeg_compress_struct info;
+    JpegErrors errors;
+    std::vector<uint8_t> packed;  // pixels converted for the file, when needed
+};
+
+bool EncodeJpeg(JpegWriteState* s, FILE* file, IQEL* image, int quality) {
+    if (setjmp(s->errors.jump)) return false;
+    const qel::Pixels p = qel::PixelsOf(image);
+    const bool raw = s->packed.empty();
+    const bool grey = raw ? p.bitCount == 8 : s->packed.size() == static_cast<size_t>(p.width) * p.height;
+    jpeg_stdio_dest(&s->info, file);
+    s->info.image_width = static_cast<JDIMENSION>(p.width);
+    s->info.image_height = static_cast<JDIMENSION>(p.height);
+    s->info.input_components = grey ? 1 : 3;
+    s->info.in_color_space = grey ? JCS_GRAYSCALE : raw ? JCS_EXT_BGR : JCS_RGB;
+    jpeg_set_defaults(&s->info);
+    jpeg_set_quality(&s->info, quality, TRUE);
+    jpeg_start_compress(&s->info, TRUE);
+    const size_t rowBytes = static_cast<size_t>(p.width) * (grey ? 1 : 3);
+    while (s->info.next_scanline < s->info.image_height) {
+        const int y = static_cast<int>(s->info.next_scanline);
+        JSAMPROW row = raw ? p.Row(y) : &s->packed[static_cast<size_t>(y) * rowBytes];
+        jpeg_write_scanlines(&s->info, &row, 1);
+    }
+    jpeg_finish_compress(&s->info);
+    return true;
+}
+
+}  // namespace
+
+SmartPtr<IQEL> ReadJpeg(FILE* file, const qel::Host& host, std::string* error) {
+    JpegReadState s;
+    s.info.err = jpeg_std_error(&s.errors.manager);
+    s.errors.manager.error_exit = OnJpegError;
+    s.errors.manager.emit_message = OnJpegMessage;
+    jpeg_create_decompress(&s.info);
+    const bool ok = DecodeJpeg(&s, file, &host);
+    jpeg_destroy_decompress(&s.info);
+    if (!ok) {
+        *error = s.message.empty() ? "corrupt or truncated JPEG (" + std::string(s.errors.message) + ")" : s.message;
+        return SmartPtr<IQEL>();
+    }
+    return SmartPtr<IQEL>(s.image.Detach());
+}
+
+bool WriteJpeg(FILE* file, IQEL* image, int quality, std::string* error) {
+    const qel::Pixels p = qel::PixelsOf(image);
+    if (p.width <= 0 || p.height <= 0 || p.bits == nullptr) {
+        *error = "the image is empty";
+        return false;
+    }
+    JpegWriteState s;
+    const bool direct = (p.bitCount == 8 && PaletteOf(image).empty()) || p.bitCount == 24;
+    if (!direct) {
+        // JPEG has no alpha and no palette: write what a viewer would show.
+        const Raster raster = ToRaster(image);
+        for (size_t i = 0; i < raster.rgba.size(); i += 4) {
+            s.packed.push_back(raster.rgba[i]);
+            if (!raster.grey) s.packed.push_back(raster.rgba[i + 1]), s.packed.push_back(raster.rgba[i + 2]);
+        }
+    }
+    s.info.err = jpeg_std_error(&s.errors.manager);
+    s.errors.manager.error_exit = OnJpegError;
+    jpeg_create_compress(&s.info);
+    const bool ok = EncodeJpeg(&s, file, image, quality);
+    jpeg_destroy_compress(&s.info);
+    if (!ok) *error = "cannot write JPEG (" + std::string(s.errors.message) + ")";
+    return ok;
+}
+
+}  // namespace qeltool
