@@ -10,7 +10,9 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 using qeltest::BufferImage;
 
-SmartPtr<IQELDeform> Deform() { return qeltest::TestHost().Create<IQELDeform>(L"QELDeform", qel::iid::IQELDeform); }
+SmartPtr<IQELDeform> Deform() {
+    return qeltest::TestHost().Create<IQELDeform>(L"QELDeform", qel::iid::IQELDeform);
+}
 
 // A 24-bit 100 x 100 image whose pixel (x, y) is blue x, green y, red 200.
 SmartPtr<IQELImageDIB> Positions() {
@@ -82,7 +84,7 @@ TEST(CircleTransform, SwirlTurnsByDistanceOverHalfTheRadius) {
 
 TEST(CircleTransform, PolarUnwrapSamplesOnlyTheLeftHalf) {
     auto unwrap = Deformed(3);
-    EXPECT_EQ(PixelOf(unwrap.Get(), 50, 50), From(0, 0));   // angle 0, radius 0
+    EXPECT_EQ(PixelOf(unwrap.Get(), 50, 50), From(0, 0));    // angle 0, radius 0
     EXPECT_EQ(PixelOf(unwrap.Get(), 50, 15), From(25, 50));  // a quarter turn, half the radius
     EXPECT_EQ(PixelOf(unwrap.Get(), 85, 50), From(50, 50));  // a half turn
     ExpectCorners(unwrap.Get());
@@ -124,15 +126,18 @@ TEST(CircleTransform, FastPathMatchesThePixelHelpers) {
     for (int bpp : {1, 4, 8, 16, 24, 32}) {
         for (int mode : {0, 1, 2, 3, 4}) {
             for (int alpha : {0, 1}) {
-                SmartPtr<BufferImage> source(BufferImage::Make(17, 11, bpp, QEL_MODEL_ARGB, 2, mode % 2 == 1));
+                SmartPtr<BufferImage> source(
+                    BufferImage::Make(17, 11, bpp, QEL_MODEL_ARGB, 2, mode % 2 == 1));
                 source->FillRandom(static_cast<uint32_t>(bpp * 10 + mode));
                 const int outBpp = alpha ? 32 : bpp;
                 SmartPtr<BufferImage> fast(BufferImage::Make(17, 11, outBpp, 0, 3));
                 SmartPtr<BufferImage> general(BufferImage::Make(17, 11, outBpp, 0, 3));
                 const CircleParams params{mode, alpha != 0, 0.7f};
                 CirclePixels(ReadImageView(source.Get()), ReadImageView(fast.Get()), params, PixelPath::Fast);
-                CirclePixels(ReadImageView(source.Get()), ReadImageView(general.Get()), params, PixelPath::General);
-                EXPECT_EQ(fast->Snapshot(), general->Snapshot()) << bpp << " mode " << mode << " alpha " << alpha;
+                CirclePixels(ReadImageView(source.Get()), ReadImageView(general.Get()), params,
+                             PixelPath::General);
+                EXPECT_EQ(fast->Snapshot(), general->Snapshot())
+                    << bpp << " mode " << mode << " alpha " << alpha;
                 EXPECT_TRUE(fast->GuardsIntact());
             }
         }

@@ -87,7 +87,8 @@ TEST(Skew, FastPathMatchesThePixelHelpers) {
 TEST(Skew, WildGainsAndNullPointers) {
     auto source = Positions(6, 4);
     SmartPtr<IQEL> result;
-    for (float gain : {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(), 3e38f}) {
+    for (float gain :
+         {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(), 3e38f}) {
         ASSERT_EQ(Transforms()->Skew(source.Get(), result.Out(), gain, gain, 2147483647, 0, 0, 0), QEL_OK);
         EXPECT_EQ(PixelOf(result.Get(), 5, 0), (Bytes{0, 0, 200, 1})) << gain;
     }
@@ -105,9 +106,11 @@ TEST(Quad, AxisAlignedRectangleKeepsPixelsInsideABlackMargin) {
     for (int y = 0; y < 50; ++y)
         for (int x = 0; x < 100; ++x) {
             const bool margin = x == 0 || y == 0 || x == 99 || y == 49;
-            ASSERT_EQ(PixelOf(result.Get(), x, y), margin ? Bytes(4, 0) : PixelOf(source.Get(), x, y)) << x << "," << y;
+            ASSERT_EQ(PixelOf(result.Get(), x, y), margin ? Bytes(4, 0) : PixelOf(source.Get(), x, y))
+                << x << "," << y;
         }
-    ASSERT_EQ(Transforms()->Quad(source.Get(), wide.Out(), 0, 0, 100, 0, 0, 50, 100, 50, 70000, 20, 0), QEL_OK);
+    ASSERT_EQ(Transforms()->Quad(source.Get(), wide.Out(), 0, 0, 100, 0, 0, 50, 100, 50, 70000, 20, 0),
+              QEL_OK);
     EXPECT_EQ(qel::PixelsOf(wide.Get()).width, 100);
     EXPECT_EQ(qel::PixelsOf(wide.Get()).height, 20);
 }
@@ -115,7 +118,8 @@ TEST(Quad, AxisAlignedRectangleKeepsPixelsInsideABlackMargin) {
 TEST(Quad, DerivedSizesTakeTheShorterOfOppositeEdges) {
     auto source = Positions(50, 50);
     SmartPtr<IQEL> result;
-    ASSERT_EQ(Transforms()->Quad(source.Get(), result.Out(), 0, 0, 30, 0, 0, 20, 40, 40, 0, 65536, 0), QEL_OK);
+    ASSERT_EQ(Transforms()->Quad(source.Get(), result.Out(), 0, 0, 30, 0, 0, 20, 40, 40, 0, 65536, 0),
+              QEL_OK);
     EXPECT_EQ(qel::PixelsOf(result.Get()).width, 30);   // top 30, bottom 44.7
     EXPECT_EQ(qel::PixelsOf(result.Get()).height, 20);  // left 20, right 41.2
 }
@@ -123,7 +127,8 @@ TEST(Quad, DerivedSizesTakeTheShorterOfOppositeEdges) {
 TEST(Quad, BlendAveragesFourOneAxisBlends) {
     auto source = qeltest::TestHost().NewImage(6, 6, 24, QEL_MODEL_BGR);
     const qel::Pixels p = qel::PixelsOf(source.Get());
-    const unsigned char p00[3] = {100, 0, 255}, p10[3] = {20, 255, 255}, p01[3] = {40, 0, 255}, p11[3] = {8, 0, 0};
+    const unsigned char p00[3] = {100, 0, 255}, p10[3] = {20, 255, 255}, p01[3] = {40, 0, 255},
+                        p11[3] = {8, 0, 0};
     std::memcpy(p.Row(2) + 6, p00, 3), std::memcpy(p.Row(2) + 9, p10, 3);
     std::memcpy(p.Row(3) + 6, p01, 3), std::memcpy(p.Row(3) + 9, p11, 3);
     // The scan runs from (2, 2) to (4, 2) in four steps of half a pixel.
@@ -147,10 +152,12 @@ TEST(Quad, DegenerateAndWildCornersStayInside) {
 
     const double nan = std::numeric_limits<double>::quiet_NaN();
     for (double wild : {nan, 1e300, -1e300, std::numeric_limits<double>::infinity()}) {
-        ASSERT_EQ(Transforms()->Quad(source.Get(), result.Out(), 1, 1, wild, 1, 1, wild, 6, 6, 4, 4, 1), QEL_OK);
+        ASSERT_EQ(Transforms()->Quad(source.Get(), result.Out(), 1, 1, wild, 1, 1, wild, 6, 6, 4, 4, 1),
+                  QEL_OK);
         EXPECT_EQ(PixelOf(result.Get(), 3, 3), Bytes(4, 0)) << wild;
     }
-    ASSERT_EQ(Transforms()->Quad(source.Get(), result.Out(), nan, nan, nan, nan, nan, nan, nan, nan, 0, 0, 0), QEL_OK);
+    ASSERT_EQ(Transforms()->Quad(source.Get(), result.Out(), nan, nan, nan, nan, nan, nan, nan, nan, 0, 0, 0),
+              QEL_OK);
     EXPECT_EQ(qel::PixelsOf(result.Get()).width, 0);
     EXPECT_EQ(Transforms()->Quad(nullptr, result.Out(), 0, 0, 1, 0, 0, 1, 1, 1, 0, 0, 0), QEL_E_FAIL);
     EXPECT_EQ(Transforms()->Quad(source.Get(), nullptr, 0, 0, 1, 0, 0, 1, 1, 1, 0, 0, 0), QEL_E_POINTER);

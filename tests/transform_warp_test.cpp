@@ -64,8 +64,10 @@ TEST_P(TransformDepth, IdentityShiftDoublingAndWildMaps) {
     ASSERT_EQ(transforms->Transform(&Doubling, source.Get(), doubled.Out(), 0, 0, 0, 0, 0, 0), QEL_OK);
     for (int y = 0; y < 7; ++y) {
         for (int x = 0; x < 16; ++x) {
-            EXPECT_EQ(PixelOf(shifted.Get(), x, y), x < 6 ? PixelOf(source.Get(), x + 10, y) : fill) << x << "," << y;
-            EXPECT_EQ(PixelOf(doubled.Get(), x, y), x < 8 && y < 4 ? PixelOf(source.Get(), 2 * x, 2 * y) : fill);
+            EXPECT_EQ(PixelOf(shifted.Get(), x, y), x < 6 ? PixelOf(source.Get(), x + 10, y) : fill)
+                << x << "," << y;
+            EXPECT_EQ(PixelOf(doubled.Get(), x, y),
+                      x < 8 && y < 4 ? PixelOf(source.Get(), 2 * x, 2 * y) : fill);
         }
     }
 
@@ -97,7 +99,8 @@ TEST(Transform, FillByColourModelAndFailures) {
     auto empty = qeltest::TestHost().NewImage(0, 3, 24, QEL_MODEL_BGR);
     EXPECT_EQ(transforms->Transform(&Identity, empty.Get(), result.Out(), 0, 0, 0, 0, 0, 0), QEL_E_FAIL);
     EXPECT_EQ(transforms->Transform(&Identity, nullptr, result.Out(), 0, 0, 0, 0, 0, 0), QEL_E_FAIL);
-    EXPECT_EQ(transforms->Transform(nullptr, noAlpha.Get(), result.Out(), 0, 0, 0, 0, 0, 0), QEL_E_INVALIDARG);
+    EXPECT_EQ(transforms->Transform(nullptr, noAlpha.Get(), result.Out(), 0, 0, 0, 0, 0, 0),
+              QEL_E_INVALIDARG);
     EXPECT_EQ(transforms->Transform(&Identity, noAlpha.Get(), nullptr, 0, 0, 0, 0, 0, 0), QEL_E_POINTER);
 }
 
@@ -126,7 +129,8 @@ TEST(TransformPaste, TwentyFourBitsClosesGapsAfterTheFirstWriteBeyondColumnZero)
     ASSERT_EQ(Transforms()->TransformPaste(&stretch, source.Get(), target.Get(), 0, 0, 0, 0), QEL_OK);
     Bytes expected;
     for (int v : {1, 0, 2, 3, 3, 4, 4, 0, 0, 0, 0, 3, 3, 4, 4, 0}) expected.insert(expected.end(), 3, v);
-    EXPECT_EQ(qeltest::PixelBytes(target.Get()), expected) << qeltest::HexRows(qeltest::PixelBytes(target.Get()), 24);
+    EXPECT_EQ(qeltest::PixelBytes(target.Get()), expected)
+        << qeltest::HexRows(qeltest::PixelBytes(target.Get()), 24);
 }
 
 TEST(TransformPaste, FillVoidsNeverWritesZeroAndThenFills) {
@@ -156,7 +160,9 @@ TEST(TransformPaste, DoublingThirtyTwoBitsLeavesTheOddCornersUnpainted) {
         for (int x = 0; x < 6; ++x) {
             const bool painted = x % 2 == 0 || y % 2 == 0;
             const auto value = static_cast<unsigned char>(painted ? 1 + x / 2 + 3 * (y / 2) : 0);
-            EXPECT_EQ(PixelOf(target.Get(), x, y), (Bytes{value, 0, 0, static_cast<unsigned char>(painted ? 0xFF : 0)})) << x << "," << y;
+            EXPECT_EQ(PixelOf(target.Get(), x, y),
+                      (Bytes{value, 0, 0, static_cast<unsigned char>(painted ? 0xFF : 0)}))
+                << x << "," << y;
         }
 }
 
@@ -175,7 +181,8 @@ TEST(TransformPaste, WildMapsAndMismatchedTargetsWriteNothing) {
     }
     auto source = HostImage(2, 2, 32, {});
     auto target = HostImage(2, 2, 24, {});
-    EXPECT_EQ(Transforms()->TransformPaste(&Identity, source.Get(), target.Get(), 0, 0, 0, 0), QEL_E_INVALIDARG);
+    EXPECT_EQ(Transforms()->TransformPaste(&Identity, source.Get(), target.Get(), 0, 0, 0, 0),
+              QEL_E_INVALIDARG);
 }
 
 }  // namespace

@@ -25,7 +25,9 @@ struct CircleKernel {
         double a = std::atan2(static_cast<double>(dy), static_cast<double>(dx));
         double r;
         switch (params.mode) {
-            case 1: r = std::sqrt(rmax * d); break;
+            case 1:
+                r = std::sqrt(rmax * d);
+                break;
             case 2:
                 // A zero swirl scale turns by an infinite angle; the point then
                 // lands nowhere, which reads as outside.
@@ -55,7 +57,8 @@ struct CircleKernel {
     template <int SourceDepth, int TargetDepth>
     void Run() {
         const int cx = source.width / 2, cy = source.height / 2;
-        const int rmax = static_cast<int>(std::sqrt(static_cast<double>(cx) * cx + static_cast<double>(cy) * cy));
+        const int rmax =
+            static_cast<int>(std::sqrt(static_cast<double>(cx) * cx + static_cast<double>(cy) * cy));
         const float swirlScale = static_cast<float>(rmax / 2) * params.factor;
         for (int y = 0; y < target.height; ++y) {
             for (int x = 0; x < target.width; ++x) {
@@ -72,7 +75,8 @@ struct CircleKernel {
 
 }  // namespace
 
-void CirclePixels(const ImageView& source, const ImageView& target, const CircleParams& params, PixelPath path) {
+void CirclePixels(const ImageView& source, const ImageView& target, const CircleParams& params,
+                  PixelPath path) {
     CircleKernel kernel{source, target, params};
     DispatchNearest(kernel, FastDepthOf(source, path), FastDepthOf(target, path));
 }

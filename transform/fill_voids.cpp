@@ -63,9 +63,15 @@ QResult FillVoidsPixels(const ImageView& view) {
     if (view.bitCount != 8 && view.bitCount != 24 && view.bitCount != 32) return QEL_E_FAIL;
     if (view.bits == nullptr || view.width < 3 || view.height < 3) return QEL_OK;
     switch (view.bitCount) {
-        case 8: FillByteVoids(view, 1, view.width - 2, 1, 1); break;
-        case 24: FillByteVoids(view, 3, 3 * view.width - 4, 3, 3); break;
-        default: FillPixelVoids(view); break;
+        case 8:
+            FillByteVoids(view, 1, view.width - 2, 1, 1);
+            break;
+        case 24:
+            FillByteVoids(view, 3, 3 * view.width - 4, 3, 3);
+            break;
+        default:
+            FillPixelVoids(view);
+            break;
     }
     return QEL_OK;
 }

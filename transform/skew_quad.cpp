@@ -137,16 +137,25 @@ int QuadSideLength(double ax, double ay, double bx, double by, double cx, double
 void QuadPixels(const ImageView& source, const ImageView& target, const QuadCorners& corners, bool blend) {
     if (source.bits == nullptr || target.bits == nullptr) return;
     switch (source.bitCount / 8) {
-        case 1: QuadRows<1>(source, target, corners, blend); break;
-        case 2: QuadRows<2>(source, target, corners, blend); break;
-        case 3: QuadRows<3>(source, target, corners, blend); break;
-        case 4: QuadRows<4>(source, target, corners, blend); break;
-        default: break;  // below 8 or above 39 bits: not sampled
+        case 1:
+            QuadRows<1>(source, target, corners, blend);
+            break;
+        case 2:
+            QuadRows<2>(source, target, corners, blend);
+            break;
+        case 3:
+            QuadRows<3>(source, target, corners, blend);
+            break;
+        case 4:
+            QuadRows<4>(source, target, corners, blend);
+            break;
+        default:
+            break;  // below 8 or above 39 bits: not sampled
     }
 }
 
-QResult CQELImageTransform::Skew(IQEL* source, IQEL** result, float xGain, float yGain, int xPivot, int yPivot,
-                                 int /*reserved*/, int forceAlpha) {
+QResult CQELImageTransform::Skew(IQEL* source, IQEL** result, float xGain, float yGain, int xPivot,
+                                 int yPivot, int /*reserved*/, int forceAlpha) {
     if (source == nullptr) return QEL_E_FAIL;
     // Not checked by the operation's original contract; a null output pointer
     // is refused before any image is made.

@@ -42,8 +42,8 @@ void TransformRows(ITransform* transform, const ImageView& source, const ImageVi
 
 // Where the transform sends source pixel (x, y) in the target, rounded half
 // up; false when that is outside the target (or not a number).
-bool PasteSpot(ITransform* transform, int x, int y, int xOffset, int yOffset, const ImageView& target, int* dx,
-               int* dy) {
+bool PasteSpot(ITransform* transform, int x, int y, int xOffset, int yOffset, const ImageView& target,
+               int* dx, int* dy) {
     double X = x, Y = y, Z = 0;
     transform->TransformPoint(&X, &Y, &Z);
     const double fx = std::floor(xOffset + X + 0.5);
@@ -129,34 +129,45 @@ void TransformPixels(ITransform* transform, const ImageView& source, const Image
                      int yOffset) {
     if (source.bits == nullptr || target.bits == nullptr || source.bitCount != target.bitCount) return;
     switch (source.bitCount) {
-        case 8: TransformRows<1>(transform, source, target, xOffset, yOffset); break;
-        case 24: TransformRows<3>(transform, source, target, xOffset, yOffset); break;
-        case 32: TransformRows<4>(transform, source, target, xOffset, yOffset); break;
-        default: break;
+        case 8:
+            TransformRows<1>(transform, source, target, xOffset, yOffset);
+            break;
+        case 24:
+            TransformRows<3>(transform, source, target, xOffset, yOffset);
+            break;
+        case 32:
+            TransformRows<4>(transform, source, target, xOffset, yOffset);
+            break;
+        default:
+            break;
     }
 }
 
-bool TransformPastePixels(ITransform* transform, const ImageView& source, const ImageView& target, int xOffset,
-                          int yOffset, bool fillVoids) {
+bool TransformPastePixels(ITransform* transform, const ImageView& source, const ImageView& target,
+                          int xOffset, int yOffset, bool fillVoids) {
     const int depth = source.bitCount;
     if (depth != 8 && depth != 24 && depth != 32) return false;
     if (source.bits != nullptr && target.bits != nullptr && target.bitCount == depth) {
         if (depth == 8) {
             PasteWithNeighbours<1>(transform, source, target, xOffset, yOffset);
         } else if (fillVoids) {
-            if (depth == 24) PasteNeverZero<3>(transform, source, target, xOffset, yOffset);
-            else PasteNeverZero<4>(transform, source, target, xOffset, yOffset);
+            if (depth == 24)
+                PasteNeverZero<3>(transform, source, target, xOffset, yOffset);
+            else
+                PasteNeverZero<4>(transform, source, target, xOffset, yOffset);
         } else {
-            if (depth == 24) PasteClosingGaps(transform, source, target, xOffset, yOffset);
-            else PasteWithNeighbours<4>(transform, source, target, xOffset, yOffset);
+            if (depth == 24)
+                PasteClosingGaps(transform, source, target, xOffset, yOffset);
+            else
+                PasteWithNeighbours<4>(transform, source, target, xOffset, yOffset);
         }
     }
     return fillVoids && depth != 8;
 }
 
 QResult CQELImageTransform::Transform(ITransform* transform, IQEL* source, IQEL** result, int xOffset,
-                                      int yOffset, unsigned int newWidth, unsigned int newHeight, short /*unused1*/,
-                                      short /*unused2*/) {
+                                      int yOffset, unsigned int newWidth, unsigned int newHeight,
+                                      short /*unused1*/, short /*unused2*/) {
     // The original contract checks no pointer; here a null source fails as a
     // null image does elsewhere, and the other two are refused.
     if (source == nullptr) return QEL_E_FAIL;
@@ -165,7 +176,8 @@ QResult CQELImageTransform::Transform(ITransform* transform, IQEL* source, IQEL*
     const ImageView sourceView = ReadImageView(source);
     if (sourceView.width <= 0 || sourceView.height <= 0) return QEL_E_FAIL;
     const int width = newWidth > 0 && newWidth < kMaxSize ? static_cast<int>(newWidth) : sourceView.width;
-    const int height = newHeight > 0 && newHeight < kMaxSize ? static_cast<int>(newHeight) : sourceView.height;
+    const int height =
+        newHeight > 0 && newHeight < kMaxSize ? static_cast<int>(newHeight) : sourceView.height;
 
     SmartPtr<IQELImageDIB> image = NewImageDIB();
     if (!image) return QEL_E_FAIL;

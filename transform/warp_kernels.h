@@ -17,5 +17,5 @@ void TransformPixels(ITransform* transform, const ImageView& source, const Image
 // `fillVoids` no written pixel is all zero (24 and 32 bits). Source and
 // target of the same depth. Returns true when the target should now be
 // passed to FillVoids (24 and 32 bits with fillVoids).
-bool TransformPastePixels(ITransform* transform, const ImageView& source, const ImageView& target, int xOffset,
-                          int yOffset, bool fillVoids);
+bool TransformPastePixels(ITransform* transform, const ImageView& source, const ImageView& target,
+                          int xOffset, int yOffset, bool fillVoids);

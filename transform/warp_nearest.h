@@ -76,17 +76,33 @@ inline void DispatchNearest(Kernel& kernel, int sourceDepth, int targetDepth) {
     auto withTarget = [&](auto sourceTag) {
         constexpr int S = decltype(sourceTag)::value;
         switch (targetDepth) {
-            case 32: kernel.template Run<S, 32>(); break;
-            case 24: kernel.template Run<S, 24>(); break;
-            case 8: kernel.template Run<S, 8>(); break;
-            default: kernel.template Run<S, 0>(); break;
+            case 32:
+                kernel.template Run<S, 32>();
+                break;
+            case 24:
+                kernel.template Run<S, 24>();
+                break;
+            case 8:
+                kernel.template Run<S, 8>();
+                break;
+            default:
+                kernel.template Run<S, 0>();
+                break;
         }
     };
     switch (sourceDepth) {
-        case 32: withTarget(std::integral_constant<int, 32>{}); break;
-        case 24: withTarget(std::integral_constant<int, 24>{}); break;
-        case 8: withTarget(std::integral_constant<int, 8>{}); break;
-        default: withTarget(std::integral_constant<int, 0>{}); break;
+        case 32:
+            withTarget(std::integral_constant<int, 32>{});
+            break;
+        case 24:
+            withTarget(std::integral_constant<int, 24>{});
+            break;
+        case 8:
+            withTarget(std::integral_constant<int, 8>{});
+            break;
+        default:
+            withTarget(std::integral_constant<int, 0>{});
+            break;
     }
 }
 
