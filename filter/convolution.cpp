@@ -19,7 +19,8 @@ struct SumFinisher {
             value = static_cast<int32_t>(0u - sum);
         else if (divisor != 0)
             value /= divisor;
-        return ClampToByte(static_cast<int32_t>(static_cast<uint32_t>(value) + static_cast<uint32_t>(offset)));
+        return ClampToByte(
+            static_cast<int32_t>(static_cast<uint32_t>(value) + static_cast<uint32_t>(offset)));
     }
 };
 
@@ -81,7 +82,8 @@ void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* ker
             out[n + 2] = static_cast<unsigned char>(finish(sums[n + 2]));
         }
         if (kBytes == 4) {
-            const unsigned char* last = src.Row(static_cast<int>(y - half + size - 1)) + (xs.first - half + size - 1) * 4;
+            const unsigned char* last =
+                src.Row(static_cast<int>(y - half + size - 1)) + (xs.first - half + size - 1) * 4;
             for (size_t n = 3; n < lanes; n += 4) out[n] = last[n];
         }
     }
@@ -104,7 +106,8 @@ void ConvolveView(const ImageView& src, const ImageView& dst, const int* kernel,
         xs = InteriorOutputs(size, src.width);
         ys = InteriorOutputs(size, src.height);
         if (xs.Count() > 0 && ys.Count() > 0)
-            sums = static_cast<uint32_t*>(std::malloc(static_cast<size_t>(xs.Count()) * bytes * sizeof(uint32_t)));
+            sums = static_cast<uint32_t*>(
+                std::malloc(static_cast<size_t>(xs.Count()) * bytes * sizeof(uint32_t)));
         if (sums == nullptr) xs = ys = Span{};  // nothing interior, or no memory: all general
     }
     if (sums != nullptr) {
@@ -125,7 +128,8 @@ void ConvolveView(const ImageView& src, const ImageView& dst, const int* kernel,
     }
 }
 
-QResult CQELFilterTransform::Filter(IQEL* image, int* kernel, int size, int divisor, int offset, IQEL** result) {
+QResult CQELFilterTransform::Filter(IQEL* image, int* kernel, int size, int divisor, int offset,
+                                    IQEL** result) {
     if (image == nullptr) return QEL_E_FAIL;
     if (kernel == nullptr && size > 0) return QEL_E_INVALIDARG;
     FilterTarget target;
@@ -182,13 +186,15 @@ QResult CQELFilterTransform::Kernel(IQEL* image, short* kernel, int size, int di
         const int64_t rows = PassesOf(src.height, size), columns = PassesOf(src.width, size);
         // Only the last tap of the kernel takes part; with no taps the value
         // carries over from the previous element.
-        const uint32_t lastTap = size > 0 ? static_cast<uint32_t>(kernel[static_cast<int64_t>(size) * size - 1]) : 0;
+        const uint32_t lastTap =
+            size > 0 ? static_cast<uint32_t>(kernel[static_cast<int64_t>(size) * size - 1]) : 0;
         int32_t value = 0;
         for (int64_t y = 0; y < rows; ++y) {
             for (int64_t x = 0; x < columns; ++x) {
                 if (size > 0) {
                     const int32_t* element = ElementAt(src, y + size - 1, x + size - 1);
-                    value = static_cast<int32_t>(lastTap * static_cast<uint32_t>(element != nullptr ? *element : 0));
+                    value = static_cast<int32_t>(lastTap *
+                                                 static_cast<uint32_t>(element != nullptr ? *element : 0));
                 }
                 value = finish(static_cast<uint32_t>(value));
                 int32_t* out = ElementAt(dst, half + y, half + x);
@@ -222,12 +228,26 @@ QResult CQELFilterTransform::Sharpen(IQEL* image, IQEL** result) {
 QResult CQELFilterTransform::GaussianBlur(IQEL* image, int level, IQEL** result) {
     // Level 2's middle row starts with 2, not 7: its weights sum to 268 against
     // the divisor 273, which darkens slightly. The values are kept as they are.
-    static const int kLevel0[9] = {1, 2, 1, 2, 4, 2, 1, 2, 1};
-    static const int kLevel1[25] = {0, 1, 2, 1, 0, 1, 3, 4, 3, 1, 2, 4, 8, 4, 2, 1, 3, 4, 3, 1, 0, 1, 2, 1, 0};
-    static const int kLevel2[25] = {1, 4,  7,  4,  1, 4, 16, 26, 16, 4, 2, 26, 41,
-                                    26, 7, 4, 16, 26, 16, 4, 1, 4,  7,  4, 1};
-    static const int kLevel3[25] = {2, 4,  5,  4,  2, 4, 9, 12, 9, 4, 5, 12, 15,
-                                    12, 5, 4, 9, 12, 9, 4, 2, 4, 5,  4, 2};
+    // clang-format off
+    static const int kLevel0[9] = {1, 2, 1,
+                                   2, 4, 2,
+                                   1, 2, 1};
+    static const int kLevel1[25] = {0, 1, 2, 1, 0,
+                                    1, 3, 4, 3, 1,
+                                    2, 4, 8, 4, 2,
+                                    1, 3, 4, 3, 1,
+                                    0, 1, 2, 1, 0};
+    static const int kLevel2[25] = {1,  4,  7,  4, 1,
+                                    4, 16, 26, 16, 4,
+                                    2, 26, 41, 26, 7,
+                                    4, 16, 26, 16, 4,
+                                    1,  4,  7,  4, 1};
+    static const int kLevel3[25] = {2,  4,  5,  4, 2,
+                                    4,  9, 12,  9, 4,
+                                    5, 12, 15, 12, 5,
+                                    4,  9, 12,  9, 4,
+                                    2,  4,  5,  4, 2};
+    // clang-format on
     int kernel[25];
     switch (level) {
         case 0:

@@ -43,8 +43,8 @@ enum class FilterPath { Fast, General };
 // pixel (0, 0) with alpha 1 (no edge extension), black with alpha 1 without bits.
 inline uint32_t NeighbourColor(const ImageView& view, int64_t x, int64_t y) {
     const bool inside = x >= 0 && y >= 0 && x < view.width && y < view.height;
-    return inside ? GetPixelColor(view.bits, static_cast<int>(x), static_cast<int>(y), view.width, view.height,
-                                  view.stride, view.bitCount)
+    return inside ? GetPixelColor(view.bits, static_cast<int>(x), static_cast<int>(y), view.width,
+                                  view.height, view.stride, view.bitCount)
                   : GetPixelColor(view.bits, -1, -1, view.width, view.height, view.stride, view.bitCount);
 }
 

@@ -17,7 +17,9 @@ void MorphologyView(const ImageView& source, const ImageView& destination, Extre
 void ContourView(const ImageView& source, const ImageView& destination, FilterPath path);
 
 // Key by which the median ranks colours: luma in 10-bit fixed point.
-inline int ColorKey(uint32_t color) { return (117 * BlueOf(color) + 601 * GreenOf(color) + 306 * RedOf(color)) >> 10; }
+inline int ColorKey(uint32_t color) {
+    return (117 * BlueOf(color) + 601 * GreenOf(color) + 306 * RedOf(color)) >> 10;
+}
 // The colour of middle rank, by ColorKey, of each neighbourhood.
 void MedianView(const ImageView& source, const ImageView& destination, int size, FilterPath path);
 

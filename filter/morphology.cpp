@@ -14,8 +14,8 @@ uint32_t Combine(Extremum extremum, const int low[3], const int high[3], int alp
         case Extremum::Maximum:
             return PackColor(high[0], high[1], high[2], alpha);
         default:  // absolute: without neighbours the extremes are still 0 and 255
-            return PackColor(std::abs(high[0] - low[0]), std::abs(high[1] - low[1]), std::abs(high[2] - low[2]),
-                             alpha);
+            return PackColor(std::abs(high[0] - low[0]), std::abs(high[1] - low[1]),
+                             std::abs(high[2] - low[2]), alpha);
     }
 }
 
@@ -47,8 +47,8 @@ uint32_t ExtremumPixel(const ImageView& src, Extremum extremum, int64_t size, ui
 // maximum do not care about grouping): down the size rows of every channel
 // byte, then across size pixels. Grey images need one channel.
 template <int kBytes>
-void ExtremumInterior(const ImageView& src, const ImageView& dst, Extremum extremum, int size, Span xs, Span ys,
-                      unsigned char* scratch) {
+void ExtremumInterior(const ImageView& src, const ImageView& dst, Extremum extremum, int size, Span xs,
+                      Span ys, unsigned char* scratch) {
     const int half = size / 2;
     const size_t rowLanes = static_cast<size_t>(src.width) * kBytes;
     const size_t outLanes = static_cast<size_t>(xs.Count()) * kBytes;
@@ -86,7 +86,8 @@ void ExtremumInterior(const ImageView& src, const ImageView& dst, Extremum extre
                                                      : static_cast<unsigned char>(high[n] - low[n]);
         }
         if (kBytes == 4) {
-            const unsigned char* last = src.Row(static_cast<int>(y - half + size - 1)) + (xs.first - half + size - 1) * 4;
+            const unsigned char* last =
+                src.Row(static_cast<int>(y - half + size - 1)) + (xs.first - half + size - 1) * 4;
             for (size_t n = 3; n < outLanes; n += 4) out[n] = last[n];
         }
     }
@@ -112,7 +113,8 @@ uint32_t ContourPixel(uint32_t centre, Read&& read) {
 
 }  // namespace
 
-void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremum, int size, FilterPath path) {
+void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremum, int size,
+                    FilterPath path) {
     const uint32_t outside = OutsideColor(src);
     Span xs, ys;  // outputs computed on the fast path
     const int bytes = path == FilterPath::Fast && size > 0 ? DirectPixelBytes(src) : 0;
@@ -165,7 +167,8 @@ QResult RunExtremum(IQEL* image, int size, Extremum extremum, DestinationRoad ro
     if (image == nullptr) return QEL_E_FAIL;
     FilterTarget target;
     if (MakeFilterTarget(image, road, &target) != QEL_OK) return QEL_E_FAIL;
-    if (target.Writable()) MorphologyView(target.source, target.destination, extremum, size, FilterPath::Fast);
+    if (target.Writable())
+        MorphologyView(target.source, target.destination, extremum, size, FilterPath::Fast);
     return HandOverResult(image, &target.image, result);
 }
 

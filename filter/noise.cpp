@@ -38,7 +38,8 @@ void JitterRows(const ImageView& src, const ImageView& dst, int amount) {
             const int64_t sy = y + static_cast<int64_t>(RandomOffset(span));
             // A sample point outside the image leaves the pixel where it is.
             const bool inside = sx >= 0 && sy >= 0 && sx < src.width && sy < src.height;
-            const uint32_t c = inside ? Kind::Read(src, static_cast<int>(sx), static_cast<int>(sy)) : Kind::Read(src, x, y);
+            const uint32_t c =
+                inside ? Kind::Read(src, static_cast<int>(sx), static_cast<int>(sy)) : Kind::Read(src, x, y);
             Kind::Write(dst, x, y, c);
         }
     }

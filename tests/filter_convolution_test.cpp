@@ -21,7 +21,8 @@ template <class T>
 using Owned = std::unique_ptr<T, Released>;
 
 SmartPtr<IQELFilterTransform> Filters() {
-    return qeltest::TestHost().Create<IQELFilterTransform>(L"QELFilterTransform", qel::iid::IQELFilterTransform);
+    return qeltest::TestHost().Create<IQELFilterTransform>(L"QELFilterTransform",
+                                                           qel::iid::IQELFilterTransform);
 }
 
 Owned<BufferImage> Uniform(int w, int h, int bpp, unsigned model, uint32_t colour, int padding = 3) {
@@ -47,7 +48,8 @@ void ReferenceConvolve(IQEL* src, IQEL* dst, const int* kernel, int size, int di
             uint32_t last = 0;
             for (int i = 0; i < size; ++i) {
                 for (int j = 0; j < size; ++j) {
-                    last = GetPixelColor(s.bits, x - half + i, y - half + j, s.width, s.height, s.stride, s.bitCount);
+                    last = GetPixelColor(s.bits, x - half + i, y - half + j, s.width, s.height, s.stride,
+                                         s.bitCount);
                     const int w = kernel[j * size + i];
                     sum[0] += BlueOf(last) * w;
                     sum[1] += GreenOf(last) * w;
@@ -55,8 +57,8 @@ void ReferenceConvolve(IQEL* src, IQEL* dst, const int* kernel, int size, int di
                 }
             }
             for (int& v : sum) v = ClampToByte((divisor != 0 ? v / divisor : v) + offset);
-            SetPixelColor(d.bits, x, y, d.width, d.height, d.stride, PackColor(sum[0], sum[1], sum[2], AlphaOf(last)),
-                          s.bitCount);
+            SetPixelColor(d.bits, x, y, d.width, d.height, d.stride,
+                          PackColor(sum[0], sum[1], sum[2], AlphaOf(last)), s.bitCount);
         }
     }
 }
@@ -71,16 +73,18 @@ TEST(FilterFixedKernels, UniformImagesFollowTheKernelWeights) {
         QResult (*run)(IQELFilterTransform*, IQEL*, IQEL**);
         uint32_t in, out;
     } cases[] = {
-        {"Blur keeps a uniform colour", [](IQELFilterTransform* f, IQEL* i, IQEL** r) { return f->Blur(i, r); },
+        {"Blur keeps a uniform colour",
+         [](IQELFilterTransform* f, IQEL* i, IQEL** r) { return f->Blur(i, r); }, 0x00405060, 0x00405060},
+        {"Soften keeps it", [](IQELFilterTransform* f, IQEL* i, IQEL** r) { return f->Soften(i, r); },
          0x00405060, 0x00405060},
-        {"Soften keeps it", [](IQELFilterTransform* f, IQEL* i, IQEL** r) { return f->Soften(i, r); }, 0x00405060,
-         0x00405060},
-        {"Emboss gives 127", [](IQELFilterTransform* f, IQEL* i, IQEL** r) { return f->Emboss(i, r); }, 0x00405060,
-         0x007F7F7F},
-        {"Gaussian level 2 loses 5 of 273", [](IQELFilterTransform* f, IQEL* i, IQEL** r) { return f->GaussianBlur(i, 2, r); },
-         0x00FFFFFF, 0x00FAFAFA},
-        {"Gaussian level 0 keeps it", [](IQELFilterTransform* f, IQEL* i, IQEL** r) { return f->GaussianBlur(i, 0, r); },
-         0x00FFFFFF, 0x00FFFFFF},
+        {"Emboss gives 127", [](IQELFilterTransform* f, IQEL* i, IQEL** r) { return f->Emboss(i, r); },
+         0x00405060, 0x007F7F7F},
+        {"Gaussian level 2 loses 5 of 273",
+         [](IQELFilterTransform* f, IQEL* i, IQEL** r) { return f->GaussianBlur(i, 2, r); }, 0x00FFFFFF,
+         0x00FAFAFA},
+        {"Gaussian level 0 keeps it",
+         [](IQELFilterTransform* f, IQEL* i, IQEL** r) { return f->GaussianBlur(i, 0, r); }, 0x00FFFFFF,
+         0x00FFFFFF},
     };
     for (const Case& c : cases) {
         for (int bpp : {8, 24}) {
@@ -91,7 +95,8 @@ TEST(FilterFixedKernels, UniformImagesFollowTheKernelWeights) {
             const uint32_t expected = bpp == 8 ? (c.out & 0xFF) * 0x010101u : c.out;
             for (int y = 0; y < 7; ++y)
                 for (int x = 0; x < 9; ++x)
-                    ASSERT_EQ(ColourAt(result.Get(), x, y), expected) << c.name << " bpp " << bpp << " at " << x << "," << y;
+                    ASSERT_EQ(ColourAt(result.Get(), x, y), expected)
+                        << c.name << " bpp " << bpp << " at " << x << "," << y;
             EXPECT_TRUE(source->GuardsIntact());
         }
     }
@@ -162,7 +167,8 @@ TEST(FilterHandover, NullResultReplacesTheSourceThroughAssign) {
 
 TEST(FilterKernelOperation, OnlyTheLastTapOfThirtyTwoBitMonoImagesCounts) {
     IQELFilterTransform* created = nullptr;
-    ASSERT_EQ(CQELFilterTransform::_CreateInstance(nullptr, &IID_IQELFilterTransform, reinterpret_cast<void**>(&created)),
+    ASSERT_EQ(CQELFilterTransform::_CreateInstance(nullptr, &IID_IQELFilterTransform,
+                                                   reinterpret_cast<void**>(&created)),
               QEL_OK);
     SmartPtr<IQELFilterTransform> holder(created);
     auto* filters = static_cast<CQELFilterTransform*>(created);
@@ -208,14 +214,17 @@ TEST(FilterPaths, FastGeneralAndReferenceAgree) {
                 Owned<BufferImage> general(BufferImage::Make(wh[0], wh[1], bpp, ModelFor(bpp), 2));
                 Owned<BufferImage> reference(BufferImage::Make(wh[0], wh[1], bpp, ModelFor(bpp), 0));
                 const ImageView s = ReadImageView(src.get());
-                ConvolveView(s, ReadImageView(fast.get()), kernel.data(), size, divisor, offset, FilterPath::Fast);
-                ConvolveView(s, ReadImageView(general.get()), kernel.data(), size, divisor, offset, FilterPath::General);
+                ConvolveView(s, ReadImageView(fast.get()), kernel.data(), size, divisor, offset,
+                             FilterPath::Fast);
+                ConvolveView(s, ReadImageView(general.get()), kernel.data(), size, divisor, offset,
+                             FilterPath::General);
                 ReferenceConvolve(src.get(), reference.get(), kernel.data(), size, divisor, offset);
                 const size_t rowBytes = qel::PixelsOf(src.get()).RowBytes();
                 const auto expected = PixelBytes(reference.get());
                 ASSERT_EQ(PixelBytes(fast.get()), expected)
                     << "bpp " << bpp << " " << wh[0] << "x" << wh[1] << " size " << size << "\n"
-                    << HexRows(PixelBytes(fast.get()), rowBytes) << "expected\n" << HexRows(expected, rowBytes);
+                    << HexRows(PixelBytes(fast.get()), rowBytes) << "expected\n"
+                    << HexRows(expected, rowBytes);
                 ASSERT_EQ(PixelBytes(general.get()), expected) << "bpp " << bpp << " size " << size;
                 ASSERT_TRUE(fast->GuardsIntact() && general->GuardsIntact() && src->GuardsIntact());
             }

@@ -21,7 +21,8 @@ struct Released {
 using Owned = std::unique_ptr<BufferImage, Released>;
 
 SmartPtr<IQELFilterTransform> Filters() {
-    return qeltest::TestHost().Create<IQELFilterTransform>(L"QELFilterTransform", qel::iid::IQELFilterTransform);
+    return qeltest::TestHost().Create<IQELFilterTransform>(L"QELFilterTransform",
+                                                           qel::iid::IQELFilterTransform);
 }
 unsigned ModelFor(int bpp) { return bpp == 32 ? QEL_MODEL_ARGB : bpp == 24 ? QEL_MODEL_BGR : QEL_MODEL_MONO; }
 
@@ -47,8 +48,8 @@ std::vector<uint32_t> Neighbours(IQEL* image, int x, int y, int size) {
     std::vector<uint32_t> colours;
     for (int i = 0; i < size; ++i)
         for (int j = 0; j < size; ++j)
-            colours.push_back(
-                GetPixelColor(p.bits, x - size / 2 + i, y - size / 2 + j, p.width, p.height, p.stride, p.bitCount));
+            colours.push_back(GetPixelColor(p.bits, x - size / 2 + i, y - size / 2 + j, p.width, p.height,
+                                            p.stride, p.bitCount));
     return colours;
 }
 
@@ -60,12 +61,15 @@ void ReferenceExtremum(IQEL* src, IQEL* dst, Extremum extremum, int size) {
             uint32_t last = 0;
             for (uint32_t c : Neighbours(src, x, y, size)) {
                 const int ch[3] = {BlueOf(c), GreenOf(c), RedOf(c)};
-                for (int k = 0; k < 3; ++k) low[k] = std::min(low[k], ch[k]), high[k] = std::max(high[k], ch[k]);
+                for (int k = 0; k < 3; ++k)
+                    low[k] = std::min(low[k], ch[k]), high[k] = std::max(high[k], ch[k]);
                 last = c;
             }
             int out[3];
             for (int k = 0; k < 3; ++k)
-                out[k] = extremum == Extremum::Minimum ? low[k] : extremum == Extremum::Maximum ? high[k] : high[k] - low[k];
+                out[k] = extremum == Extremum::Minimum   ? low[k]
+                         : extremum == Extremum::Maximum ? high[k]
+                                                         : high[k] - low[k];
             Put(dst, x, y, PackColor(out[0], out[1], out[2], AlphaOf(last)));
         }
     }
@@ -217,8 +221,8 @@ void ExpectMedianRanks(IQEL* src, IQEL* dst, int size) {
             const bool found = std::any_of(records.begin(), records.end(), [&](uint32_t c) {
                 return ColorKey(c) == key && (c & mask) == chosen;
             });
-            ASSERT_TRUE(found) << "bpp " << s.bitCount << " size " << size << " at " << x << "," << y << " chose "
-                               << std::hex << chosen << " for key " << std::dec << key;
+            ASSERT_TRUE(found) << "bpp " << s.bitCount << " size " << size << " at " << x << "," << y
+                               << " chose " << std::hex << chosen << " for key " << std::dec << key;
         }
     }
 }
@@ -231,13 +235,16 @@ TEST(NeighbourhoodPaths, FastGeneralAndReferenceAgree) {
             Owned src(BufferImage::Make(wh[0], wh[1], bpp, ModelFor(bpp), 3, wh[0] == 17));
             src->FillRandom(static_cast<uint32_t>(random()));
             const ImageView s = ReadImageView(src.get());
-            auto blank = [&](int padding) { return Owned(BufferImage::Make(wh[0], wh[1], bpp, ModelFor(bpp), padding)); };
+            auto blank = [&](int padding) {
+                return Owned(BufferImage::Make(wh[0], wh[1], bpp, ModelFor(bpp), padding));
+            };
             auto check = [&](const char* what, int size, Owned& fast, Owned& general, Owned& reference) {
                 const size_t rowBytes = qel::PixelsOf(src.get()).RowBytes();
                 const auto expected = PixelBytes(reference.get());
                 ASSERT_EQ(PixelBytes(fast.get()), expected)
                     << what << " bpp " << bpp << " " << wh[0] << "x" << wh[1] << " size " << size << "\n"
-                    << HexRows(PixelBytes(fast.get()), rowBytes) << "expected\n" << HexRows(expected, rowBytes);
+                    << HexRows(PixelBytes(fast.get()), rowBytes) << "expected\n"
+                    << HexRows(expected, rowBytes);
                 ASSERT_EQ(PixelBytes(general.get()), expected) << what << " bpp " << bpp << " size " << size;
                 ASSERT_TRUE(fast->GuardsIntact() && general->GuardsIntact());
             };
@@ -252,7 +259,8 @@ TEST(NeighbourhoodPaths, FastGeneralAndReferenceAgree) {
                 Owned fast = blank(1), general = blank(2);
                 MedianView(s, ReadImageView(fast.get()), size, FilterPath::Fast);
                 MedianView(s, ReadImageView(general.get()), size, FilterPath::General);
-                ASSERT_EQ(PixelBytes(fast.get()), PixelBytes(general.get())) << "median bpp " << bpp << " size " << size;
+                ASSERT_EQ(PixelBytes(fast.get()), PixelBytes(general.get()))
+                    << "median bpp " << bpp << " size " << size;
                 ExpectMedianRanks(src.get(), fast.get(), size);
             }
             Owned fast = blank(1), general = blank(2), reference = blank(0);
@@ -271,7 +279,8 @@ TEST(NeighbourhoodPaths, SizesFarBeyondTheImageReadOnlyInside) {
     // Nearly every neighbour is outside: the top-left colour's key is the median's.
     MedianView(ReadImageView(src.get()), ReadImageView(out.get()), 1 << 20, FilterPath::Fast);
     for (int x = 0; x < 5; ++x) EXPECT_EQ(ColorKey(At(out.get(), x, 3)), ColorKey(At(src.get(), 0, 0)));
-    MorphologyView(ReadImageView(src.get()), ReadImageView(out.get()), Extremum::Maximum, 1 << 30, FilterPath::Fast);
+    MorphologyView(ReadImageView(src.get()), ReadImageView(out.get()), Extremum::Maximum, 1 << 30,
+                   FilterPath::Fast);
     Owned reference(BufferImage::Make(5, 4, 24, QEL_MODEL_BGR, 0));
     ReferenceExtremum(src.get(), reference.get(), Extremum::Maximum, 9);  // 9 already covers the image
     EXPECT_EQ(PixelBytes(out.get()), PixelBytes(reference.get()));

@@ -18,7 +18,8 @@ struct Released {
 using Owned = std::unique_ptr<BufferImage, Released>;
 
 SmartPtr<IQELFilterTransform> Filters() {
-    return qeltest::TestHost().Create<IQELFilterTransform>(L"QELFilterTransform", qel::iid::IQELFilterTransform);
+    return qeltest::TestHost().Create<IQELFilterTransform>(L"QELFilterTransform",
+                                                           qel::iid::IQELFilterTransform);
 }
 uint32_t At(IQEL* image, int x, int y) {
     const qel::Pixels p = qel::PixelsOf(image);
@@ -60,9 +61,12 @@ TEST(Noise, OffsetsFollowTheSeedAndTheirPrecision) {
         for (int x = 0; x < 7; ++x) {
             const uint32_t in = At(image.get(), x, y);
             int offset[3];
-            for (int& o : offset) o = static_cast<int>((static_cast<double>(static_cast<float>(std::rand()) * 4.656613e-10f) - 0.5) * 100.0);
-            const uint32_t expected = PackColor(ClampToByte(BlueOf(in) + offset[2]), ClampToByte(GreenOf(in) + offset[1]),
-                                                ClampToByte(RedOf(in) + offset[0]), AlphaOf(in));
+            for (int& o : offset)
+                o = static_cast<int>(
+                    (static_cast<double>(static_cast<float>(std::rand()) * 4.656613e-10f) - 0.5) * 100.0);
+            const uint32_t expected =
+                PackColor(ClampToByte(BlueOf(in) + offset[2]), ClampToByte(GreenOf(in) + offset[1]),
+                          ClampToByte(RedOf(in) + offset[0]), AlphaOf(in));
             ASSERT_EQ(At(first.Get(), x, y), expected) << x << "," << y;
         }
     }
@@ -120,10 +124,13 @@ TEST(Jitter, PixelsMoveWithinTheAmountAndDrawTwicePerPixel) {
     for (int y = 0; y < 6; ++y)
         for (int x = 0; x < 11; ++x) {
             int d[2];
-            for (int& o : d) o = static_cast<int>((static_cast<double>(static_cast<float>(std::rand()) * 4.656613e-10f) - 0.5) * 8.0);
+            for (int& o : d)
+                o = static_cast<int>(
+                    (static_cast<double>(static_cast<float>(std::rand()) * 4.656613e-10f) - 0.5) * 8.0);
             const int sx = x + d[0], sy = y + d[1];
             const bool inside = sx >= 0 && sx < 11 && sy >= 0 && sy < 6;
-            ASSERT_EQ(At(out.Get(), x, y), At(image.get(), inside ? sx : x, inside ? sy : y)) << x << "," << y;
+            ASSERT_EQ(At(out.Get(), x, y), At(image.get(), inside ? sx : x, inside ? sy : y))
+                << x << "," << y;
             moved += inside && (sx != x || sy != y);
         }
     EXPECT_GT(moved, 20);
