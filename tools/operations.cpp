@@ -638,8 +638,6 @@ QResult RunScale8(OperationContext& context, const Arguments& args, SmartPtr<IQE
 
 // ---- the table -------------------------------------------------------------
 
-constexpr double kNoMin = -1e9, kNoMax = 1e9;
-
 const char* const kAllDepths = "1-, 4-, 8-, 24- and 32-bit images";
 const char* const kColourDepths = "8-, 24- and 32-bit images";
 const char* const kMatrixHelp = "six numbers A,B,C,D,E,F: x' = A x + B y + C, y' = D x + E y + F";
@@ -718,7 +716,7 @@ std::vector<OperationSpec> MakeTable() {
          {{"size", K::Size, nullptr, 0, 0, "new size WxH, or a percentage such as 50%"},
           method,
           {"--nearest", K::Flag, nullptr, 0, 0, "copy nearest pixels only"}},
-         kAllDepths, "qel in.png resample 640x480 out.png", "resample 50% --method 3", RunResample},
+         kAllDepths, "qel in.png resample 640x480 out.png", "resample 150% --method 3", RunResample},
         {"depth", "increasebpp IncreaseBpp", "QELTransform", "IncreaseBpp",
          "convert to 24- or 32-bit colour (palette colours are used)",
          {{"bits", K::Int, nullptr, 24, 32, "24 or 32"},
@@ -812,10 +810,10 @@ std::vector<OperationSpec> MakeTable() {
          "gaussian 2", RunGaussian},
         // QELMaths
         {"fill", "equal Equal", "QELMaths", "Equal", "set pixels to one value, optionally through a mask",
-         {{"value", K::Int, nullptr, kNoMin, kNoMax, "the value (hex allowed: 0x336699 is red 33, green 66, blue 99 on 24-bit)"},
+         {{"value", K::Int, nullptr, -2147483648.0, 4294967295.0, "the value (hex allowed: 0x336699 is red 33, green 66, blue 99 on 24-bit)"},
           {"--mask", K::File, nullptr, 0, 0, "only where this image is not black"}},
          "8-, 24- and 32-bit images", "qel in.png fill 0x336699 --mask shape.png out.png",
-         "fill 0x2060C0 --mask pattern", RunFill},
+         "fill 0xFF2060C0 --mask pattern", RunFill},
         {"copy", "paste Copy", "QELMaths", "Copy", "paste another image in, converting its depth",
          {{"file", K::File, nullptr, 0, 0, "the image pasted"},
           {"--at", K::Point, nullptr, 0, 0, "where its top-left corner goes (default 0,0)"},
@@ -867,8 +865,9 @@ const std::string& Arguments::Text(const std::string& name) const {
     const auto it = values_.find(name);
     return it == values_.end() ? empty : it->second;
 }
+// Values up to 0xFFFFFFFF are accepted where a colour is packed into an int.
 int Arguments::Int(const std::string& name) const {
-    return static_cast<int>(std::strtoll(Text(name).c_str(), nullptr, 0));
+    return static_cast<int>(static_cast<uint32_t>(std::strtoll(Text(name).c_str(), nullptr, 0)));
 }
 double Arguments::Float(const std::string& name) const { return std::strtod(Text(name).c_str(), nullptr); }
 void Arguments::Size(const std::string& name, int width, int height, int* w, int* h) const {
@@ -960,6 +959,10 @@ bool ParseStep(const std::vector<std::string>& words, size_t* index, Step* step,
         }
         std::string expected;
         const bool present = i < words.size() && words[i].rfind("--", 0) != 0;
+        if (present && param.defaultValue == nullptr && words[i] == "-o") {
+            *error = std::string(op->name) + ": missing " + param.name + " (" + param.help + ")";
+            return false;
+        }
         if (param.defaultValue == nullptr) {
             if (!present) {
                 *error = std::string(op->name) + ": missing " + param.name + " (" + param.help + "; see qel help " +
@@ -970,9 +973,19 @@ bool ParseStep(const std::vector<std::string>& words, size_t* index, Step* step,
                 *error = std::string(op->name) + ": bad " + param.name + " '" + words[i] + "': expected " + expected;
                 return false;
             }
-        } else if (!present || !LooksLikeValue(param, words[i])) {
-            step->args.Set(param.name, param.defaultValue);
-            continue;
+        } else {
+            // An optional value is there unless the word is the next operation
+            // or the output file that ends the command line.
+            const bool isOutput = i + 1 == words.size() && words[i].find('.') != std::string::npos &&
+                                  !LooksLikeValue(param, words[i]);
+            if (!present || words[i] == "-o" || FindOperation(words[i]) != nullptr || isOutput) {
+                step->args.Set(param.name, param.defaultValue);
+                continue;
+            }
+            if (!CheckParam(param, words[i], &expected)) {
+                *error = std::string(op->name) + ": bad " + param.name + " '" + words[i] + "': expected " + expected;
+                return false;
+            }
         }
         step->args.Set(param.name, words[i]);
         step->text += " " + words[i];
