@@ -178,11 +178,11 @@ TEST(Median, ExamplesAndTheOutsideRecord) {
     EXPECT_EQ(PixelBytes(out.Get()), PixelBytes(image.get()));
 
     // Isolated salt and pepper on grey disappear.
-    Owned speckled = Uniform(9, 7, 24, 0x00808080);
-    Put(speckled.get(), 2, 2, 0x00FFFFFF);
-    Put(speckled.get(), 6, 4, 0);
-    Put(speckled.get(), 8, 0, 0x00FFFFFF);
-    ASSERT_EQ(filters->Median(speckled.get(), 3, out.Out()), QEL_OK);
+    Owned sprinkled = Uniform(9, 7, 24, 0x00808080);
+    Put(sprinkled.get(), 2, 2, 0x00FFFFFF);
+    Put(sprinkled.get(), 6, 4, 0);
+    Put(sprinkled.get(), 8, 0, 0x00FFFFFF);
+    ASSERT_EQ(filters->Median(sprinkled.get(), 3, out.Out()), QEL_OK);
     for (unsigned char byte : PixelBytes(out.Get())) ASSERT_EQ(byte, 0x80);
 
     // Size 2 takes index 2 of the pixel, its left, upper and upper-left neighbours.
