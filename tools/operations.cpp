@@ -975,9 +975,9 @@ bool ParseStep(const std::vector<std::string>& words, size_t* index, Step* step,
             }
         } else {
             // An optional value is there unless the word is the next operation
-            // or the output file that ends the command line.
-            const bool isOutput = i + 1 == words.size() && words[i].find('.') != std::string::npos &&
-                                  !LooksLikeValue(param, words[i]);
+            // or the output file.
+            const bool isOutput = i < words.size() && words[i].find('.') != std::string::npos &&
+                                  IsWritableImageName(words[i]) && !LooksLikeValue(param, words[i]);
             if (!present || words[i] == "-o" || FindOperation(words[i]) != nullptr || isOutput) {
                 step->args.Set(param.name, param.defaultValue);
                 continue;

@@ -110,6 +110,18 @@ bool TakeGlobalOption(const std::vector<std::string>& words, size_t* i, Options*
     return true;
 }
 
+// Whether words[from...] are global options only, so that the word before
+// them ends the chain (the output file).
+bool OnlyGlobalOptionsFrom(const std::vector<std::string>& words, size_t from) {
+    Options scratch;
+    for (size_t i = from; i < words.size();) {
+        bool taken = false;
+        std::string error;
+        if (!TakeGlobalOption(words, &i, &scratch, &taken, &error) || !taken) return false;
+    }
+    return true;
+}
+
 SmartPtr<IQEL> LoadInput(const qel::Host& host, const std::string& name, std::string* error) {
     if (name == "sample") return qeltool::FromRaster(host, qeltool::SampleChart(), 32, QEL_MODEL_ARGB);
     std::string reason;
@@ -186,9 +198,9 @@ int Chain(const std::vector<std::string>& words) {
         }
         if (input.empty()) {
             input = word;
-        } else if (i + 1 == words.size() && options.output.empty()) {
+        } else if (OnlyGlobalOptionsFrom(words, i + 1) && options.output.empty()) {
             options.output = word;
-        } else if (i + 1 == words.size() && word.find('.') != std::string::npos) {
+        } else if (OnlyGlobalOptionsFrom(words, i + 1) && word.find('.') != std::string::npos) {
             return UsageError("two output files: '" + options.output + "' and '" + word + "'");
         } else {
             return UsageError("unknown operation '" + word + "' (qel list shows them all)");
