@@ -17,14 +17,17 @@ std::wstring ToWide(tagREFString text) {
 
 tagREFString ToREF(const std::wstring& text) { return tagREFString{text.size(), text.c_str()}; }
 
-class CreatableString final : public ICreatableString {
+// The text, reference count and interface lookup shared by both string
+// kinds; `Interface` is ICreatableString or IComponentString.
+template <class Interface>
+class StringObject : public Interface {
 public:
     QELHOST_REFCOUNT_METHODS
 
     QResult QueryInterface(const IID& iid, void** object) override {
         if (object == nullptr) return QEL_E_POINTER;
-        if (iid == qel::iid::IUnknown || iid == qel::iid::IString || iid == qel::iid::ICreatableString)
-            return HandOut(static_cast<ICreatableString*>(this), object);
+        if (iid == qel::iid::IUnknown || iid == qel::iid::IString || iid == OwnInterfaceId())
+            return HandOut(static_cast<Interface*>(this), object);
         *object = nullptr;
         return QEL_E_NOINTERFACE;
     }
@@ -38,6 +41,15 @@ public:
         *length = static_cast<int>(text_.size());
         return QEL_OK;
     }
+
+protected:
+    virtual ~StringObject() = default;
+    virtual const IID& OwnInterfaceId() const = 0;
+    std::wstring text_;
+};
+
+class CreatableString final : public StringObject<ICreatableString> {
+public:
     QResult AppendChars(int count, const wchar_t* characters) override {
         if (count < 0) return QEL_E_INVALIDARG;
         if (count > 0 && characters == nullptr) return QEL_E_POINTER;
@@ -54,8 +66,7 @@ public:
     }
 
 private:
-    ~CreatableString() = default;
-    std::wstring text_;
+    const IID& OwnInterfaceId() const override { return qel::iid::ICreatableString; }
 };
 
 // Names under which the runtime's own components are located.
@@ -89,32 +100,13 @@ void* LoadModule(const std::wstring& module) {
     return dlopen(("./_binLIN64/" + name).c_str(), RTLD_NOW);
 }
 
-class ComponentString final : public IComponentString {
+class ComponentString final : public StringObject<IComponentString> {
 public:
-    QELHOST_REFCOUNT_METHODS
-
     ComponentString(std::wstring module, std::wstring component)
         : module_(std::move(module)), component_(std::move(component)) {
         UpdateText();
     }
 
-    QResult QueryInterface(const IID& iid, void** object) override {
-        if (object == nullptr) return QEL_E_POINTER;
-        if (iid == qel::iid::IUnknown || iid == qel::iid::IString || iid == qel::iid::IComponentString)
-            return HandOut(static_cast<IComponentString*>(this), object);
-        *object = nullptr;
-        return QEL_E_NOINTERFACE;
-    }
-    QResult GetString(tagREFString* text) override {
-        if (text == nullptr) return QEL_E_POINTER;
-        *text = ToREF(text_);
-        return QEL_OK;
-    }
-    QResult GetLength(int* length) override {
-        if (length == nullptr) return QEL_E_POINTER;
-        *length = static_cast<int>(text_.size());
-        return QEL_OK;
-    }
     QResult CreateInstance(const IID* iid, void** object) override {
         if (object == nullptr) return QEL_E_POINTER;
         *object = nullptr;
@@ -157,7 +149,7 @@ public:
     }
 
 private:
-    ~ComponentString() = default;
+    const IID& OwnInterfaceId() const override { return qel::iid::IComponentString; }
 
     void UpdateText() { text_ = module_ + L":" + component_; }
 
@@ -184,7 +176,6 @@ private:
     std::mutex mutex_;
     std::wstring module_;
     std::wstring component_;
-    std::wstring text_;
     QELCreateInstanceFn resolved_ = nullptr;
 };
 
