@@ -65,6 +65,7 @@ TEST(Rotate, ZeroHandsBackTheSourceAndQuarterTurnsUseTheCopyPath) {
     EXPECT_EQ(Transform()->Rotate(nullptr, &none.image, 45, 3, 0, 0), QEL_E_FAIL);
     EXPECT_EQ(Transform()->Rotate(source, nullptr, 45, 3, 0, 0), QEL_E_POINTER);
     EXPECT_EQ(source->RefCount(), 2u);
+    source->Release();  // `same` holds the last reference
 }
 
 TEST(Rotate, FullTurnTakesTheGeneralPathWithAFourPixelMargin) {
