@@ -3,6 +3,7 @@
 // to fill, compare and dump pixels.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -53,7 +54,7 @@ private:
     ~BufferImage() = default;
     void Layout(int width, int height, int planes, int bitCount, unsigned colourModel);
 
-    uint32_t refs_ = 1;
+    std::atomic<uint32_t> refs_{1};  // atomic: tests share images across threads
     int width_ = 0, height_ = 0, planes_ = 1, bitCount_ = 0;
     unsigned colourModel_ = 0;
     int padding_ = 0;

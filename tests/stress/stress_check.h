@@ -1,0 +1,96 @@
+// Randomized stress driver: random images and parameters, and the checks made
+// around every call (guard bytes, reference counts, untouched inputs).
+#pragma once
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "qel/qel.h"
+#include "support/test_image.h"
+
+namespace stress {
+
+// Deterministic draws for one call, seeded from (run seed, call number).
+class Draw {
+public:
+    explicit Draw(uint64_t seed) : engine_(seed) {}
+    int Int(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(engine_); }
+    bool Chance(double p) { return std::uniform_real_distribution<double>(0, 1)(engine_) < p; }
+    double Real(double lo, double hi) { return std::uniform_real_distribution<double>(lo, hi)(engine_); }
+    uint32_t Bits32() { return static_cast<uint32_t>(engine_()); }
+    template <class T>
+    T Pick(std::initializer_list<T> choices) {
+        return *(choices.begin() + Int(0, static_cast<int>(choices.size()) - 1));
+    }
+    // Mostly a value in [lo, hi]; now and then an extreme of the int range.
+    int Param(int lo, int hi);
+    // Mostly a value in [lo, hi]; now and then NaN, an infinity or a huge value.
+    double RealParam(double lo, double hi);
+
+private:
+    std::mt19937_64 engine_;
+};
+
+// Shape of a random image: every depth and colour model, sizes 0 to 64 each
+// way, padded rows, bottom-up rows, 1 to 3 planes.
+struct Shape {
+    int width = 0, height = 0, bitCount = 8;
+    unsigned colourModel = 0;
+    int padding = 0;
+    bool bottomUp = false;
+    int planes = 1;
+    std::string Text() const;
+};
+Shape RandomShape(Draw& draw);
+
+// One operation call: owns its images, remembers their state before the call
+// and checks them afterwards. The first failed check ends the run.
+class Call {
+public:
+    Call(const char* operation, uint64_t callSeed, Draw& draw) : operation_(operation), seed_(callSeed), draw_(draw) {}
+    ~Call();
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+
+    // A test-owned image with guard bytes; `changes` says the operation may
+    // write it (in-place operations and destinations).
+    IQELImageDIB* Image(const Shape& shape, bool changes);
+    IQELImageDIB* Image(bool changes) { return Image(RandomShape(draw_), changes); }
+    // A runtime image, sometimes with a palette of random length.
+    IQELImageDIB* RuntimeImage(bool changes);
+    // Any input: mostly a test-owned image, sometimes a runtime one, rarely null.
+    IQELImageDIB* Input(bool changes);
+
+    // Checks made after the call: guards intact, reference counts unchanged,
+    // unchanged inputs byte for byte; `output` (may be null) must hold exactly
+    // one reference unless it is one of the inputs, which then holds one more.
+    void Finish(IQEL* output = nullptr);
+    void Fail(const std::string& what) const;
+
+private:
+    struct Held {
+        qeltest::BufferImage* buffer = nullptr;  // test-owned, or null
+        IQELImageDIB* image = nullptr;
+        Shape shape;
+        bool changes = false;
+        uint32_t refs = 0;
+        std::vector<std::vector<unsigned char>> before;  // whole blocks, or pixel rows of a runtime image
+    };
+    std::vector<unsigned char> Contents(const Held& held, int plane) const;
+
+    const char* operation_;
+    uint64_t seed_;
+    Draw& draw_;
+    std::vector<Held> held_;
+};
+
+// Runs call number `index` of a run: one random operation. Returns its name.
+const char* RunOneCall(uint64_t runSeed, uint64_t index);
+// Number of operations the driver knows, and their names (for --list).
+std::vector<std::string> OperationNames();
+// Restricts the run to one operation (for reproducing a report); false if unknown.
+bool OnlyOperation(const std::string& name);
+
+}  // namespace stress
