@@ -1,6 +1,7 @@
 // The built-in test chart and pattern, drawn by arithmetic, and a 5x7 font.
 #include "tools/sample_chart.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstring>
@@ -134,8 +135,12 @@ Raster SamplePattern(int width, int height) {
             const double d = std::sqrt((x - cx) * (x - cx) + (y - cy) * (y - cy));
             const bool ring = static_cast<int>(d / 12) % 2 == 0;
             const bool check = ((x / 20) + (y / 20)) % 2 == 0;
-            const uint8_t base = ring ? 190 : 70;
-            Put(&pattern, x, y, base, static_cast<uint8_t>(check ? base : 255 - base), static_cast<uint8_t>(x * 255 / std::max(1, width - 1)));
+            // Every other ring is black, so that the pattern also serves as a mask.
+            if (!ring) {
+                Put(&pattern, x, y, 0, 0, 0);
+                continue;
+            }
+            Put(&pattern, x, y, 190, static_cast<uint8_t>(check ? 190 : 65), static_cast<uint8_t>(x * 255 / std::max(1, width - 1)));
         }
     return pattern;
 }

@@ -16,7 +16,7 @@ constexpr int kSampleHeight = 240;
 // an alpha ramp from transparent to opaque. 32-bit "ARGB" as a module image.
 Raster SampleChart();
 
-// Concentric rings and a checkerboard of the given size, opaque.
+// Concentric rings, every other one black, coloured in a checkerboard; opaque.
 Raster SamplePattern(int width, int height);
 
 // Draws text in a 5x7 bitmap font (upper-case letters, digits and a little
