@@ -24,7 +24,7 @@ cmake -B "$prefix" && cmake --build "$prefix" -j2 && ctest --test-dir "$prefix" 
 
 # Sanitizer reports end the program with a failure; leak checking is on.
 export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:strict_string_checks=1"
-export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1:abort_on_error=1"
 export LSAN_OPTIONS="report_objects=1"
 
 step "AddressSanitizer and UndefinedBehaviorSanitizer build and tests"

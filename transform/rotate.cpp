@@ -17,6 +17,10 @@ struct TurnedFrame {
     float startX = 0.0f, startY = 0.0f;
 };
 
+// A whole number of pixels; a turn by a NaN or infinite angle has no extent
+// and covers nothing.
+int PixelSpan(float span) { return span >= 0.0f && span < 2147483520.0f ? static_cast<int>(span) : 0; }
+
 TurnedFrame TurnRectangle(int w, int h, float k, float s) {
     // Corners at the pixel edges, not the pixel centres.
     const float right = static_cast<float>(w) - 0.5f, bottom = static_cast<float>(h) - 0.5f;
@@ -32,8 +36,8 @@ TurnedFrame TurnRectangle(int w, int h, float k, float s) {
         if (i == 0 || y > maxY) maxY = y;
     }
     TurnedFrame frame;
-    frame.width = static_cast<int>(std::floor(maxX - minX + 0.5f));
-    frame.height = static_cast<int>(std::floor(maxY - minY + 0.5f));
+    frame.width = PixelSpan(std::floor(maxX - minX + 0.5f));
+    frame.height = PixelSpan(std::floor(maxY - minY + 0.5f));
     frame.startX = (minX + maxX - static_cast<float>(frame.width - 1)) * 0.5f;
     frame.startY = (minY + maxY - static_cast<float>(frame.height - 1)) * 0.5f;
     return frame;

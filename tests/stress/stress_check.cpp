@@ -9,6 +9,8 @@
 
 namespace stress {
 
+char gCallLabel[128] = "before the first call";
+
 int Draw::Param(int lo, int hi) {
     if (Chance(0.04))
         return Pick<int>({std::numeric_limits<int>::min(), std::numeric_limits<int>::max(), -1, 0, 1 << 30});
@@ -134,8 +136,8 @@ void Call::Finish(IQEL* output) {
 }
 
 void Call::Fail(const std::string& what) const {
-    std::fprintf(stderr, "FAULT in %s (call seed %llu): %s\n", operation_, static_cast<unsigned long long>(seed_),
-                 what.c_str());
+    std::fprintf(stderr, "FAULT in %s (%s, call seed %llu): %s\n", operation_, gCallLabel,
+                 static_cast<unsigned long long>(seed_), what.c_str());
     for (size_t i = 0; i < held_.size(); ++i)
         std::fprintf(stderr, "  image %zu: %s%s\n", i, held_[i].shape.Text().c_str(),
                      held_[i].buffer == nullptr ? " (runtime image)" : "");

@@ -12,6 +12,9 @@
 
 namespace stress {
 
+// "--seed S --call N" of the running call, so that a report can be replayed.
+extern char gCallLabel[128];
+
 // Deterministic draws for one call, seeded from (run seed, call number).
 class Draw {
 public:

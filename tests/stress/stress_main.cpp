@@ -25,13 +25,10 @@
 
 namespace {
 
-// Which call is running, for the report of a crash or a sanitizer finding.
-char gCurrent[128] = "before the first call";
-
 void ReportCurrent() {
     const char prefix[] = "\nqel_stress: the failing call was ";
     ssize_t ignored = write(2, prefix, sizeof(prefix) - 1);
-    ignored = write(2, gCurrent, std::strlen(gCurrent));
+    ignored = write(2, stress::gCallLabel, std::strlen(stress::gCallLabel));
     ignored = write(2, "\n", 1);
     (void)ignored;
 }
@@ -91,7 +88,7 @@ int main(int argc, char** argv) {
         if (seconds > 0 && (made & 15) == 0 &&
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() >= seconds)
             break;
-        std::snprintf(gCurrent, sizeof(gCurrent), "--seed %llu --call %llu",
+        std::snprintf(stress::gCallLabel, sizeof(stress::gCallLabel), "--seed %llu --call %llu",
                       static_cast<unsigned long long>(seed), static_cast<unsigned long long>(index));
         ++perOperation[stress::RunOneCall(seed, index)];
         ++made;

@@ -136,6 +136,7 @@ std::vector<unsigned char> PixelBytes(IQEL* image) {
 void SetPixelBytes(IQEL* image, const std::vector<unsigned char>& bytes) {
     const qel::Pixels p = qel::PixelsOf(image);
     const size_t rowBytes = p.RowBytes();
+    if (rowBytes == 0) return;  // zero width: no pixels, and no data pointer to copy from
     for (int y = 0; y < p.height && (static_cast<size_t>(y) + 1) * rowBytes <= bytes.size(); ++y)
         std::memcpy(p.Row(y), bytes.data() + static_cast<size_t>(y) * rowBytes, rowBytes);
 }
