@@ -65,22 +65,22 @@ bool ParseModel(const std::string& text, unsigned* model) {
     return true;
 }
 
-// Checks `text` as a value of `spec`; on failure says what was expected.
-bool CheckValue(const ParamSpec& spec, const std::string& text, std::string* expected) {
-    switch (spec.kind) {
+// Checks `text` as a value of `param`; on failure says what was expected.
+bool CheckValue(const Param& param, const std::string& text, std::string* expected) {
+    switch (param.kind) {
         case ParamKind::Int: {
             long long v = 0;
             char range[96];
-            std::snprintf(range, sizeof(range), "a whole number from %g to %g", spec.min, spec.max);
+            std::snprintf(range, sizeof(range), "a whole number from %g to %g", param.min, param.max);
             *expected = range;
-            return ParseLong(text, &v) && v >= spec.min && v <= spec.max;
+            return ParseLong(text, &v) && v >= param.min && v <= param.max;
         }
         case ParamKind::Float: {
             double v = 0;
             char range[96];
-            std::snprintf(range, sizeof(range), "a number from %g to %g", spec.min, spec.max);
+            std::snprintf(range, sizeof(range), "a number from %g to %g", param.min, param.max);
             *expected = range;
-            return ParseDouble(text, &v) && v >= spec.min && v <= spec.max;
+            return ParseDouble(text, &v) && v >= param.min && v <= param.max;
         }
         case ParamKind::Size: {
             *expected = "a size WxH (1 to 32768 each, at most 134 million pixels) or a percentage such as 50%";
@@ -644,12 +644,12 @@ const char* const kMatrixHelp = "six numbers A,B,C,D,E,F: x' = A x + B y + C, y'
 
 std::vector<OperationSpec> MakeTable() {
     using K = ParamKind;
-    const ParamSpec method{"--method", K::Int, "3", 0, 15, "interpolation: 0 nearest, 1 pixel, 2 B-spline, 3 cubic, "
+    const Param method{"--method", K::Int, "3", 0, 15, "interpolation: 0 nearest, 1 pixel, 2 B-spline, 3 cubic, "
                                                            "4 Catmull-Rom, 5 Lanczos, 6 box, 7 Hermite, 8 damped Hermite, "
                                                            "9 sinc, 10 cosine sum, 11 Bessel, 12 Gaussian, 13 quadratic, "
                                                            "14 Mitchell, 15 Catmull-Rom (signed)"};
-    const ParamSpec alphaFlag{"--alpha", K::Flag, nullptr, 0, 0, "make the result 32-bit with an alpha channel"};
-    const ParamSpec neighbourhood{"size", K::Int, "3", 1, 15, "side of the square neighbourhood in pixels"};
+    const Param alphaFlag{"--alpha", K::Flag, nullptr, 0, 0, "make the result 32-bit with an alpha channel"};
+    const Param neighbourhood{"size", K::Int, "3", 1, 15, "side of the square neighbourhood in pixels"};
     return {
         // QELColorTransform
         {"colorize", "colourise colourize Colorize", "QELColorTransform", "Colorize",
@@ -928,15 +928,15 @@ const OperationSpec* FindOperation(const std::string& name) {
 
 namespace {
 
-bool CheckParam(const ParamSpec& spec, const std::string& text, std::string* expected) {
-    return CheckValue(spec, text, expected);
+bool CheckParam(const Param& param, const std::string& text, std::string* expected) {
+    return CheckValue(param, text, expected);
 }
 
 // Whether a word can be an optional positional value (and not the next operation or the output).
-bool LooksLikeValue(const ParamSpec& spec, const std::string& word) {
+bool LooksLikeValue(const Param& param, const std::string& word) {
     std::string expected;
-    if (spec.kind == ParamKind::File) return false;
-    return CheckParam(spec, word, &expected);
+    if (param.kind == ParamKind::File) return false;
+    return CheckParam(param, word, &expected);
 }
 
 }  // namespace
@@ -952,7 +952,7 @@ bool ParseStep(const std::vector<std::string>& words, size_t* index, Step* step,
     step->args = Arguments();
     step->text = op->name;
     size_t i = *index + 1;
-    for (const ParamSpec& param : op->params) {
+    for (const Param& param : op->params) {
         if (param.name[0] == '-') {
             if (param.defaultValue != nullptr) step->args.Set(param.name, param.defaultValue);
             continue;
@@ -993,8 +993,8 @@ bool ParseStep(const std::vector<std::string>& words, size_t* index, Step* step,
     }
     // Options of this operation, in any order.
     while (i < words.size() && words[i].rfind("--", 0) == 0) {
-        const ParamSpec* option = nullptr;
-        for (const ParamSpec& param : op->params)
+        const Param* option = nullptr;
+        for (const Param& param : op->params)
             if (words[i] == param.name) option = &param;
         if (option == nullptr) break;  // perhaps a global option; the caller decides
         step->text += " " + words[i];
@@ -1109,7 +1109,7 @@ void PrintOperationList(FILE* out) {
             std::fprintf(out, "%s%s\n", op.component == Operations().front().component ? "" : "\n", component);
         }
         std::string usage = op.name;
-        for (const ParamSpec& param : op.params)
+        for (const Param& param : op.params)
             if (param.name[0] != '-')
                 usage += param.defaultValue ? " [" + Upper(param.name) + "]" : " " + Upper(param.name);
         std::fprintf(out, "  %-28s %s\n", usage.c_str(), op.summary);
@@ -1121,14 +1121,14 @@ bool PrintOperationHelp(FILE* out, const std::string& name) {
     if (op == nullptr) return false;
     std::fprintf(out, "%s: %s\n", op->name, op->summary);
     std::string usage = std::string("qel IN ") + op->name;
-    for (const ParamSpec& param : op->params) {
+    for (const Param& param : op->params) {
         std::string shown = param.name[0] != '-' ? Upper(param.name) : param.name;
         if (param.name[0] == '-' && param.kind != ParamKind::Flag) shown += " VALUE";
         usage += (param.defaultValue != nullptr || param.name[0] == '-') ? " [" + shown + "]" : " " + shown;
     }
     std::fprintf(out, "\nusage: %s OUT\n\nparameters:\n", usage.c_str());
     if (op->params.empty()) std::fprintf(out, "  none\n");
-    for (const ParamSpec& param : op->params) {
+    for (const Param& param : op->params) {
         const std::string shown = param.name[0] != '-' ? Upper(param.name) : param.name;
         std::string line = "  " + shown;
         line.resize(std::max<size_t>(line.size() + 1, 18), ' ');

@@ -26,7 +26,7 @@ enum class ParamKind {
     Matrix,  // six comma-separated numbers of an affine map
 };
 
-struct ParamSpec {
+struct Param {
     const char* name;          // "angle" for a positional value, "--method" for an option
     ParamKind kind;
     const char* defaultValue;  // nullptr: required (positional) or absent (option)
@@ -66,7 +66,7 @@ struct OperationSpec {
     const char* component;  // object name of the component
     const char* method;     // the interface operation called
     const char* summary;
-    std::vector<ParamSpec> params;
+    std::vector<Param> params;
     const char* accepts;    // image formats that give a meaningful result
     const char* example;    // a command line
     const char* gallery;    // representative step for the gallery
