@@ -1,6 +1,9 @@
 // Convolution filters: Filter, Kernel and the fixed kernels built on Filter.
 #include <cstdlib>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "filter/filter_kernels.h"
 #include "filter/filter_transform.h"
@@ -52,35 +55,127 @@ uint32_t ConvolvePixel(const ImageView& src, const int* kernel, int64_t size, ui
     return PackColor(finish(blue), finish(green), finish(red), alpha);
 }
 
+// Sums that provably stay within 16 bits, finished by a multiply-high in place
+// of the division: 8 lanes per instruction with the baseline x86-64 vector set.
+// Every condition below keeps the result equal to SumFinisher's.
+struct ShortSums {
+    bool usable = false;
+    int16_t weights[49] = {};  // only kernels up to 7 x 7
+    uint16_t multiplier = 0;   // quotient = (|sum| * multiplier) >> 16 >> shift
+    int shift = 0;
+    bool divides = false;
+    int16_t offset = 0;
+
+    ShortSums(const int* kernel, int size, const SumFinisher& finish) {
+        if (size <= 0 || size > 7) return;
+        int64_t low = 0, high = 0;  // extreme sums over byte inputs
+        for (int n = 0; n < size * size; ++n) {
+            if (kernel[n] < 0) low += 255 * static_cast<int64_t>(kernel[n]);
+            else high += 255 * static_cast<int64_t>(kernel[n]);
+            weights[n] = static_cast<int16_t>(kernel[n] < -32768 ? 0 : kernel[n] > 32767 ? 0 : kernel[n]);
+        }
+        // Partial sums lie between the extremes too, so 16-bit lanes never wrap.
+        if (low < -32768 || high > 32767) return;
+        if (finish.offset < -32768 || finish.offset > 32767) return;
+        offset = static_cast<int16_t>(finish.offset);
+        const int64_t largest = high > -low ? high : -low;
+        if (finish.divisor == 0 || finish.divisor == 1) {
+            usable = true;
+            return;
+        }
+        if (finish.divisor < 2) return;  // negative divisors stay scalar
+        for (shift = 0; shift < 16 && !usable; ++shift) {
+            const int64_t m = ((int64_t{1} << (16 + shift)) + finish.divisor - 1) / finish.divisor;
+            if (m > 65535) break;
+            bool exact = true;
+            for (int64_t v = 0; v <= largest && exact; ++v)
+                exact = ((v * m) >> (16 + shift)) == v / finish.divisor;
+            if (exact) {
+                multiplier = static_cast<uint16_t>(m);
+                divides = usable = true;
+                return;
+            }
+        }
+        usable = false;
+    }
+};
+
+#if defined(__SSE2__)
+// Lanes [0, returned) of one output row, 16 at a time: the weighted taps are
+// summed in 16-bit lanes, the magnitude divided by multiply-high and shift,
+// the sign restored, the offset added with saturation, and the clamp to a byte
+// done by the saturating pack (saturation only ever hits values that clamp to
+// 0 or 255 anyway).
+size_t ConvolveLanesVector(const unsigned char* const* tapRows, int size, int bytesPerPixel, size_t lanes,
+                           const ShortSums& plan, unsigned char* out) {
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i multiplier = _mm_set1_epi16(static_cast<short>(plan.multiplier));
+    const __m128i shift = _mm_cvtsi32_si128(plan.shift);
+    const __m128i offset = _mm_set1_epi16(plan.offset);
+    auto finish = [&](__m128i sum) {
+        if (!plan.divides) return _mm_adds_epi16(sum, offset);
+        const __m128i sign = _mm_srai_epi16(sum, 15);
+        __m128i q = _mm_sub_epi16(_mm_xor_si128(sum, sign), sign);
+        q = _mm_srl_epi16(_mm_mulhi_epu16(q, multiplier), shift);
+        q = _mm_sub_epi16(_mm_xor_si128(q, sign), sign);
+        return _mm_adds_epi16(q, offset);
+    };
+    size_t n = 0;
+    for (; n + 16 <= lanes; n += 16) {
+        __m128i low = zero, high = zero;
+        for (int j = 0; j < size; ++j) {
+            for (int i = 0; i < size; ++i) {
+                const int16_t w = plan.weights[j * size + i];
+                if (w == 0) continue;
+                const __m128i weight = _mm_set1_epi16(w);
+                const __m128i taps = _mm_loadu_si128(
+                    reinterpret_cast<const __m128i*>(tapRows[j] + static_cast<size_t>(i) * bytesPerPixel + n));
+                low = _mm_add_epi16(low, _mm_mullo_epi16(_mm_unpacklo_epi8(taps, zero), weight));
+                high = _mm_add_epi16(high, _mm_mullo_epi16(_mm_unpackhi_epi8(taps, zero), weight));
+            }
+        }
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + n), _mm_packus_epi16(finish(low), finish(high)));
+    }
+    return n;
+}
+#endif
+
 // Interior rows straight from the buffer: every tap adds its weighted row of
 // channel bytes to a row of 32-bit accumulators, a loop the compiler vectorises.
 // For grey images the three channel sums are equal, so one sum per pixel serves.
+// With `vectorise`, a vector step takes the leading lanes of each row and the
+// scalar loop below finishes the rest; alone, the scalar loop does them all.
 template <int kBytes>
 void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* kernel, int size,
-                      const SumFinisher& finish, Span xs, Span ys, uint32_t* sums) {
+                      const SumFinisher& finish, Span xs, Span ys, uint32_t* sums, bool vectorise) {
     const int half = size / 2;
     const size_t lanes = static_cast<size_t>(xs.Count()) * kBytes;
+    const ShortSums plan(kernel, vectorise ? size : 0, finish);
+    const unsigned char* tapRows[7];
     for (int64_t y = ys.first; y <= ys.last; ++y) {
-        std::memset(sums, 0, lanes * sizeof(uint32_t));
+        unsigned char* out = dst.Row(static_cast<int>(y)) + xs.first * kBytes;
+        size_t done = 0;
+#if defined(__SSE2__)
+        if (plan.usable) {
+            for (int j = 0; j < size; ++j)
+                tapRows[j] = src.Row(static_cast<int>(y - half + j)) + (xs.first - half) * kBytes;
+            done = ConvolveLanesVector(tapRows, size, kBytes, lanes, plan, out);
+        }
+#else
+        (void)tapRows;
+#endif
+        std::memset(sums + done, 0, (lanes - done) * sizeof(uint32_t));
         for (int j = 0; j < size; ++j) {
             const unsigned char* row = src.Row(static_cast<int>(y - half + j));
             for (int i = 0; i < size; ++i) {
                 const uint32_t weight = static_cast<uint32_t>(kernel[static_cast<int64_t>(j) * size + i]);
                 if (weight == 0) continue;
                 const unsigned char* taps = row + (xs.first - half + i) * kBytes;
-                for (size_t n = 0; n < lanes; ++n) sums[n] += weight * taps[n];
+                for (size_t n = done; n < lanes; ++n) sums[n] += weight * taps[n];
             }
         }
-        unsigned char* out = dst.Row(static_cast<int>(y)) + xs.first * kBytes;
-        if (kBytes == 1) {
-            for (size_t n = 0; n < lanes; ++n) out[n] = static_cast<unsigned char>(finish(sums[n]));
-            continue;
-        }
-        for (size_t n = 0; n < lanes; n += kBytes) {
-            out[n] = static_cast<unsigned char>(finish(sums[n]));
-            out[n + 1] = static_cast<unsigned char>(finish(sums[n + 1]));
-            out[n + 2] = static_cast<unsigned char>(finish(sums[n + 2]));
-        }
+        // Every lane is finished, alpha lanes too; those are overwritten below.
+        for (size_t n = done; n < lanes; ++n) out[n] = static_cast<unsigned char>(finish(sums[n]));
         if (kBytes == 4) {
             const unsigned char* last =
                 src.Row(static_cast<int>(y - half + size - 1)) + (xs.first - half + size - 1) * 4;
@@ -100,7 +195,8 @@ void ConvolveView(const ImageView& src, const ImageView& dst, const int* kernel,
     const uint32_t outside = OutsideColor(src);
 
     Span xs, ys;  // outputs computed on the fast path
-    const int bytes = path == FilterPath::Fast && size > 0 ? DirectPixelBytes(src) : 0;
+    const int bytes = path != FilterPath::General && size > 0 ? DirectPixelBytes(src) : 0;
+    const bool vectorise = path == FilterPath::Fast;
     uint32_t* sums = nullptr;
     if (bytes != 0) {
         xs = InteriorOutputs(size, src.width);
@@ -111,9 +207,9 @@ void ConvolveView(const ImageView& src, const ImageView& dst, const int* kernel,
         if (sums == nullptr) xs = ys = Span{};  // nothing interior, or no memory: all general
     }
     if (sums != nullptr) {
-        if (bytes == 1) ConvolveInterior<1>(src, dst, kernel, size, finish, xs, ys, sums);
-        if (bytes == 3) ConvolveInterior<3>(src, dst, kernel, size, finish, xs, ys, sums);
-        if (bytes == 4) ConvolveInterior<4>(src, dst, kernel, size, finish, xs, ys, sums);
+        if (bytes == 1) ConvolveInterior<1>(src, dst, kernel, size, finish, xs, ys, sums, vectorise);
+        if (bytes == 3) ConvolveInterior<3>(src, dst, kernel, size, finish, xs, ys, sums, vectorise);
+        if (bytes == 4) ConvolveInterior<4>(src, dst, kernel, size, finish, xs, ys, sums, vectorise);
         std::free(sums);
     }
 

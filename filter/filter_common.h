@@ -35,9 +35,10 @@ QResult MakeFilterTarget(IQEL* source, DestinationRoad road, FilterTarget* targe
 // source through Assign and releases it. Always QEL_OK.
 QResult HandOverResult(IQEL* source, SmartPtr<IQELImage>* image, IQEL** result);
 
-// Which code runs: Fast takes the direct-buffer loops where they apply,
-// General computes every pixel through the pixel helpers. Both give the same bytes.
-enum class FilterPath { Fast, General };
+// Which code runs: Fast takes the direct-buffer loops with their vector steps
+// where they apply, Plain the same loops in scalar code only, General computes
+// every pixel through the pixel helpers. All three give the same bytes.
+enum class FilterPath { Fast, Plain, General };
 
 // A neighbour's colour: inside the image the pixel itself, anywhere outside it
 // pixel (0, 0) with alpha 1 (no edge extension), black with alpha 1 without bits.
@@ -124,7 +125,7 @@ struct AnyPixels {
 // Calls fn with the pixel kind of `view`, chosen once per call.
 template <class Fn>
 void WithPixelKind(const ImageView& view, FilterPath path, Fn&& fn) {
-    if (path == FilterPath::Fast && view.bits != nullptr) {
+    if (path != FilterPath::General && view.bits != nullptr) {
         switch (view.bitCount) {
             case 8:
                 fn(GreyPixels{});

@@ -1,6 +1,9 @@
 // Morphology, edge and contour filters: Erode, Dilate, Edge and Contour.
 #include <algorithm>
 #include <cstdlib>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "filter/filter_kernels.h"
 #include "filter/filter_transform.h"
@@ -43,12 +46,58 @@ uint32_t ExtremumPixel(const ImageView& src, Extremum extremum, int64_t size, ui
     return Combine(extremum, low, high, alpha);
 }
 
+#if defined(__SSE2__)
+// Byte-wise extremes of 16 lanes at a time; each returns how many leading
+// lanes it took, the scalar loops finish the rest.
+size_t ColumnExtremesVector(const unsigned char* const* rows, int count, size_t lanes, unsigned char* low,
+                            unsigned char* high) {
+    size_t n = 0;
+    for (; n + 16 <= lanes; n += 16) {
+        __m128i l = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[0] + n)), h = l;
+        for (int j = 1; j < count; ++j) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[j] + n));
+            l = _mm_min_epu8(l, v);
+            h = _mm_max_epu8(h, v);
+        }
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(low + n), l);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(high + n), h);
+    }
+    return n;
+}
+
+size_t RowExtremesVector(const unsigned char* columnLow, const unsigned char* columnHigh, int size,
+                         int bytesPerPixel, size_t lanes, Extremum extremum, unsigned char* out) {
+    size_t n = 0;
+    for (; n + 16 <= lanes; n += 16) {
+        __m128i l = _mm_setzero_si128(), h = l;
+        if (extremum != Extremum::Maximum) {
+            l = _mm_loadu_si128(reinterpret_cast<const __m128i*>(columnLow + n));
+            for (int i = 1; i < size; ++i)
+                l = _mm_min_epu8(l, _mm_loadu_si128(reinterpret_cast<const __m128i*>(
+                                         columnLow + static_cast<size_t>(i) * bytesPerPixel + n)));
+        }
+        if (extremum != Extremum::Minimum) {
+            h = _mm_loadu_si128(reinterpret_cast<const __m128i*>(columnHigh + n));
+            for (int i = 1; i < size; ++i)
+                h = _mm_max_epu8(h, _mm_loadu_si128(reinterpret_cast<const __m128i*>(
+                                         columnHigh + static_cast<size_t>(i) * bytesPerPixel + n)));
+        }
+        const __m128i result = extremum == Extremum::Minimum   ? l
+                               : extremum == Extremum::Maximum ? h
+                                                               : _mm_sub_epi8(h, l);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + n), result);
+    }
+    return n;
+}
+#endif
+
 // Interior rows straight from the buffer, in two exact passes (minimum and
 // maximum do not care about grouping): down the size rows of every channel
-// byte, then across size pixels. Grey images need one channel.
+// byte, then across size pixels. Grey images need one channel. With
+// `vectorise`, vector steps take the leading lanes of each pass.
 template <int kBytes>
 void ExtremumInterior(const ImageView& src, const ImageView& dst, Extremum extremum, int size, Span xs,
-                      Span ys, unsigned char* scratch) {
+                      Span ys, unsigned char* scratch, bool vectorise) {
     const int half = size / 2;
     const size_t rowLanes = static_cast<size_t>(src.width) * kBytes;
     const size_t outLanes = static_cast<size_t>(xs.Count()) * kBytes;
@@ -57,30 +106,46 @@ void ExtremumInterior(const ImageView& src, const ImageView& dst, Extremum extre
     unsigned char* low = columnHigh + rowLanes;
     unsigned char* high = low + rowLanes;
     const unsigned char* first = nullptr;
+#if defined(__SSE2__)
+    // Rows of the window; sizes beyond this many keep to the scalar loops.
+    constexpr int kVectorRows = 32;
+    const unsigned char* windowRows[kVectorRows];
+    vectorise = vectorise && size <= kVectorRows;
+#endif
     for (int64_t y = ys.first; y <= ys.last; ++y) {
+        unsigned char* out = dst.Row(static_cast<int>(y)) + xs.first * kBytes;
+        size_t columnDone = 0, rowDone = 0;
+#if defined(__SSE2__)
+        if (vectorise) {
+            for (int j = 0; j < size; ++j) windowRows[j] = src.Row(static_cast<int>(y - half + j));
+            columnDone = ColumnExtremesVector(windowRows, size, rowLanes, columnLow, columnHigh);
+        }
+#endif
         first = src.Row(static_cast<int>(y - half));
-        std::copy(first, first + rowLanes, columnLow);
-        std::copy(first, first + rowLanes, columnHigh);
+        std::copy(first + columnDone, first + rowLanes, columnLow + columnDone);
+        std::copy(first + columnDone, first + rowLanes, columnHigh + columnDone);
         for (int j = 1; j < size; ++j) {
             const unsigned char* row = src.Row(static_cast<int>(y - half + j));
-            for (size_t n = 0; n < rowLanes; ++n) {
+            for (size_t n = columnDone; n < rowLanes; ++n) {
                 columnLow[n] = std::min(columnLow[n], row[n]);
                 columnHigh[n] = std::max(columnHigh[n], row[n]);
             }
         }
+#if defined(__SSE2__)
+        if (vectorise) rowDone = RowExtremesVector(columnLow, columnHigh, size, kBytes, outLanes, extremum, out);
+#endif
         // Output lane n of the interior starts its window at lane n of the row.
-        std::copy(columnLow, columnLow + outLanes, low);
-        std::copy(columnHigh, columnHigh + outLanes, high);
+        std::copy(columnLow + rowDone, columnLow + outLanes, low + rowDone);
+        std::copy(columnHigh + rowDone, columnHigh + outLanes, high + rowDone);
         for (int i = 1; i < size; ++i) {
             const unsigned char* shiftedLow = columnLow + static_cast<size_t>(i) * kBytes;
             const unsigned char* shiftedHigh = columnHigh + static_cast<size_t>(i) * kBytes;
-            for (size_t n = 0; n < outLanes; ++n) {
+            for (size_t n = rowDone; n < outLanes; ++n) {
                 low[n] = std::min(low[n], shiftedLow[n]);
                 high[n] = std::max(high[n], shiftedHigh[n]);
             }
         }
-        unsigned char* out = dst.Row(static_cast<int>(y)) + xs.first * kBytes;
-        for (size_t n = 0; n < outLanes; ++n) {
+        for (size_t n = rowDone; n < outLanes; ++n) {
             out[n] = extremum == Extremum::Minimum   ? low[n]
                      : extremum == Extremum::Maximum ? high[n]
                                                      : static_cast<unsigned char>(high[n] - low[n]);
@@ -117,7 +182,8 @@ void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremu
                     FilterPath path) {
     const uint32_t outside = OutsideColor(src);
     Span xs, ys;  // outputs computed on the fast path
-    const int bytes = path == FilterPath::Fast && size > 0 ? DirectPixelBytes(src) : 0;
+    const int bytes = path != FilterPath::General && size > 0 ? DirectPixelBytes(src) : 0;
+    const bool vectorise = path == FilterPath::Fast;
     unsigned char* scratch = nullptr;
     if (bytes != 0) {
         xs = InteriorOutputs(size, src.width);
@@ -127,9 +193,9 @@ void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremu
         if (scratch == nullptr) xs = ys = Span{};  // nothing interior, or no memory: all general
     }
     if (scratch != nullptr) {
-        if (bytes == 1) ExtremumInterior<1>(src, dst, extremum, size, xs, ys, scratch);
-        if (bytes == 3) ExtremumInterior<3>(src, dst, extremum, size, xs, ys, scratch);
-        if (bytes == 4) ExtremumInterior<4>(src, dst, extremum, size, xs, ys, scratch);
+        if (bytes == 1) ExtremumInterior<1>(src, dst, extremum, size, xs, ys, scratch, vectorise);
+        if (bytes == 3) ExtremumInterior<3>(src, dst, extremum, size, xs, ys, scratch, vectorise);
+        if (bytes == 4) ExtremumInterior<4>(src, dst, extremum, size, xs, ys, scratch, vectorise);
         std::free(scratch);
     }
     for (int y = 0; y < src.height; ++y) {
