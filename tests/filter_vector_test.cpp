@@ -1,0 +1,117 @@
+// Vector steps of the filters against their plain scalar loops and the
+// general path: widths around the 16-lane steps, kernels on both sides of the
+// 16-bit sum limit, every divisor kind, padded and bottom-up rows.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "filter/filter_kernels.h"
+#include "support/test_image.h"
+
+namespace {
+
+using qeltest::BufferImage;
+using qeltest::HexRows;
+using qeltest::PixelBytes;
+
+struct Released {
+    void operator()(IUnknown* p) const { p->Release(); }
+};
+using Owned = std::unique_ptr<BufferImage, Released>;
+
+unsigned ModelFor(int bpp) { return bpp == 32 ? QEL_MODEL_ARGB : bpp == 24 ? QEL_MODEL_BGR : QEL_MODEL_MONO; }
+
+// Runs `run` on the three paths into fresh images and expects identical bytes.
+template <class Run>
+void ExpectPathsAgree(IQEL* source, const char* what, Run&& run) {
+    const qel::Pixels p = qel::PixelsOf(source);
+    Owned fast(BufferImage::Make(p.width, p.height, p.bitCount, ModelFor(p.bitCount), 1));
+    Owned plain(BufferImage::Make(p.width, p.height, p.bitCount, ModelFor(p.bitCount), 2, true));
+    Owned general(BufferImage::Make(p.width, p.height, p.bitCount, ModelFor(p.bitCount), 0));
+    const ImageView s = ReadImageView(source);
+    run(s, ReadImageView(fast.get()), FilterPath::Fast);
+    run(s, ReadImageView(plain.get()), FilterPath::Plain);
+    run(s, ReadImageView(general.get()), FilterPath::General);
+    const auto expected = PixelBytes(general.get());
+    ASSERT_EQ(PixelBytes(plain.get()), expected) << what << " plain, " << p.bitCount << " bits, " << p.width
+                                                 << "x" << p.height;
+    ASSERT_EQ(PixelBytes(fast.get()), expected)
+        << what << " fast, " << p.bitCount << " bits, " << p.width << "x" << p.height << "\n"
+        << HexRows(PixelBytes(fast.get()), p.RowBytes()) << "expected\n"
+        << HexRows(expected, p.RowBytes());
+    ASSERT_TRUE(fast->GuardsIntact() && plain->GuardsIntact() && general->GuardsIntact());
+}
+
+TEST(FilterVectorSteps, ConvolutionMatchesScalarLoops) {
+    std::mt19937 random(11);
+    struct Kernel {
+        std::vector<int> weights;
+        int size, divisor, offset;
+    };
+    const std::vector<Kernel> kernels = {
+        {{1, 1, 1, 1, 1, 1, 1, 1, 1}, 3, 9, 0},                      // 16-bit sums, divided
+        {{-1, -1, -1, -1, 15, -1, -1, -1, -1}, 3, 7, 0},             // negative sums
+        {{0, 0, -1, 0, 0, 0, 1, 0, 0}, 3, 0, 127},                   // no division, offset
+        {{2, -3, 5, 1}, 2, 1, -20},                                  // even size, divisor 1
+        {{1, 2, 1, 2, 4, 2, 1, 2, 1}, 3, -1, 300},                   // negative divisor: scalar
+        {{128, 0, 0, 0, 0, 0, 0, 0, 1}, 3, 3, 0},                    // sums just past 16 bits
+        {{127, 1, -128, 0, 0, 0, 0, 0, 0}, 3, 2, -40000},            // offset past 16 bits
+        {{-128, 0, 0, 0, 0, 0, 0, 0, 0}, 3, 255, 1},                 // sum reaching -32640
+    };
+    for (int bpp : {8, 24, 32}) {
+        for (int width : {1, 5, 16, 17, 18, 22, 33, 47}) {
+            Owned src(BufferImage::Make(width, 6, bpp, ModelFor(bpp), width % 3, width % 2 == 1));
+            src->FillRandom(static_cast<uint32_t>(random()));
+            for (const Kernel& k : kernels) {
+                ExpectPathsAgree(src.get(), "convolution", [&](const ImageView& s, const ImageView& d, FilterPath p) {
+                    ConvolveView(s, d, k.weights.data(), k.size, k.divisor, k.offset, p);
+                });
+            }
+            // Every weight pattern of a 5 x 5 kernel within 16-bit sums, random divisors.
+            for (int trial = 0; trial < 4; ++trial) {
+                std::vector<int> weights(25);
+                for (int& w : weights) w = static_cast<int>(random() % 11) - 5;
+                const int divisor = static_cast<int>(random() % 300) - 20, offset = static_cast<int>(random() % 80) - 40;
+                ExpectPathsAgree(src.get(), "random 5x5", [&](const ImageView& s, const ImageView& d, FilterPath p) {
+                    ConvolveView(s, d, weights.data(), 5, divisor, offset, p);
+                });
+            }
+        }
+    }
+}
+
+TEST(FilterVectorSteps, ConvolutionExtremeSumsDivideExactly) {
+    // All-white and all-black images drive the sums to both ends of their range,
+    // where a multiply-high division would first go wrong.
+    for (uint32_t seed : {0u, 1u}) {
+        Owned src(BufferImage::Make(40, 5, 24, QEL_MODEL_BGR));
+        const qel::Pixels p = qel::PixelsOf(src.get());
+        for (int y = 0; y < p.height; ++y)
+            for (size_t n = 0; n < p.RowBytes(); ++n) p.Row(y)[n] = seed == 0 ? 255 : (n % 7 == 0 ? 0 : 255);
+        for (int divisor = 2; divisor < 200; divisor += 7) {
+            const int weights[9] = {16, 16, 16, 16, 0, -16, 16, 16, 16};
+            ExpectPathsAgree(src.get(), "extreme sums", [&](const ImageView& s, const ImageView& d, FilterPath path) {
+                ConvolveView(s, d, weights, 3, divisor, 3, path);
+            });
+        }
+    }
+}
+
+TEST(FilterVectorSteps, ExtremesMatchScalarLoops) {
+    std::mt19937 random(12);
+    for (int bpp : {8, 24, 32}) {
+        for (int width : {3, 16, 18, 21, 34, 50}) {
+            Owned src(BufferImage::Make(width, 7, bpp, ModelFor(bpp), 2, width % 2 == 0));
+            src->FillRandom(static_cast<uint32_t>(random()));
+            for (int size : {1, 2, 3, 5, 8}) {
+                for (Extremum e : {Extremum::Minimum, Extremum::Maximum, Extremum::Range}) {
+                    ExpectPathsAgree(src.get(), "extremum", [&](const ImageView& s, const ImageView& d, FilterPath p) {
+                        MorphologyView(s, d, e, size, p);
+                    });
+                }
+            }
+        }
+    }
+}
+
+}  // namespace
