@@ -185,11 +185,14 @@ void FlipImageAndBits(Call& call, Draw&) {
 void Quad(Call& call, Draw& d) {
     IQEL* source = call.Input(false);
     SmartPtr<IQEL> result;
+    unsigned width = static_cast<unsigned>(d.Int(1, 96)), height = static_cast<unsigned>(d.Int(1, 96));
+    if (d.Chance(0.1)) width = d.Pick<unsigned>({0u, 65536u, 70000u, 0xFFFFFFFFu});
+    if (d.Chance(0.1)) height = d.Pick<unsigned>({0u, 65536u, 70000u, 0xFFFFFFFFu});
+    // A size derived from the corners is as large as the caller's corners make
+    // it (a caller's side of the contract): absurd corners only with given sizes.
+    const bool derived = width == 0 || width >= 65536 || height == 0 || height >= 65536;
     double points[8];
-    for (double& p : points) p = d.RealParam(-20, 90);
-    unsigned width = static_cast<unsigned>(d.Int(0, 96)), height = static_cast<unsigned>(d.Int(0, 96));
-    if (d.Chance(0.1)) width = d.Pick<unsigned>({65536u, 70000u, 0xFFFFFFFFu});
-    if (d.Chance(0.1)) height = d.Pick<unsigned>({65536u, 70000u, 0xFFFFFFFFu});
+    for (double& p : points) p = derived ? d.Real(-20, 90) : d.RealParam(-20, 90);
     Get().transform->Quad(source, result.Out(), points[0], points[1], points[2], points[3], points[4], points[5],
                           points[6], points[7], width, height, static_cast<short>(d.Int(0, 1)));
     call.Finish(result.Get());
