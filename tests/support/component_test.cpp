@@ -1,0 +1,95 @@
+// Helpers shared by the component tests.
+#include "support/component_test.h"
+
+#include <cstdlib>
+
+namespace qeltest {
+
+IQELMaths* Maths() {
+    static SmartPtr<IQELMaths> maths = TestHost().Create<IQELMaths>(L"QELMaths", qel::iid::IQELMaths);
+    return maths.Get();
+}
+IQELFilterTransform* Filters() {
+    static SmartPtr<IQELFilterTransform> filters =
+        TestHost().Create<IQELFilterTransform>(L"QELFilterTransform", qel::iid::IQELFilterTransform);
+    return filters.Get();
+}
+IQELTransform* Transform() {
+    static SmartPtr<IQELTransform> transform =
+        TestHost().Create<IQELTransform>(L"QELTransform", qel::iid::IQELTransform);
+    return transform.Get();
+}
+IQELColorTransform* Colours() {
+    static SmartPtr<IQELColorTransform> colours =
+        TestHost().Create<IQELColorTransform>(L"QELColorTransform", qel::iid::IQELColorTransform);
+    return colours.Get();
+}
+IQELDeform* Deform() {
+    static SmartPtr<IQELDeform> deform = TestHost().Create<IQELDeform>(L"QELDeform", qel::iid::IQELDeform);
+    return deform.Get();
+}
+
+unsigned ModelFor(int bitCount) {
+    return bitCount == 32 ? QEL_MODEL_ARGB : bitCount >= 24 ? QEL_MODEL_BGR : QEL_MODEL_MONO;
+}
+
+SmartPtr<BufferImage> ImageOf(int width, int height, int bitCount, unsigned model, const Bytes& bytes,
+                              int padding, bool bottomUp, int planes) {
+    SmartPtr<BufferImage> image(BufferImage::Make(width, height, bitCount, model, padding, bottomUp, planes));
+    image->FillRandom(static_cast<uint32_t>(width * 131 + height * 7 + bitCount));
+    SetPixelBytes(image.Get(), bytes);
+    return image;
+}
+
+SmartPtr<BufferImage> Uniform(int width, int height, int bitCount, uint32_t colour, int padding) {
+    SmartPtr<BufferImage> image(BufferImage::Make(width, height, bitCount, ModelFor(bitCount), padding));
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) PutColour(image.Get(), x, y, colour);
+    return image;
+}
+
+uint32_t ColourAt(IQEL* image, int x, int y) {
+    const qel::Pixels p = qel::PixelsOf(image);
+    return GetPixelColor(p.bits, x, y, p.width, p.height, p.stride, p.bitCount);
+}
+void PutColour(IQEL* image, int x, int y, uint32_t colour) {
+    const qel::Pixels p = qel::PixelsOf(image);
+    SetPixelColor(p.bits, x, y, p.width, p.height, p.stride, colour, p.bitCount);
+}
+
+Bytes Ints(std::initializer_list<int32_t> values) {
+    Bytes bytes;
+    for (const int32_t v : values)
+        for (int k = 0; k < 4; ++k)
+            bytes.push_back(static_cast<unsigned char>(static_cast<uint32_t>(v) >> (8 * k)));
+    return bytes;
+}
+
+Bytes PaddingOf(BufferImage* image) {
+    const qel::Pixels p = qel::PixelsOf(image);
+    Bytes bytes;
+    for (int y = 0; y < p.height; ++y)
+        bytes.insert(bytes.end(), image->Row(y) + p.RowBytes(), image->Row(y) + std::abs(p.stride));
+    return bytes;
+}
+
+int NearestGreyByWalk(int blue, int green, int red) {
+    int best = 0, bestDistance = 200000;
+    for (int i = 0; i < 256; ++i) {
+        const int distance = (i - blue) * (i - blue) + (i - green) * (i - green) + (i - red) * (i - red);
+        if (distance == 0) return i;
+        if (distance < bestDistance) best = i, bestDistance = distance;
+    }
+    return best;
+}
+
+void ExpectPixels(BufferImage* image, const Bytes& expected) {
+    const size_t rowBytes = qel::PixelsOf(image).RowBytes();
+    const Bytes actual = PixelBytes(image);
+    EXPECT_EQ(actual, expected) << "got\n"
+                                << HexRows(actual, rowBytes) << "expected\n"
+                                << HexRows(expected, rowBytes);
+    EXPECT_TRUE(image->GuardsIntact());
+}
+
+}  // namespace qeltest

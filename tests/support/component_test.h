@@ -1,0 +1,48 @@
+// Helpers shared by the component tests: the components as a host creates
+// them, padded test images with given pixel bytes, colour access through the
+// pixel helpers, and exact comparisons with a hex dump on failure.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <vector>
+
+#include "image/pixel.h"
+#include "support/test_image.h"
+
+namespace qeltest {
+
+using Bytes = std::vector<unsigned char>;
+
+// Each component created once through the host and kept for the whole program.
+IQELMaths* Maths();
+IQELFilterTransform* Filters();
+IQELTransform* Transform();
+IQELColorTransform* Colours();
+IQELDeform* Deform();
+
+// ARGB at 32 bits, BGR at 24 to 31, MONO below.
+unsigned ModelFor(int bitCount);
+
+// A padded test image (random padding) with its pixel rows set from `bytes`.
+SmartPtr<BufferImage> ImageOf(int width, int height, int bitCount, unsigned model, const Bytes& bytes,
+                              int padding = 3, bool bottomUp = false, int planes = 1);
+// A padded test image of one colour, written through SetPixelColor.
+SmartPtr<BufferImage> Uniform(int width, int height, int bitCount, uint32_t colour, int padding = 3);
+
+uint32_t ColourAt(IQEL* image, int x, int y);
+void PutColour(IQEL* image, int x, int y, uint32_t colour);
+
+// Little-endian bytes of 32-bit integers.
+Bytes Ints(std::initializer_list<int32_t> values);
+// Every row's padding bytes, which no operation may touch.
+Bytes PaddingOf(BufferImage* image);
+// The nearest DefaultPalette entry found by walking the ramp: an exact match
+// ends the walk, ties keep the lower index.
+int NearestGreyByWalk(int blue, int green, int red);
+
+// The image's pixel bytes equal `expected` (hex rows on failure) and its guards are intact.
+void ExpectPixels(BufferImage* image, const Bytes& expected);
+
+}  // namespace qeltest
