@@ -106,14 +106,28 @@ struct ShortSums {
 // the sign restored, the offset added with saturation, and the clamp to a byte
 // done by the saturating pack (saturation only ever hits values that clamp to
 // 0 or 255 anyway).
+// The taps with a non-zero weight are gathered once per row: their first
+// byte and their weight in every 16-bit lane.
 size_t ConvolveLanesVector(const unsigned char* const* tapRows, int size, int bytesPerPixel, size_t lanes,
                            const ShortSums& plan, unsigned char* out) {
+    const unsigned char* taps[49];
+    __m128i weights[49];
+    int count = 0;
+    for (int j = 0; j < size; ++j) {
+        for (int i = 0; i < size; ++i) {
+            const int16_t w = plan.weights[j * size + i];
+            if (w == 0) continue;
+            taps[count] = tapRows[j] + static_cast<size_t>(i) * bytesPerPixel;
+            weights[count++] = _mm_set1_epi16(w);
+        }
+    }
     const __m128i zero = _mm_setzero_si128();
     const __m128i multiplier = _mm_set1_epi16(static_cast<short>(plan.multiplier));
     const __m128i shift = _mm_cvtsi32_si128(plan.shift);
     const __m128i offset = _mm_set1_epi16(plan.offset);
+    const bool divides = plan.divides;
     auto finish = [&](__m128i sum) {
-        if (!plan.divides) return _mm_adds_epi16(sum, offset);
+        if (!divides) return _mm_adds_epi16(sum, offset);
         const __m128i sign = _mm_srai_epi16(sum, 15);
         __m128i q = _mm_sub_epi16(_mm_xor_si128(sum, sign), sign);
         q = _mm_srl_epi16(_mm_mulhi_epu16(q, multiplier), shift);
@@ -123,16 +137,10 @@ size_t ConvolveLanesVector(const unsigned char* const* tapRows, int size, int by
     size_t n = 0;
     for (; n + 16 <= lanes; n += 16) {
         __m128i low = zero, high = zero;
-        for (int j = 0; j < size; ++j) {
-            for (int i = 0; i < size; ++i) {
-                const int16_t w = plan.weights[j * size + i];
-                if (w == 0) continue;
-                const __m128i weight = _mm_set1_epi16(w);
-                const __m128i taps = _mm_loadu_si128(
-                    reinterpret_cast<const __m128i*>(tapRows[j] + static_cast<size_t>(i) * bytesPerPixel + n));
-                low = _mm_add_epi16(low, _mm_mullo_epi16(_mm_unpacklo_epi8(taps, zero), weight));
-                high = _mm_add_epi16(high, _mm_mullo_epi16(_mm_unpackhi_epi8(taps, zero), weight));
-            }
+        for (int t = 0; t < count; ++t) {
+            const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(taps[t] + n));
+            low = _mm_add_epi16(low, _mm_mullo_epi16(_mm_unpacklo_epi8(bytes, zero), weights[t]));
+            high = _mm_add_epi16(high, _mm_mullo_epi16(_mm_unpackhi_epi8(bytes, zero), weights[t]));
         }
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out + n), _mm_packus_epi16(finish(low), finish(high)));
     }

@@ -49,8 +49,11 @@ uint32_t ExtremumPixel(const ImageView& src, Extremum extremum, int64_t size, ui
 #if defined(__SSE2__)
 // Byte-wise extremes of 16 lanes at a time; each returns how many leading
 // lanes it took, the scalar loops finish the rest.
-size_t ColumnExtremesVector(const unsigned char* const* rows, int count, size_t lanes, unsigned char* low,
-                            unsigned char* high) {
+// kCount fixes the window at compile time so the loops unroll; 0 takes the argument.
+template <int kCount>
+size_t ColumnExtremesVector(const unsigned char* const* rows, int runtimeCount, size_t lanes,
+                            unsigned char* low, unsigned char* high) {
+    const int count = kCount != 0 ? kCount : runtimeCount;
     size_t n = 0;
     for (; n + 16 <= lanes; n += 16) {
         __m128i l = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[0] + n)), h = l;
@@ -65,8 +68,10 @@ size_t ColumnExtremesVector(const unsigned char* const* rows, int count, size_t 
     return n;
 }
 
-size_t RowExtremesVector(const unsigned char* columnLow, const unsigned char* columnHigh, int size,
+template <int kSize>
+size_t RowExtremesVector(const unsigned char* columnLow, const unsigned char* columnHigh, int runtimeSize,
                          int bytesPerPixel, size_t lanes, Extremum extremum, unsigned char* out) {
+    const int size = kSize != 0 ? kSize : runtimeSize;
     size_t n = 0;
     for (; n + 16 <= lanes; n += 16) {
         __m128i l = _mm_setzero_si128(), h = l;
@@ -118,7 +123,8 @@ void ExtremumInterior(const ImageView& src, const ImageView& dst, Extremum extre
 #if defined(__SSE2__)
         if (vectorise) {
             for (int j = 0; j < size; ++j) windowRows[j] = src.Row(static_cast<int>(y - half + j));
-            columnDone = ColumnExtremesVector(windowRows, size, rowLanes, columnLow, columnHigh);
+            columnDone = size == 3 ? ColumnExtremesVector<3>(windowRows, size, rowLanes, columnLow, columnHigh)
+                                   : ColumnExtremesVector<0>(windowRows, size, rowLanes, columnLow, columnHigh);
         }
 #endif
         first = src.Row(static_cast<int>(y - half));
@@ -132,7 +138,10 @@ void ExtremumInterior(const ImageView& src, const ImageView& dst, Extremum extre
             }
         }
 #if defined(__SSE2__)
-        if (vectorise) rowDone = RowExtremesVector(columnLow, columnHigh, size, kBytes, outLanes, extremum, out);
+        if (vectorise) {
+            rowDone = size == 3 ? RowExtremesVector<3>(columnLow, columnHigh, size, kBytes, outLanes, extremum, out)
+                                : RowExtremesVector<0>(columnLow, columnHigh, size, kBytes, outLanes, extremum, out);
+        }
 #endif
         // Output lane n of the interior starts its window at lane n of the row.
         std::copy(columnLow + rowDone, columnLow + outLanes, low + rowDone);
