@@ -191,6 +191,32 @@ TEST_F(QelTool, GreyAlphaAndBilevelKeepTheirValues) {
     EXPECT_EQ(tuple, "BLACKANDWHITE");
 }
 
+TEST_F(QelTool, NetpbmSamplesScaleToBytesAndAlphaSurvives) {
+    // 16-bit grey+alpha: 0x0000, 0x01FF, 0x8080, 0xFFFF scale to 0, 2, 128, 255.
+    WriteFile(Path("ga16.pam"), Pam(2, 1, 2, "GRAYSCALE_ALPHA", {0x01, 0xFF, 0x80, 0x80, 0xFF, 0xFF, 0x00, 0x00}, 65535));
+    EXPECT_EQ(Qel("ga16.pam").out, "2x1, 32-bit ARGB\n");
+    ASSERT_EQ(Qel("ga16.pam once.pam").status, 0);
+    ASSERT_EQ(Qel("once.pam twice.pam").status, 0);
+    std::string tuple;
+    EXPECT_EQ(PamSamples(ReadFile(Path("twice.pam")), &tuple), (std::vector<uint8_t>{2, 2, 2, 128, 255, 255, 255, 0}));
+    EXPECT_EQ(tuple, "RGB_ALPHA");
+    EXPECT_EQ(ReadFile(Path("twice.pam")), ReadFile(Path("once.pam")));
+    // Plain PGM with maxval 1000: 500 rounds up to 128, 999 to 255.
+    WriteFile(Path("plain.pgm"), "P2\n# a comment\n4 1\n1000\n0 500 999 1000\n");
+    ASSERT_EQ(Qel("plain.pgm plain.pam").status, 0);
+    EXPECT_EQ(PamSamples(ReadFile(Path("plain.pam")), &tuple), (std::vector<uint8_t>{0, 128, 255, 255}));
+    // PBM marks black with 1; the 1-bit image and the PAM mark white.
+    WriteFile(Path("raw.pbm"), std::string("P4\n10 1\n\xA5\x40", 10));
+    WriteFile(Path("plain.pbm"), "P1\n10 1\n1010010101\n");
+    for (const char* file : {"raw.pbm", "plain.pbm"}) {
+        SCOPED_TRACE(file);
+        EXPECT_EQ(Qel(file).out, "10x1, 1-bit MONO\n");
+        ASSERT_EQ(Qel(std::string(file) + " bw.pam").status, 0);
+        EXPECT_EQ(PamSamples(ReadFile(Path("bw.pam")), &tuple), (std::vector<uint8_t>{0, 1, 0, 1, 1, 0, 1, 0, 1, 0}));
+        EXPECT_EQ(tuple, "BLACKANDWHITE");
+    }
+}
+
 TEST_F(QelTool, PalettePngKeepsItsPaletteAndSixteenBitIsReduced) {
     const std::string palette("\xFF\x00\x00\x00\x80\x00\x10\x20\x30", 9);  // red, dark green, (16,32,48)
     WriteFile(Path("pal.png"), Png(3, 1, 8, 3, std::string("\0\x02\x00\x01", 4), palette));
@@ -316,6 +342,9 @@ TEST_F(QelTool, BadInputFilesFailWithOneLineAndNoOutput) {
     WriteFile(Path("corrupt.png"), corrupt);
     WriteFile(Path("truncated.jpg"), jpeg.substr(0, jpeg.size() / 2));
     WriteFile(Path("truncated.pam"), Pam(4, 4, 3, "RGB", Gradient(4, 3, 3)));
+    WriteFile(Path("truncated.pgm"), std::string("P5\n4 2\n255\n\1\2\3\4\5", 16));
+    WriteFile(Path("corrupt.pam"), "P7\nWIDTH 2\nHEIGHT x\nDEPTH 1\nMAXVAL 255\nENDHDR\n\1\2");
+    WriteFile(Path("overmax.pgm"), "P2\n2 1\n100\n50 200\n");
     WriteFile(Path("picture.gif"), "GIF89a\x01\x00\x01\x00");
     WriteFile(Path("empty.png"), "");
     struct Case {
@@ -327,6 +356,9 @@ TEST_F(QelTool, BadInputFilesFailWithOneLineAndNoOutput) {
                           {"corrupt.png", "corrupt or truncated PNG"},
                           {"truncated.jpg", "corrupt or truncated JPEG"},
                           {"truncated.pam", "truncated file"},
+                          {"truncated.pgm", "truncated file"},
+                          {"corrupt.pam", "corrupt netpbm file: "},
+                          {"overmax.pgm", "corrupt netpbm file: "},
                           {"picture.gif", "unsupported file format"},
                           {"empty.png", "empty file"}};
     for (const Case& c : cases) {
