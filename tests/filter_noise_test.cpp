@@ -5,26 +5,13 @@
 #include <cstdlib>
 
 #include "filter/filter_common.h"
-#include "support/test_image.h"
+#include "support/component_test.h"
 
 namespace {
 
-using qeltest::BufferImage;
-using qeltest::PixelBytes;
+using namespace qeltest;
+using Owned = SmartPtr<BufferImage>;
 
-struct Released {
-    void operator()(IUnknown* p) const { p->Release(); }
-};
-using Owned = std::unique_ptr<BufferImage, Released>;
-
-SmartPtr<IQELFilterTransform> Filters() {
-    return qeltest::TestHost().Create<IQELFilterTransform>(L"QELFilterTransform",
-                                                           qel::iid::IQELFilterTransform);
-}
-uint32_t At(IQEL* image, int x, int y) {
-    const qel::Pixels p = qel::PixelsOf(image);
-    return GetPixelColor(p.bits, x, y, p.width, p.height, p.stride, p.bitCount);
-}
 // A 24-bit image whose every pixel tells where it is.
 Owned Positions(int w, int h) {
     Owned image(BufferImage::Make(w, h, 24, QEL_MODEL_BGR, 2));
@@ -45,21 +32,21 @@ int DrawAfter(unsigned seed, int draws) {
 TEST(Noise, OffsetsFollowTheSeedAndTheirPrecision) {
     Owned image(BufferImage::Make(7, 5, 32, QEL_MODEL_ARGB, 3));
     image->FillRandom(4);
-    SmartPtr<IQELFilterTransform> filters = Filters();
+    IQELFilterTransform* filters = Filters();
     SmartPtr<IQEL> first, second;
     std::srand(99);
-    ASSERT_EQ(filters->Noise(image.get(), 100, first.Out()), QEL_OK);
+    ASSERT_EQ(filters->Noise(image.Get(), 100, first.Out()), QEL_OK);
     const int next = std::rand();
     EXPECT_EQ(next, DrawAfter(99, 3 * 7 * 5));
     std::srand(99);
-    ASSERT_EQ(filters->Noise(image.get(), 100, second.Out()), QEL_OK);
+    ASSERT_EQ(filters->Noise(image.Get(), 100, second.Out()), QEL_OK);
     EXPECT_EQ(PixelBytes(first.Get()), PixelBytes(second.Get()));
 
     // Red, green, blue in that order; the scaled draw is single precision, the rest double.
     std::srand(99);
     for (int y = 0; y < 5; ++y) {
         for (int x = 0; x < 7; ++x) {
-            const uint32_t in = At(image.get(), x, y);
+            const uint32_t in = ColourAt(image.Get(), x, y);
             int offset[3];
             for (int& o : offset)
                 o = static_cast<int>(
@@ -67,7 +54,7 @@ TEST(Noise, OffsetsFollowTheSeedAndTheirPrecision) {
             const uint32_t expected =
                 PackColor(ClampToByte(BlueOf(in) + offset[2]), ClampToByte(GreenOf(in) + offset[1]),
                           ClampToByte(RedOf(in) + offset[0]), AlphaOf(in));
-            ASSERT_EQ(At(first.Get(), x, y), expected) << x << "," << y;
+            ASSERT_EQ(ColourAt(first.Get(), x, y), expected) << x << "," << y;
         }
     }
     std::srand(5);
@@ -77,20 +64,20 @@ TEST(Noise, OffsetsFollowTheSeedAndTheirPrecision) {
 }
 
 TEST(Noise, SmallAmountsKeepTheImageAndExtremesMoveOneWay) {
-    SmartPtr<IQELFilterTransform> filters = Filters();
+    IQELFilterTransform* filters = Filters();
     Owned image(BufferImage::Make(9, 4, 24, QEL_MODEL_BGR, 1));
     image->FillRandom(8);
     SmartPtr<IQEL> out;
     for (int amount : {0, 1}) {
-        ASSERT_EQ(filters->Noise(image.get(), amount, out.Out()), QEL_OK);
-        EXPECT_EQ(PixelBytes(out.Get()), PixelBytes(image.get())) << amount;
-        ASSERT_EQ(filters->Jitter(image.get(), 0, out.Out()), QEL_OK);
-        EXPECT_EQ(PixelBytes(out.Get()), PixelBytes(image.get()));
+        ASSERT_EQ(filters->Noise(image.Get(), amount, out.Out()), QEL_OK);
+        EXPECT_EQ(PixelBytes(out.Get()), PixelBytes(image.Get())) << amount;
+        ASSERT_EQ(filters->Jitter(image.Get(), 0, out.Out()), QEL_OK);
+        EXPECT_EQ(PixelBytes(out.Get()), PixelBytes(image.Get()));
     }
     for (unsigned char level : {0, 255}) {
         Owned flat(BufferImage::Make(16, 16, 8, QEL_MODEL_MONO, 0));
         for (int y = 0; y < 16; ++y) std::fill(flat->Row(y), flat->Row(y) + 16, level);
-        ASSERT_EQ(filters->Noise(flat.get(), 80, out.Out()), QEL_OK);
+        ASSERT_EQ(filters->Noise(flat.Get(), 80, out.Out()), QEL_OK);
         int changed = 0;
         for (unsigned char byte : PixelBytes(out.Get())) {
             ASSERT_TRUE(level == 0 ? byte >= level : byte <= level);
@@ -101,16 +88,16 @@ TEST(Noise, SmallAmountsKeepTheImageAndExtremesMoveOneWay) {
 }
 
 TEST(Jitter, PixelsMoveWithinTheAmountAndDrawTwicePerPixel) {
-    SmartPtr<IQELFilterTransform> filters = Filters();
+    IQELFilterTransform* filters = Filters();
     Owned image = Positions(11, 6);
     SmartPtr<IQEL> out;
     std::srand(123);
-    ASSERT_EQ(filters->Jitter(image.get(), 1, out.Out()), QEL_OK);
+    ASSERT_EQ(filters->Jitter(image.Get(), 1, out.Out()), QEL_OK);
     const int next = std::rand();
     EXPECT_EQ(next, DrawAfter(123, 2 * 11 * 6));
     for (int y = 0; y < 6; ++y)
         for (int x = 0; x < 11; ++x) {
-            const uint32_t c = At(out.Get(), x, y);
+            const uint32_t c = ColourAt(out.Get(), x, y);
             EXPECT_LE(std::abs(BlueOf(c) - x), 1);
             EXPECT_LE(std::abs(GreenOf(c) - y), 1);
         }
@@ -118,7 +105,7 @@ TEST(Jitter, PixelsMoveWithinTheAmountAndDrawTwicePerPixel) {
     // Replayed by hand: span 2 x amount, horizontal then vertical, and a point
     // outside the image keeps the pixel where it is.
     std::srand(321);
-    ASSERT_EQ(filters->Jitter(image.get(), 4, out.Out()), QEL_OK);
+    ASSERT_EQ(filters->Jitter(image.Get(), 4, out.Out()), QEL_OK);
     std::srand(321);
     int moved = 0;
     for (int y = 0; y < 6; ++y)
@@ -129,15 +116,15 @@ TEST(Jitter, PixelsMoveWithinTheAmountAndDrawTwicePerPixel) {
                     (static_cast<double>(static_cast<float>(std::rand()) * 4.656613e-10f) - 0.5) * 8.0);
             const int sx = x + d[0], sy = y + d[1];
             const bool inside = sx >= 0 && sx < 11 && sy >= 0 && sy < 6;
-            ASSERT_EQ(At(out.Get(), x, y), At(image.get(), inside ? sx : x, inside ? sy : y))
+            ASSERT_EQ(ColourAt(out.Get(), x, y), ColourAt(image.Get(), inside ? sx : x, inside ? sy : y))
                 << x << "," << y;
             moved += inside && (sx != x || sy != y);
         }
     EXPECT_GT(moved, 20);
 
     Owned one = Positions(1, 1);
-    ASSERT_EQ(filters->Jitter(one.get(), 1000, nullptr), QEL_OK);
-    EXPECT_EQ(At(one.get(), 0, 0), 0x004D0000u);
+    ASSERT_EQ(filters->Jitter(one.Get(), 1000, nullptr), QEL_OK);
+    EXPECT_EQ(ColourAt(one.Get(), 0, 0), 0x004D0000u);
     EXPECT_EQ(one->RefCount(), 1u);
     EXPECT_EQ(filters->Jitter(nullptr, 3, out.Out()), QEL_E_FAIL);
 }
