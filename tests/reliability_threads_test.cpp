@@ -81,6 +81,9 @@ std::vector<uint64_t> Work(const Components& c, int seed) {
     SmartPtr<IQELImageDIB> sum = TestHost().NewImage();
     c.maths->Add(sum.Get(), source.Get(), out.Get(), 2.0f);
     digests.push_back(PixelDigest(sum.Get()));
+    // Noise draws from the process-wide rand: its bytes depend on the other
+    // threads, so only its safety is checked here.
+    c.filter->Noise(source.Get(), 20, out.Out());
     c.colour->Light(source.Get(), 20, 10);
     c.deform->CircleTransform(source.Get(), seed % 4, 0, 2.0f);
     c.colour->Negative(source.Get());
