@@ -2,21 +2,16 @@
 // the fast path against the pixel helpers.
 #include <gtest/gtest.h>
 
-#include "support/test_image.h"
+#include "support/component_test.h"
 #include "transform/circle_kernel.h"
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-using qeltest::BufferImage;
-
-SmartPtr<IQELDeform> Deform() {
-    return qeltest::TestHost().Create<IQELDeform>(L"QELDeform", qel::iid::IQELDeform);
-}
+using namespace qeltest;
 
 // A 24-bit 100 x 100 image whose pixel (x, y) is blue x, green y, red 200.
 SmartPtr<IQELImageDIB> Positions() {
-    auto image = qeltest::TestHost().NewImage(100, 100, 24, QEL_MODEL_BGR);
+    auto image = TestHost().NewImage(100, 100, 24, QEL_MODEL_BGR);
     const qel::Pixels p = qel::PixelsOf(image.Get());
     for (int y = 0; y < 100; ++y)
         for (int x = 0; x < 100; ++x) {
@@ -66,7 +61,7 @@ TEST(CircleTransform, BulgeAndPinchKeepTheCentreAndMoveAlongTheRadius) {
     ExpectCorners(pinch.Get());
 
     // A negative mode bulges.
-    EXPECT_EQ(qeltest::PixelBytes(Deformed(-3).Get()), qeltest::PixelBytes(bulge.Get()));
+    EXPECT_EQ(PixelBytes(Deformed(-3).Get()), PixelBytes(bulge.Get()));
 }
 
 TEST(CircleTransform, SwirlTurnsByDistanceOverHalfTheRadius) {
@@ -105,7 +100,7 @@ TEST(CircleTransform, FoldingReadsColumnsFromTheirBlock) {
     EXPECT_EQ(PixelOf(fold.Get(), 31, 50), From(46, 50));
     EXPECT_EQ(PixelOf(fold.Get(), 32, 50), From(16, 50));
     ExpectCorners(fold.Get());
-    EXPECT_EQ(qeltest::PixelBytes(Deformed(9).Get()), qeltest::PixelBytes(fold.Get()));
+    EXPECT_EQ(PixelBytes(Deformed(9).Get()), PixelBytes(fold.Get()));
 }
 
 TEST(CircleTransform, WithoutAlphaKeepsTheDepthAndTinyImagesTakeTheOutsideColour) {
@@ -115,10 +110,10 @@ TEST(CircleTransform, WithoutAlphaKeepsTheDepthAndTinyImagesTakeTheOutsideColour
     EXPECT_EQ(PixelOf(image.Get(), 99, 0), (Bytes{0, 0, 200}));
     EXPECT_EQ(PixelOf(image.Get(), 85, 50), (Bytes{67, 50, 200}));
 
-    auto single = qeltest::TestHost().NewImage(1, 1, 32, QEL_MODEL_ARGB);
-    qeltest::SetPixelBytes(single.Get(), {10, 20, 30, 40});
+    auto single = TestHost().NewImage(1, 1, 32, QEL_MODEL_ARGB);
+    SetPixelBytes(single.Get(), {10, 20, 30, 40});
     ASSERT_EQ(Deform()->CircleTransform(single.Get(), 1, 0, 1), QEL_OK);
-    EXPECT_EQ(qeltest::PixelBytes(single.Get()), (Bytes{10, 20, 30, 1}));
+    EXPECT_EQ(PixelBytes(single.Get()), (Bytes{10, 20, 30, 1}));
     EXPECT_EQ(Deform()->CircleTransform(nullptr, 0, 0, 1), QEL_E_FAIL);
 }
 

@@ -3,21 +3,15 @@
 
 #include <vector>
 
-#include "support/test_image.h"
+#include "support/component_test.h"
 
 namespace {
 
-using qeltest::PixelBytes;
-using qeltest::RefCountOf;
-using Bytes = std::vector<unsigned char>;
-
-SmartPtr<IQELTransform> Transform() {
-    return qeltest::TestHost().Create<IQELTransform>(L"QELTransform", qel::iid::IQELTransform);
-}
+using namespace qeltest;
 
 SmartPtr<IQELImageDIB> Image(int w, int h, int bpp, const Bytes& pixels) {
-    SmartPtr<IQELImageDIB> image = qeltest::TestHost().NewImage(w, h, bpp, bpp == 8 ? QEL_MODEL_MONO : QEL_MODEL_BGR);
-    qeltest::SetPixelBytes(image.Get(), pixels);
+    SmartPtr<IQELImageDIB> image = TestHost().NewImage(w, h, bpp, bpp == 8 ? QEL_MODEL_MONO : QEL_MODEL_BGR);
+    SetPixelBytes(image.Get(), pixels);
     return image;
 }
 
@@ -25,7 +19,8 @@ TEST(IncreaseBpp, NoDeeperFormatHandsBackTheSource) {
     SmartPtr<IQELImageDIB> source = Image(2, 1, 24, {1, 2, 3, 4, 5, 6});
     for (int bitCount : {24, 8, 0}) {
         IQEL* result = nullptr;
-        EXPECT_EQ(Transform()->IncreaseBpp(source.Get(), &result, bitCount, QEL_MODEL_ARGB), QEL_NOTHING_TO_DO);
+        EXPECT_EQ(Transform()->IncreaseBpp(source.Get(), &result, bitCount, QEL_MODEL_ARGB),
+                  QEL_NOTHING_TO_DO);
         EXPECT_EQ(result, static_cast<IQEL*>(source.Get()));
         EXPECT_EQ(RefCountOf(source.Get()), 2u);
         result->Release();
@@ -46,8 +41,8 @@ TEST(IncreaseBpp, GreyIndicesBecomeGreyPixels) {
     const qel::Pixels p = qel::PixelsOf(result);
     EXPECT_EQ(p.bitCount, 32);
     EXPECT_EQ(p.colourModel, 0u);  // the requested model as it stands
-    EXPECT_EQ(PixelBytes(result), (Bytes{0, 0, 0, 255, 7, 7, 7, 255, 255, 255, 255, 255,
-                                         128, 128, 128, 255, 1, 1, 1, 255, 2, 2, 2, 255}));
+    EXPECT_EQ(PixelBytes(result), (Bytes{0,   0,   0,   255, 7, 7, 7, 255, 255, 255, 255, 255,
+                                         128, 128, 128, 255, 1, 1, 1, 255, 2,   2,   2,   255}));
     result->Release();
     EXPECT_EQ(RefCountOf(source.Get()), 1u);
 }
@@ -78,8 +73,8 @@ TEST(IncreaseBpp, TwentyFourBitsGainOpaqueAlphaOtherDepthsStayBlank) {
     EXPECT_EQ(PixelBytes(result), (Bytes{1, 2, 3, 255, 4, 5, 6, 255, 7, 8, 9, 255, 10, 11, 12, 255}));
     result->Release();
 
-    SmartPtr<IQELImageDIB> wide = qeltest::TestHost().NewImage(2, 1, 16, 0);
-    qeltest::SetPixelBytes(wide.Get(), {9, 9, 9, 9});
+    SmartPtr<IQELImageDIB> wide = TestHost().NewImage(2, 1, 16, 0);
+    SetPixelBytes(wide.Get(), {9, 9, 9, 9});
     ASSERT_EQ(Transform()->IncreaseBpp(wide.Get(), &result, 24, QEL_MODEL_BGR), QEL_OK);
     EXPECT_EQ(PixelBytes(result), Bytes(6, 0));
     result->Release();

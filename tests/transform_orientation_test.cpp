@@ -4,29 +4,22 @@
 #include <vector>
 
 #include "module/iids.h"
-#include "support/test_image.h"
+#include "support/component_test.h"
 #include "transform/image_transform.h"
 
 namespace {
 
-using qeltest::BufferImage;
-using qeltest::HexRows;
-using qeltest::PixelBytes;
-using qeltest::RefCountOf;
-using Bytes = std::vector<unsigned char>;
-
-SmartPtr<IQELTransform> Transform() {
-    return qeltest::TestHost().Create<IQELTransform>(L"QELTransform", qel::iid::IQELTransform);
-}
+using namespace qeltest;
 
 // A source whose pixel bytes count up from 1, so every pixel is recognisable.
 BufferImage* Counting(int w, int h, int bpp, int padding = 0, bool bottomUp = false) {
-    BufferImage* image = BufferImage::Make(w, h, bpp, bpp == 32 ? QEL_MODEL_ARGB : QEL_MODEL_BGR, padding, bottomUp);
+    BufferImage* image =
+        BufferImage::Make(w, h, bpp, bpp == 32 ? QEL_MODEL_ARGB : QEL_MODEL_BGR, padding, bottomUp);
     image->FillRandom(7);  // padding bytes get noise
     const size_t rowBytes = (static_cast<size_t>(w) * bpp + 7) / 8;
     Bytes bytes(rowBytes * h);
     for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<unsigned char>(i + 1);
-    qeltest::SetPixelBytes(image, bytes);
+    SetPixelBytes(image, bytes);
     return image;
 }
 
@@ -117,7 +110,8 @@ TEST(FlipImageAndBits, SwapsRowsAndBytesButTreatsOnlyHalfTheMiddleRow) {
 class Rotate4Test : public ::testing::TestWithParam<int> {
 protected:
     void SetUp() override {
-        ASSERT_EQ(CQELImageTransform::_CreateInstance(nullptr, &IID_IQELTransform, component_.OutVoid()), QEL_OK);
+        ASSERT_EQ(CQELImageTransform::_CreateInstance(nullptr, &IID_IQELTransform, component_.OutVoid()),
+                  QEL_OK);
     }
     CQELImageTransform* Component() { return static_cast<CQELImageTransform*>(component_.Get()); }
     SmartPtr<IQELTransform> component_;
@@ -135,7 +129,7 @@ TEST_P(Rotate4Test, QuarterTurnsMoveWholePixels) {
     const int w = 5, h = 3;
     for (int angle : {90, 180, 270}) {
         BufferImage* source = Counting(w, h, bpp, bytes == 4 ? 4 : 2);  // word-sized strides at 32 bits
-        SmartPtr<IQELImageDIB> dest = qeltest::TestHost().NewImage();
+        SmartPtr<IQELImageDIB> dest = TestHost().NewImage();
         ASSERT_EQ(Component()->Rotate4(source, dest.Get(), angle), QEL_OK);
         const qel::Pixels turned = qel::PixelsOf(dest.Get());
         ASSERT_EQ(turned.width, angle == 180 ? w : h);
@@ -151,8 +145,7 @@ TEST_P(Rotate4Test, QuarterTurnsMoveWholePixels) {
                     if (sx < 0) {
                         // Bytes before the source row: its padding for rows below the
                         // first, nothing (as created) for the first row.
-                        const unsigned char expected =
-                            sy == 0 ? 0 : source->Row(sy)[b - bytes];
+                        const unsigned char expected = sy == 0 ? 0 : source->Row(sy)[b - bytes];
                         EXPECT_EQ(to[at], expected) << angle << " at " << x << "," << y;
                     } else {
                         EXPECT_EQ(to[at], from[(static_cast<size_t>(sy) * w + sx) * bytes + b])
@@ -168,7 +161,7 @@ TEST_P(Rotate4Test, QuarterTurnsMoveWholePixels) {
 TEST_P(Rotate4Test, OppositeTurnsRestoreAndOtherAnglesDoNothing) {
     const int bpp = GetParam();
     BufferImage* source = Counting(4, 7, bpp, 0, true);
-    SmartPtr<IQELImageDIB> a = qeltest::TestHost().NewImage(), b = qeltest::TestHost().NewImage();
+    SmartPtr<IQELImageDIB> a = TestHost().NewImage(), b = TestHost().NewImage();
     ASSERT_EQ(Component()->Rotate4(source, a.Get(), 90), QEL_OK);
     ASSERT_EQ(Component()->Rotate4(a.Get(), b.Get(), 270), QEL_OK);
     EXPECT_EQ(PixelBytes(b.Get()), PixelBytes(source));
@@ -178,7 +171,7 @@ TEST_P(Rotate4Test, OppositeTurnsRestoreAndOtherAnglesDoNothing) {
         EXPECT_EQ(PixelBytes(b.Get()), PixelBytes(source));
     }
 
-    SmartPtr<IQELImageDIB> untouched = qeltest::TestHost().NewImage(2, 2, 8, QEL_MODEL_MONO);
+    SmartPtr<IQELImageDIB> untouched = TestHost().NewImage(2, 2, 8, QEL_MODEL_MONO);
     EXPECT_EQ(Component()->Rotate4(source, untouched.Get(), 45), QEL_OK);
     EXPECT_EQ(qel::PixelsOf(untouched.Get()).width, 2);
     EXPECT_EQ(source->RefCount(), 1u);
@@ -192,7 +185,7 @@ TEST(Rotate4Spot, NinetyAndTwoSeventyOfThreeByTwo) {
     ASSERT_EQ(CQELImageTransform::_CreateInstance(nullptr, &IID_IQELTransform, component.OutVoid()), QEL_OK);
     auto* transform = static_cast<CQELImageTransform*>(component.Get());
     BufferImage* source = Counting(3, 2, 8);  // rows 1 2 3 / 4 5 6
-    SmartPtr<IQELImageDIB> dest = qeltest::TestHost().NewImage();
+    SmartPtr<IQELImageDIB> dest = TestHost().NewImage();
     ASSERT_EQ(transform->Rotate4(source, dest.Get(), 90), QEL_OK);
     EXPECT_EQ(PixelBytes(dest.Get()), (Bytes{4, 1, 5, 2, 6, 3}));  // top-left: bottom-left
     ASSERT_EQ(transform->Rotate4(source, dest.Get(), 270), QEL_OK);

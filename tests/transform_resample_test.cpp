@@ -6,21 +6,15 @@
 
 #include "image/pixel.h"
 #include "image/sampling.h"
-#include "support/test_image.h"
+#include "support/component_test.h"
 
 namespace {
 
-using qeltest::BufferImage;
-using qeltest::PixelBytes;
-using qeltest::RefCountOf;
-using Bytes = std::vector<unsigned char>;
-
-SmartPtr<IQELTransform> Transform() {
-    return qeltest::TestHost().Create<IQELTransform>(L"QELTransform", qel::iid::IQELTransform);
-}
+using namespace qeltest;
 
 BufferImage* Random(int w, int h, int bpp, unsigned seed, int padding = 0, bool bottomUp = false) {
-    BufferImage* image = BufferImage::Make(w, h, bpp, bpp == 32 ? QEL_MODEL_ARGB : QEL_MODEL_BGR, padding, bottomUp);
+    BufferImage* image =
+        BufferImage::Make(w, h, bpp, bpp == 32 ? QEL_MODEL_ARGB : QEL_MODEL_BGR, padding, bottomUp);
     image->FillRandom(seed);
     return image;
 }
@@ -31,7 +25,6 @@ struct Scaled {
     ~Scaled() {
         if (image != nullptr) image->Release();
     }
-    uint32_t At(int x, int y) const { return GetPixelColor(p.bits, x, y, p.width, p.height, p.stride, p.bitCount); }
 };
 
 void Resample(IQEL* source, int w, int h, int method, int nearestOnly, Scaled* out) {
@@ -41,11 +34,6 @@ void Resample(IQEL* source, int w, int h, int method, int nearestOnly, Scaled* o
     out->p = qel::PixelsOf(out->image);
     ASSERT_EQ(out->p.width, w);
     ASSERT_EQ(out->p.height, h);
-}
-
-uint32_t SourceAt(BufferImage* s, int x, int y) {
-    const qel::Pixels p = qel::PixelsOf(s);
-    return GetPixelColor(p.bits, x, y, p.width, p.height, p.stride, p.bitCount);
 }
 
 TEST(Resample, SameSizeIsACopyWhateverTheMethod) {
@@ -66,7 +54,8 @@ TEST(Resample, EnlargingWithMethodZeroCopiesNearestPixels) {
         Resample(source, 200, 200, 0, 0, &out);
         for (int y = 0; y < 200; y += 7)
             for (int x = 0; x < 200; ++x)
-                ASSERT_EQ(out.At(x, y), SourceAt(source, x / 2, y / 2)) << bpp << " at " << x << "," << y;
+                ASSERT_EQ(ColourAt(out.image, x, y), ColourAt(source, x / 2, y / 2))
+                    << bpp << " at " << x << "," << y;
         source->Release();
     }
 }
@@ -78,15 +67,16 @@ TEST(Resample, NearestOnlyCopiesIndicesWhenShrinking) {
     const qel::Pixels in = qel::PixelsOf(source);
     for (int y = 0; y < 4; ++y)
         for (int x = 0; x < 3; ++x)
-            EXPECT_EQ(out.p.Row(y)[x], in.Row(static_cast<int>(std::floor(y * 2.25f)))[x * 3]) << x << "," << y;
+            EXPECT_EQ(out.p.Row(y)[x], in.Row(static_cast<int>(std::floor(y * 2.25f)))[x * 3])
+                << x << "," << y;
     source->Release();
 }
 
 TEST(Resample, ShrinkingAveragesTruncatedBlocks) {
     // 4 x 2 to 2 x 1: 2 x 2 blocks, sums divided with truncation; alpha stays as created.
     BufferImage* source = BufferImage::Make(4, 2, 32, QEL_MODEL_ARGB);
-    qeltest::SetPixelBytes(source, {10, 0, 255, 9, 11, 1, 254, 9, 100, 0, 0, 9, 200, 0, 0, 9,
-                                    12, 2, 255, 9, 13, 2, 254, 9, 0, 0, 0, 9, 1, 0, 0, 9});
+    SetPixelBytes(source, {10, 0, 255, 9, 11, 1, 254, 9, 100, 0, 0, 9, 200, 0, 0, 9,
+                           12, 2, 255, 9, 13, 2, 254, 9, 0,   0, 0, 9, 1,   0, 0, 9});
     Scaled out;
     Resample(source, 2, 1, 7, 0, &out);
     EXPECT_EQ(PixelBytes(out.image), (Bytes{11, 1, 254, 0, 75, 0, 0, 0}));
@@ -94,7 +84,7 @@ TEST(Resample, ShrinkingAveragesTruncatedBlocks) {
 
     // A scale of 2.5 averages 2 columns starting at floor(2.5 x); column 4 is never read.
     BufferImage* row = BufferImage::Make(5, 1, 8, QEL_MODEL_MONO);
-    qeltest::SetPixelBytes(row, {10, 20, 255, 40, 51});
+    SetPixelBytes(row, {10, 20, 255, 40, 51});
     Scaled narrow;
     Resample(row, 2, 1, 3, 0, &narrow);
     EXPECT_EQ(PixelBytes(narrow.image), (Bytes{15, 147}));
@@ -107,7 +97,7 @@ TEST(Resample, KernelInterpolationMatchesPointSampling) {
     const struct {
         int w, h, bpp, newW, newH, method, padding;
     } cases[] = {{100, 100, 24, 200, 200, 3, 0}, {31, 17, 32, 57, 40, 5, 4}, {31, 17, 24, 17, 40, 2, 1},
-                 {100, 100, 24, 200, 50, 3, 0},  {12, 9, 8, 25, 19, 11, 0}, {12, 9, 32, 25, 7, 1, 0},
+                 {100, 100, 24, 200, 50, 3, 0},  {12, 9, 8, 25, 19, 11, 0},  {12, 9, 32, 25, 7, 1, 0},
                  {20, 20, 24, 41, 41, 16, 0},    {9, 5, 4, 20, 11, 4, 0}};
     unsigned seed = 10;
     for (const auto& c : cases) {
@@ -121,8 +111,9 @@ TEST(Resample, KernelInterpolationMatchesPointSampling) {
         const qel::Pixels e = qel::PixelsOf(expected);
         for (int y = 0; y < c.newH; ++y)
             for (int x = 0; x < c.newW; ++x) {
-                const uint32_t colour = GetPixelColorInterpolated(
-                    in.bits, (x + 0.5f) * xScale - 0.5f, (y + 0.5f) * yScale - 0.5f, c.w, c.h, in.stride, c.method, c.bpp);
+                const uint32_t colour =
+                    GetPixelColorInterpolated(in.bits, (x + 0.5f) * xScale - 0.5f, (y + 0.5f) * yScale - 0.5f,
+                                              c.w, c.h, in.stride, c.method, c.bpp);
                 SetPixelColor(e.bits, x, y, e.width, e.height, e.stride, colour, c.bpp);
             }
         EXPECT_EQ(PixelBytes(out.image), PixelBytes(expected)) << c.w << "x" << c.h << " method " << c.method;

@@ -5,34 +5,18 @@
 #include <vector>
 
 #include "image/pixel.h"
-#include "support/test_image.h"
+#include "support/component_test.h"
 
 namespace {
 
-using qeltest::BufferImage;
-using qeltest::PixelBytes;
-using qeltest::RefCountOf;
-
-SmartPtr<IQELTransform> Transform() {
-    return qeltest::TestHost().Create<IQELTransform>(L"QELTransform", qel::iid::IQELTransform);
-}
-
-uint32_t At(IQEL* image, int x, int y) {
-    const qel::Pixels p = qel::PixelsOf(image);
-    return GetPixelColor(p.bits, x, y, p.width, p.height, p.stride, p.bitCount);
-}
-void Put(IQEL* image, int x, int y, uint32_t colour) {
-    const qel::Pixels p = qel::PixelsOf(image);
-    SetPixelColor(p.bits, x, y, p.width, p.height, p.stride, colour, p.bitCount);
-}
+using namespace qeltest;
 
 // Uniform colour with a different top-left pixel, the background of Rotate.
 SmartPtr<IQELImageDIB> Plain(int w, int h, int bpp, uint32_t colour, uint32_t topLeft) {
-    SmartPtr<IQELImageDIB> image =
-        qeltest::TestHost().NewImage(w, h, bpp, bpp == 32 ? QEL_MODEL_ARGB : QEL_MODEL_BGR);
+    SmartPtr<IQELImageDIB> image = TestHost().NewImage(w, h, bpp, bpp == 32 ? QEL_MODEL_ARGB : QEL_MODEL_BGR);
     for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) Put(image.Get(), x, y, colour);
-    Put(image.Get(), 0, 0, topLeft);
+        for (int x = 0; x < w; ++x) PutColour(image.Get(), x, y, colour);
+    PutColour(image.Get(), 0, 0, topLeft);
     return image;
 }
 
@@ -58,7 +42,7 @@ TEST(Rotate, ZeroHandsBackTheSourceAndQuarterTurnsUseTheCopyPath) {
     EXPECT_EQ(PixelBytes(minus90.image), PixelBytes(plus270.image));
     EXPECT_EQ(qel::PixelsOf(plus90.image).width, 2);
     EXPECT_EQ(qel::PixelsOf(plus90.image).bitCount, 24);
-    EXPECT_EQ(At(plus90.image, 0, 0), At(source, 0, 1));  // bottom-left to top-left
+    EXPECT_EQ(ColourAt(plus90.image, 0, 0), ColourAt(source, 0, 1));  // bottom-left to top-left
     EXPECT_EQ(RefCountOf(minus90.image), 1u);
 
     Rotated none;
@@ -69,9 +53,9 @@ TEST(Rotate, ZeroHandsBackTheSourceAndQuarterTurnsUseTheCopyPath) {
 }
 
 TEST(Rotate, FullTurnTakesTheGeneralPathWithAFourPixelMargin) {
-    SmartPtr<IQELImageDIB> source = qeltest::TestHost().NewImage(20, 12, 24, QEL_MODEL_BGR);
+    SmartPtr<IQELImageDIB> source = TestHost().NewImage(20, 12, 24, QEL_MODEL_BGR);
     for (int y = 0; y < 12; ++y)
-        for (int x = 0; x < 20; ++x) Put(source.Get(), x, y, PackColor(10 * x, 20 * y, 7, 0));
+        for (int x = 0; x < 20; ++x) PutColour(source.Get(), x, y, PackColor(10 * x, 20 * y, 7, 0));
     Rotated turned;
     ASSERT_EQ(Transform()->Rotate(source.Get(), &turned.image, 360, 0, 0, 0), QEL_OK);
     const qel::Pixels p = qel::PixelsOf(turned.image);
@@ -82,13 +66,13 @@ TEST(Rotate, FullTurnTakesTheGeneralPathWithAFourPixelMargin) {
     const uint32_t background = PackColor(0, 0, 7, 0);
     for (int y = 0; y < 12; ++y)
         for (int x = 0; x < 20; ++x) {
-            const uint32_t pixel = At(turned.image, x, y);
+            const uint32_t pixel = ColourAt(turned.image, x, y);
             if (x <= 2 || x >= 17 || y <= 2 || y >= 9)
                 EXPECT_EQ(pixel, background) << x << "," << y;
             else if (x >= 4 && x <= 15 && y >= 4 && y <= 7)
-                EXPECT_EQ(pixel, At(source.Get(), x, y)) << x << "," << y;
+                EXPECT_EQ(pixel, ColourAt(source.Get(), x, y)) << x << "," << y;
             else
-                EXPECT_TRUE(pixel == background || pixel == At(source.Get(), x, y)) << x << "," << y;
+                EXPECT_TRUE(pixel == background || pixel == ColourAt(source.Get(), x, y)) << x << "," << y;
         }
 }
 
@@ -101,11 +85,11 @@ TEST(Rotate, FortyFiveDegreesGrowsTheImageAndForcesAlpha) {
     EXPECT_EQ(p.height, 141);
     EXPECT_EQ(p.bitCount, 24);
     EXPECT_EQ(p.colourModel, QEL_MODEL_BGR);
-    EXPECT_EQ(At(plain.image, 0, 0), PackColor(1, 2, 3, 0));
-    EXPECT_EQ(At(plain.image, 140, 140), PackColor(1, 2, 3, 0));
-    EXPECT_EQ(At(plain.image, 70, 70), PackColor(30, 60, 90, 0));
-    EXPECT_EQ(At(plain.image, 70, 4), PackColor(1, 2, 3, 0));  // near the top corner, inside the margin
-    EXPECT_EQ(At(plain.image, 70, 12), PackColor(30, 60, 90, 0));
+    EXPECT_EQ(ColourAt(plain.image, 0, 0), PackColor(1, 2, 3, 0));
+    EXPECT_EQ(ColourAt(plain.image, 140, 140), PackColor(1, 2, 3, 0));
+    EXPECT_EQ(ColourAt(plain.image, 70, 70), PackColor(30, 60, 90, 0));
+    EXPECT_EQ(ColourAt(plain.image, 70, 4), PackColor(1, 2, 3, 0));  // near the top corner, inside the margin
+    EXPECT_EQ(ColourAt(plain.image, 70, 12), PackColor(30, 60, 90, 0));
     EXPECT_EQ(RefCountOf(plain.image), 1u);
 
     // Method 3 of a 24-bit source carries alpha 0 from its interior samples.
@@ -113,43 +97,43 @@ TEST(Rotate, FortyFiveDegreesGrowsTheImageAndForcesAlpha) {
     p = qel::PixelsOf(alpha.image);
     EXPECT_EQ(p.bitCount, 32);
     EXPECT_EQ(p.colourModel, 0u);
-    EXPECT_EQ(At(alpha.image, 0, 0), PackColor(1, 2, 3, 255));
-    EXPECT_EQ(AlphaOf(At(alpha.image, 70, 70)), 0);
+    EXPECT_EQ(ColourAt(alpha.image, 0, 0), PackColor(1, 2, 3, 255));
+    EXPECT_EQ(AlphaOf(ColourAt(alpha.image, 70, 70)), 0);
 }
 
 TEST(Rotate, KeepSizeTurnsAboutTheCentre) {
-    SmartPtr<IQELImageDIB> source = qeltest::TestHost().NewImage(100, 60, 24, QEL_MODEL_BGR);
+    SmartPtr<IQELImageDIB> source = TestHost().NewImage(100, 60, 24, QEL_MODEL_BGR);
     for (int y = 0; y < 60; ++y)
-        for (int x = 0; x < 100; ++x) Put(source.Get(), x, y, PackColor(2 * x, 3 * y, 5, 0));
+        for (int x = 0; x < 100; ++x) PutColour(source.Get(), x, y, PackColor(2 * x, 3 * y, 5, 0));
     Rotated turned;
     ASSERT_EQ(Transform()->Rotate(source.Get(), &turned.image, 30, 0, 0, 1), QEL_OK);
     const qel::Pixels p = qel::PixelsOf(turned.image);
     EXPECT_EQ(p.width, 100);
     EXPECT_EQ(p.height, 60);
-    EXPECT_EQ(At(turned.image, 50, 30), At(source.Get(), 50, 30));
-    EXPECT_EQ(At(turned.image, 0, 0), PackColor(0, 0, 5, 0));
+    EXPECT_EQ(ColourAt(turned.image, 50, 30), ColourAt(source.Get(), 50, 30));
+    EXPECT_EQ(ColourAt(turned.image, 0, 0), PackColor(0, 0, 5, 0));
     // Ten pixels right of the centre reads (50 + 10 cos 30, 30 + 10 sin 30)
     // = (58.66, 35), rounded to (59, 35).
-    EXPECT_EQ(At(turned.image, 60, 30), At(source.Get(), 59, 35));
+    EXPECT_EQ(ColourAt(turned.image, 60, 30), ColourAt(source.Get(), 59, 35));
 }
 
 TEST(RotatePaste, AtAngleZeroDrawsAtTopLeftAndSkipsTheKeyColour) {
     SmartPtr<IQELImageDIB> source = Plain(8, 6, 24, PackColor(40, 50, 60, 0), PackColor(40, 50, 60, 0));
-    Put(source.Get(), 2, 3, PackColor(255, 0, 0, 0));  // blue: the key colour
+    PutColour(source.Get(), 2, 3, PackColor(255, 0, 0, 0));  // blue: the key colour
     SmartPtr<IQELImageDIB> target = Plain(12, 9, 24, PackColor(9, 9, 9, 0), PackColor(9, 9, 9, 0));
     ASSERT_EQ(Transform()->RotatePaste(source.Get(), target.Get(), 0.0, 0, 0x0000FF), QEL_OK);
     for (int y = 0; y < 9; ++y)
         for (int x = 0; x < 12; ++x) {
             const bool drawn = x < 8 && y < 6 && !(x == 2 && y == 3);
-            EXPECT_EQ(At(target.Get(), x, y), drawn ? PackColor(40, 50, 60, 0) : PackColor(9, 9, 9, 0))
+            EXPECT_EQ(ColourAt(target.Get(), x, y), drawn ? PackColor(40, 50, 60, 0) : PackColor(9, 9, 9, 0))
                 << x << "," << y;
         }
 
     // With the source's own colour as key nothing of it is drawn but the blue pixel.
     SmartPtr<IQELImageDIB> keyed = Plain(12, 9, 32, PackColor(9, 9, 9, 77), PackColor(9, 9, 9, 77));
     ASSERT_EQ(Transform()->RotatePaste(source.Get(), keyed.Get(), 0.0, 0, 0x3C3228), QEL_OK);
-    EXPECT_EQ(At(keyed.Get(), 2, 3), PackColor(255, 0, 0, 0));  // alpha byte written too
-    EXPECT_EQ(At(keyed.Get(), 3, 3), PackColor(9, 9, 9, 77));
+    EXPECT_EQ(ColourAt(keyed.Get(), 2, 3), PackColor(255, 0, 0, 0));  // alpha byte written too
+    EXPECT_EQ(ColourAt(keyed.Get(), 3, 3), PackColor(9, 9, 9, 77));
     EXPECT_EQ(RefCountOf(source.Get()), 1u);
     EXPECT_EQ(RefCountOf(keyed.Get()), 1u);
 }
@@ -159,11 +143,11 @@ TEST(RotatePaste, AlphaSourcesBlendIntoTheTarget) {
     SmartPtr<IQELImageDIB> opaque = Plain(6, 6, 24, PackColor(0, 50, 100, 0), PackColor(0, 50, 100, 0));
     ASSERT_EQ(Transform()->RotatePaste(source.Get(), opaque.Get(), 0.0, 0, 0), QEL_OK);
     // trunc(s * 128/255 + t * 127/255) per channel.
-    EXPECT_EQ(At(opaque.Get(), 3, 2), PackColor(100, 75, 49, 0));
+    EXPECT_EQ(ColourAt(opaque.Get(), 3, 2), PackColor(100, 75, 49, 0));
 
     SmartPtr<IQELImageDIB> withAlpha = Plain(6, 6, 32, PackColor(0, 50, 100, 9), PackColor(0, 50, 100, 9));
     ASSERT_EQ(Transform()->RotatePaste(source.Get(), withAlpha.Get(), 0.0, 0, 0), QEL_OK);
-    EXPECT_EQ(At(withAlpha.Get(), 3, 2), PackColor(100, 75, 49, 128));
+    EXPECT_EQ(ColourAt(withAlpha.Get(), 3, 2), PackColor(100, 75, 49, 128));
 
     SmartPtr<IQELImageDIB> grey = Plain(6, 6, 8, PackColor(5, 5, 5, 0), PackColor(5, 5, 5, 0));
     const std::vector<unsigned char> before = PixelBytes(grey.Get());
@@ -183,7 +167,7 @@ TEST(RotatePaste, TurnedSourceCoversTheBoundingBox) {
             // The single-precision cosine of the quarter turn is a hair above 0,
             // which puts the top row's first three positions just below x = 0.
             const bool drawn = x < 4 && y < 10 && !(y == 0 && x < 3);
-            EXPECT_EQ(At(target.Get(), x, y), drawn ? PackColor(70, 80, 90, 0) : PackColor(1, 1, 1, 0))
+            EXPECT_EQ(ColourAt(target.Get(), x, y), drawn ? PackColor(70, 80, 90, 0) : PackColor(1, 1, 1, 0))
                 << x << "," << y;
         }
 }
