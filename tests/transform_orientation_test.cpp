@@ -23,88 +23,67 @@ BufferImage* Counting(int w, int h, int bpp, int padding = 0, bool bottomUp = fa
     return image;
 }
 
-TEST(Flip, ReversesStoredRowsIntoANewImage) {
-    BufferImage* source = Counting(2, 3, 24);
-    const Bytes before = PixelBytes(source);
+// Flip and Mirror hand back a new image and leave the source as it was.
+TEST(FlipAndMirror, ReverseRowsOrPixelsIntoANewImage) {
+    const struct {
+        bool mirror;
+        int w, h, bpp, padding;
+        bool bottomUp;
+        Bytes expected;
+    } cases[] = {
+        {false, 2, 3, 24, 0, false, {13, 14, 15, 16, 17, 18, 7, 8, 9, 10, 11, 12, 1, 2, 3, 4, 5, 6}},
+        {false, 5, 1, 8, 0, false, {1, 2, 3, 4, 5}},
+        // Mirror moves whole pixels, alpha included.
+        {true, 3, 2, 32, 4, false, {9,  10, 11, 12, 5,  6,  7,  8,  1,  2,  3,  4,
+                                    21, 22, 23, 24, 17, 18, 19, 20, 13, 14, 15, 16}},
+        {true, 3, 1, 24, 0, true, {7, 8, 9, 4, 5, 6, 1, 2, 3}},
+        {true, 4, 1, 8, 0, false, {4, 3, 2, 1}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message()
+                     << (c.mirror ? "Mirror " : "Flip ") << c.w << "x" << c.h << " at " << c.bpp);
+        SmartPtr<BufferImage> source(Counting(c.w, c.h, c.bpp, c.padding, c.bottomUp));
+        const Bytes before = source->Snapshot();
+        SmartPtr<IQEL> result;
+        ASSERT_EQ(c.mirror ? Transform()->Mirror(source.Get(), result.Out())
+                           : Transform()->Flip(source.Get(), result.Out()),
+                  QEL_OK);
+        EXPECT_EQ(PixelBytes(result.Get()), c.expected) << HexRows(PixelBytes(result.Get()), c.w * c.bpp / 8);
+        EXPECT_EQ(source->Snapshot(), before);
+        EXPECT_EQ(RefCountOf(result.Get()) + source->RefCount(), 2u);
+        EXPECT_EQ(Transform()->Flip(source.Get(), nullptr), QEL_OK);
+    }
     IQEL* result = nullptr;
-    ASSERT_EQ(Transform()->Flip(source, &result), QEL_OK);
-    const Bytes expected = {13, 14, 15, 16, 17, 18, 7, 8, 9, 10, 11, 12, 1, 2, 3, 4, 5, 6};
-    EXPECT_EQ(PixelBytes(result), expected) << HexRows(PixelBytes(result), 6);
-    EXPECT_EQ(PixelBytes(source), before);
-    EXPECT_EQ(RefCountOf(result), 1u);
-    EXPECT_EQ(source->RefCount(), 1u);
-    result->Release();
-
-    BufferImage* oneRow = Counting(5, 1, 8);
-    ASSERT_EQ(Transform()->Flip(oneRow, &result), QEL_OK);
-    EXPECT_EQ(PixelBytes(result), PixelBytes(oneRow));
-    result->Release();
-    EXPECT_EQ(Transform()->Flip(oneRow, nullptr), QEL_OK);
-    EXPECT_EQ(oneRow->RefCount(), 1u);
     EXPECT_EQ(Transform()->Flip(nullptr, &result), QEL_E_FAIL);
-    source->Release();
-    oneRow->Release();
-}
-
-TEST(Mirror, ReversesPixelsOfEachRowAlphaIncluded) {
-    BufferImage* wide = Counting(3, 2, 32, 4);
-    IQEL* result = nullptr;
-    ASSERT_EQ(Transform()->Mirror(wide, &result), QEL_OK);
-    const Bytes expected32 = {9,  10, 11, 12, 5,  6,  7,  8,  1,  2,  3,  4,
-                              21, 22, 23, 24, 17, 18, 19, 20, 13, 14, 15, 16};
-    EXPECT_EQ(PixelBytes(result), expected32) << HexRows(PixelBytes(result), 12);
-    EXPECT_EQ(RefCountOf(result), 1u);
-    result->Release();
-
-    BufferImage* odd = Counting(3, 1, 24, 0, true);
-    ASSERT_EQ(Transform()->Mirror(odd, &result), QEL_OK);
-    EXPECT_EQ(PixelBytes(result), (Bytes{7, 8, 9, 4, 5, 6, 1, 2, 3}));
-    result->Release();
-
-    BufferImage* grey = Counting(4, 1, 8);
-    ASSERT_EQ(Transform()->Mirror(grey, &result), QEL_OK);
-    EXPECT_EQ(PixelBytes(result), (Bytes{4, 3, 2, 1}));
-    result->Release();
     EXPECT_EQ(Transform()->Mirror(nullptr, &result), QEL_E_FAIL);
-    wide->Release();
-    odd->Release();
-    grey->Release();
 }
 
 TEST(FlipBits, SwapsFirstAndThirdByteInPlace) {
-    BufferImage* image = Counting(2, 2, 32, 3);
-    const Bytes padded = image->Snapshot();
-    ASSERT_EQ(Transform()->FlipBits(image), QEL_OK);
-    EXPECT_EQ(PixelBytes(image), (Bytes{3, 2, 1, 4, 7, 6, 5, 8, 11, 10, 9, 12, 15, 14, 13, 16}));
-    ASSERT_EQ(Transform()->FlipBits(image), QEL_OK);
+    SmartPtr<BufferImage> image(Counting(2, 2, 32, 3)), grey(Counting(5, 2, 8));
+    const Bytes padded = image->Snapshot(), before = grey->Snapshot();
+    ASSERT_EQ(Transform()->FlipBits(image.Get()), QEL_OK);
+    EXPECT_EQ(PixelBytes(image.Get()), (Bytes{3, 2, 1, 4, 7, 6, 5, 8, 11, 10, 9, 12, 15, 14, 13, 16}));
+    ASSERT_EQ(Transform()->FlipBits(image.Get()), QEL_OK);
     EXPECT_EQ(image->Snapshot(), padded);  // twice restores, padding untouched
-
-    BufferImage* grey = Counting(5, 2, 8);
-    const Bytes before = grey->Snapshot();
-    EXPECT_EQ(Transform()->FlipBits(grey), QEL_OK);
+    EXPECT_EQ(Transform()->FlipBits(grey.Get()), QEL_OK);
     EXPECT_EQ(grey->Snapshot(), before);
     EXPECT_EQ(Transform()->FlipBits(nullptr), QEL_E_FAIL);
-    image->Release();
-    grey->Release();
 }
 
 TEST(FlipImageAndBits, SwapsRowsAndBytesButTreatsOnlyHalfTheMiddleRow) {
     // 4 x 3 at 32 bits: rows 0 and 2 trade places with bytes 0 and 2 swapped
     // and alpha staying in its row; in row 1 only pixels 0 and 1 change.
-    BufferImage* image = Counting(4, 3, 32);
-    ASSERT_EQ(Transform()->FlipImageAndBits(image), QEL_OK);
+    SmartPtr<BufferImage> image(Counting(4, 3, 32));
+    ASSERT_EQ(Transform()->FlipImageAndBits(image.Get()), QEL_OK);
     const Bytes expected = {35, 34, 33, 4,  39, 38, 37, 8,  43, 42, 41, 12, 47, 46, 45, 16,
                             19, 18, 17, 20, 23, 22, 21, 24, 25, 26, 27, 28, 29, 30, 31, 32,
                             3,  2,  1,  36, 7,  6,  5,  40, 11, 10, 9,  44, 15, 14, 13, 48};
-    EXPECT_EQ(PixelBytes(image), expected) << HexRows(PixelBytes(image), 16);
-
+    EXPECT_EQ(PixelBytes(image.Get()), expected) << HexRows(PixelBytes(image.Get()), 16);
     // 24 bits: the middle row steps 4 bytes for its first width / 2 positions.
-    BufferImage* rgb = Counting(5, 1, 24);
-    ASSERT_EQ(Transform()->FlipImageAndBits(rgb), QEL_OK);
-    EXPECT_EQ(PixelBytes(rgb), (Bytes{3, 2, 1, 4, 7, 6, 5, 8, 9, 10, 11, 12, 13, 14, 15}));
+    SmartPtr<BufferImage> rgb(Counting(5, 1, 24));
+    ASSERT_EQ(Transform()->FlipImageAndBits(rgb.Get()), QEL_OK);
+    EXPECT_EQ(PixelBytes(rgb.Get()), (Bytes{3, 2, 1, 4, 7, 6, 5, 8, 9, 10, 11, 12, 13, 14, 15}));
     EXPECT_EQ(Transform()->FlipImageAndBits(nullptr), QEL_E_FAIL);
-    image->Release();
-    rgb->Release();
 }
 
 class Rotate4Test : public ::testing::TestWithParam<int> {
