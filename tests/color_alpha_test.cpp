@@ -4,24 +4,17 @@
 
 #include <vector>
 
-#include "support/test_image.h"
+#include "support/component_test.h"
 
 namespace {
 
-using qeltest::BufferImage;
-using Bytes = std::vector<unsigned char>;
-
-IQELColorTransform* Colours() {
-    static SmartPtr<IQELColorTransform> colours =
-        qeltest::TestHost().Create<IQELColorTransform>(L"QELColorTransform", qel::iid::IQELColorTransform);
-    return colours.Get();
-}
+using namespace qeltest;
 
 SmartPtr<BufferImage> MakeImage(int width, int height, int bitCount, const Bytes& pixels,
                                 bool bottomUp = false) {
     SmartPtr<BufferImage> image(BufferImage::Make(width, height, bitCount, QEL_MODEL_ARGB, 2, bottomUp));
     image->FillRandom(static_cast<uint32_t>(width * 17 + height + bitCount));
-    qeltest::SetPixelBytes(image.Get(), pixels);
+    SetPixelBytes(image.Get(), pixels);
     return image;
 }
 

@@ -7,30 +7,18 @@
 #include <vector>
 
 #include "color/color_kernels.h"
-#include "support/test_image.h"
+#include "support/component_test.h"
 
 namespace {
 
-using qeltest::BufferImage;
-using qeltest::PixelBytes;
-using Bytes = std::vector<unsigned char>;
-
-IQELColorTransform* Colours() {
-    static SmartPtr<IQELColorTransform> colours =
-        qeltest::TestHost().Create<IQELColorTransform>(L"QELColorTransform", qel::iid::IQELColorTransform);
-    return colours.Get();
-}
-
-unsigned ModelFor(int bitCount) {
-    return bitCount == 32 ? QEL_MODEL_ARGB : bitCount >= 24 ? QEL_MODEL_BGR : QEL_MODEL_MONO;
-}
+using namespace qeltest;
 
 SmartPtr<BufferImage> MakeImage(int width, int height, int bitCount, const Bytes& pixels, int padding = 3,
                                 bool bottomUp = false) {
     SmartPtr<BufferImage> image(
         BufferImage::Make(width, height, bitCount, ModelFor(bitCount), padding, bottomUp));
     image->FillRandom(static_cast<uint32_t>(width * 131 + height * 7 + bitCount));
-    qeltest::SetPixelBytes(image.Get(), pixels);
+    SetPixelBytes(image.Get(), pixels);
     return image;
 }
 
@@ -141,18 +129,6 @@ TEST(ColorTone, GammaFormsTheExponentInSinglePrecision) {
     EXPECT_EQ(gamma(0.12f)[255], 255);
 }
 
-// The nearest DefaultPalette entry by walking the ramp: an exact match ends
-// the walk, ties keep the lower index.
-int NearestGreyByWalk(int blue, int green, int red) {
-    int best = 0, bestDistance = 200000;
-    for (int i = 0; i < 256; ++i) {
-        const int distance = (i - blue) * (i - blue) + (i - green) * (i - green) + (i - red) * (i - red);
-        if (distance == 0) return i;
-        if (distance < bestDistance) best = i, bestDistance = distance;
-    }
-    return best;
-}
-
 TEST(ColorTone, ShiftRGBClampsChannelsAndPaletteTakesTheNearestGrey) {
     const auto shift = [](int r, int g, int b) {
         return [=](IQEL* i) { return Colours()->ShiftRGB(i, r, g, b); };
@@ -197,16 +173,15 @@ TEST(ColorTone, GrayScaleHandsTheNewImageOverThroughAssign) {
     EXPECT_EQ(PixelBytes(packed.Get()).at(3), 187);  // (601 x 255 + 306 x 128) >> 10
 
     // A host image, then Threshold on it: grey 66 is not above level 66.
-    SmartPtr<IQELImageDIB> image = qeltest::TestHost().NewImage(2, 2, 32, QEL_MODEL_ARGB);
-    qeltest::SetPixelBytes(image.Get(),
-                           {10, 20, 31, 0x40, 127, 128, 128, 0x41, 200, 0, 0, 0x42, 1, 2, 3, 0x43});
+    SmartPtr<IQELImageDIB> image = TestHost().NewImage(2, 2, 32, QEL_MODEL_ARGB);
+    SetPixelBytes(image.Get(), {10, 20, 31, 0x40, 127, 128, 128, 0x41, 200, 0, 0, 0x42, 1, 2, 3, 0x43});
     EXPECT_EQ(Colours()->GrayScale(image.Get()), QEL_OK);
     EXPECT_EQ(PixelBytes(image.Get()),
               (Bytes{20, 20, 20, 0x40, 127, 127, 127, 0x41, 66, 66, 66, 0x42, 2, 2, 2, 0x43}));
     EXPECT_EQ(Colours()->Threshold(image.Get(), 66), QEL_OK);
     EXPECT_EQ(PixelBytes(image.Get()),
               (Bytes{0, 0, 0, 0x40, 255, 255, 255, 0x41, 0, 0, 0, 0x42, 0, 0, 0, 0x43}));
-    EXPECT_EQ(qeltest::RefCountOf(image.Get()), 1u);
+    EXPECT_EQ(RefCountOf(image.Get()), 1u);
 }
 
 TEST(ColorTone, ThresholdTurnsGreysAboveTheLevelWhite) {

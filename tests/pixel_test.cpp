@@ -1,12 +1,14 @@
 // Pixel access on every bit count: reads, the outside marker, nearest-grey
 // writes, the write one past the last column, and the integer bilinear sampler.
+#include "image/pixel.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <random>
 #include <vector>
 
-#include "image/pixel.h"
+#include "support/component_test.h"
 
 namespace {
 
@@ -26,7 +28,8 @@ struct Raster {
         if (bottomUp) stride = -stride;
     }
     unsigned char* Bits() {
-        return bottomUp ? bytes.data() + static_cast<size_t>(-stride) * static_cast<size_t>(height - 1) : bytes.data();
+        return bottomUp ? bytes.data() + static_cast<size_t>(-stride) * static_cast<size_t>(height - 1)
+                        : bytes.data();
     }
     unsigned char* Row(int y) { return Bits() + static_cast<ptrdiff_t>(y) * stride; }
     uint32_t Get(int x, int y) { return GetPixelColor(Bits(), x, y, width, height, stride, bpp); }
@@ -36,10 +39,9 @@ struct Raster {
 
 TEST(DefaultPalette, IsAGreyRampWithZeroReserved) {
     for (int i = 0; i < 256; ++i) {
-        EXPECT_EQ(DefaultPalette[i].rgbBlue, i);
-        EXPECT_EQ(DefaultPalette[i].rgbGreen, i);
-        EXPECT_EQ(DefaultPalette[i].rgbRed, i);
-        EXPECT_EQ(DefaultPalette[i].rgbReserved, 0);
+        const RGBQUAD& entry = DefaultPalette[i];
+        EXPECT_EQ(std::vector<int>({entry.rgbBlue, entry.rgbGreen, entry.rgbRed, entry.rgbReserved}),
+                  std::vector<int>({i, i, i, 0}));
     }
 }
 
@@ -109,10 +111,7 @@ TEST(SetPixelColor, WritesDirectColourDepths) {
     Raster rgba(2, 2, 32, 2);
     rgba.Set(1, 1, 0x80112233u);
     const unsigned char* p = rgba.Row(1) + 4;
-    EXPECT_EQ(p[0], 0x33);
-    EXPECT_EQ(p[1], 0x22);
-    EXPECT_EQ(p[2], 0x11);
-    EXPECT_EQ(p[3], 0x80);
+    EXPECT_EQ(std::vector<unsigned char>(p, p + 4), (std::vector<unsigned char>{0x33, 0x22, 0x11, 0x80}));
 
     Raster rgb(2, 2, 24, 2);
     rgb.Set(1, 0, 0x80112233u);
@@ -166,27 +165,17 @@ TEST(SetPixelColor, OnePastTheEndIsWrittenFurtherIsNot) {
     EXPECT_EQ(grey.bytes[0], 0x33) << "nothing written before the first row";
 }
 
-// The nearest-grey search as a walk over the ramp, kept as the reference
-// for the closed form the module uses.
-int NearestGreyByWalk(int b, int g, int r) {
-    int best = 0, bestDistance = 200000;
-    for (int i = 0; i < 256; ++i) {
-        const int distance = (i - b) * (i - b) + (i - g) * (i - g) + (i - r) * (i - r);
-        if (distance == 0) return i;
-        if (distance < bestDistance) bestDistance = distance, best = i;
-    }
-    return best;
-}
-
 TEST(NearestGreyIndex, AgreesWithTheWalkOverTheRamp) {
     for (int b = 0; b < 256; b += 3)
         for (int g = 0; g < 256; g += 5)
-            for (int r = 0; r < 256; r += 7) ASSERT_EQ(NearestGreyIndex(b, g, r), NearestGreyByWalk(b, g, r));
+            for (int r = 0; r < 256; r += 7)
+                ASSERT_EQ(NearestGreyIndex(b, g, r), qeltest::NearestGreyByWalk(b, g, r));
     std::mt19937 random(7);
     for (int i = 0; i < 20000; ++i) {
         const int b = static_cast<int>(random() & 255), g = static_cast<int>(random() & 255),
                   r = static_cast<int>(random() & 255);
-        ASSERT_EQ(NearestGreyIndex(b, g, r), NearestGreyByWalk(b, g, r)) << b << ' ' << g << ' ' << r;
+        ASSERT_EQ(NearestGreyIndex(b, g, r), qeltest::NearestGreyByWalk(b, g, r))
+            << b << ' ' << g << ' ' << r;
     }
     EXPECT_EQ(NearestGreyIndex(255, 255, 255), 255);
     EXPECT_EQ(NearestGreyIndex(0, 0, 1), 0);
