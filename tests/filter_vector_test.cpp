@@ -57,12 +57,21 @@ TEST(FilterVectorSteps, ConvolutionMatchesScalarLoops) {
         {{128, 0, 0, 0, 0, 0, 0, 0, 1}, 3, 3, 0},                    // sums just past 16 bits
         {{127, 1, -128, 0, 0, 0, 0, 0, 0}, 3, 2, -40000},            // offset past 16 bits
         {{-128, 0, 0, 0, 0, 0, 0, 0, 0}, 3, 255, 1},                 // sum reaching -32640
+        {{1, 2, 1, 2, 4, 2, 1, 2, 1}, 3, 16, 0},                     // separable, summed down then across
     };
+    // A separable 5 x 5 kernel with negative and zero factors: column (1, -2, 0, 3, 1)
+    // times row (2, 0, -1, 1, 1).
+    Kernel outer{std::vector<int>(25), 5, 6, 10};
+    const int column[5] = {1, -2, 0, 3, 1}, row[5] = {2, 0, -1, 1, 1};
+    for (int j = 0; j < 5; ++j)
+        for (int i = 0; i < 5; ++i) outer.weights[j * 5 + i] = column[j] * row[i];
+    std::vector<Kernel> all = kernels;
+    all.push_back(outer);
     for (int bpp : {8, 24, 32}) {
         for (int width : {1, 5, 16, 17, 18, 22, 33, 47}) {
             Owned src(BufferImage::Make(width, 6, bpp, ModelFor(bpp), width % 3, width % 2 == 1));
             src->FillRandom(static_cast<uint32_t>(random()));
-            for (const Kernel& k : kernels) {
+            for (const Kernel& k : all) {
                 ExpectPathsAgree(src.get(), "convolution", [&](const ImageView& s, const ImageView& d, FilterPath p) {
                     ConvolveView(s, d, k.weights.data(), k.size, k.divisor, k.offset, p);
                 });
