@@ -135,6 +135,14 @@ struct ShortSums {
 // the sign restored, the offset added with saturation, and the clamp to a byte
 // done by the saturating pack (saturation only ever hits values that clamp to
 // 0 or 255 anyway).
+// 16-bit lanes times a factor; factors 1 and 2 (most of the fixed kernels') as
+// plain additions, which give the same wrapped lanes.
+inline __m128i Scaled(__m128i lanes, int16_t factor) {
+    if (factor == 1) return lanes;
+    if (factor == 2) return _mm_add_epi16(lanes, lanes);
+    return _mm_mullo_epi16(lanes, _mm_set1_epi16(factor));
+}
+
 // The separable form: column sums of every lane the row's windows touch, then
 // the weighted sum across. Both stay within the 16-bit bounds of the whole sum.
 size_t ConvolveSeparableVector(const unsigned char* const* tapRows, int size, int bytesPerPixel, size_t lanes,
@@ -145,11 +153,11 @@ size_t ConvolveSeparableVector(const unsigned char* const* tapRows, int size, in
     for (; n + 16 <= reach; n += 16) {
         __m128i low = zero, high = zero;
         for (int j = 0; j < size; ++j) {
-            if (plan.columnFactors[j] == 0) continue;
-            const __m128i factor = _mm_set1_epi16(plan.columnFactors[j]);
+            const int16_t f = plan.columnFactors[j];
+            if (f == 0) continue;
             const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(tapRows[j] + n));
-            low = _mm_add_epi16(low, _mm_mullo_epi16(_mm_unpacklo_epi8(bytes, zero), factor));
-            high = _mm_add_epi16(high, _mm_mullo_epi16(_mm_unpackhi_epi8(bytes, zero), factor));
+            low = _mm_add_epi16(low, Scaled(_mm_unpacklo_epi8(bytes, zero), f));
+            high = _mm_add_epi16(high, Scaled(_mm_unpackhi_epi8(bytes, zero), f));
         }
         _mm_storeu_si128(reinterpret_cast<__m128i*>(columns + n), low);
         _mm_storeu_si128(reinterpret_cast<__m128i*>(columns + n + 8), high);
@@ -173,12 +181,11 @@ size_t ConvolveSeparableVector(const unsigned char* const* tapRows, int size, in
     for (n = 0; n + 16 <= lanes; n += 16) {
         __m128i low = zero, high = zero;
         for (int i = 0; i < size; ++i) {
-            if (plan.rowFactors[i] == 0) continue;
-            const __m128i factor = _mm_set1_epi16(plan.rowFactors[i]);
+            const int16_t f = plan.rowFactors[i];
+            if (f == 0) continue;
             const int16_t* at = columns + static_cast<size_t>(i) * bytesPerPixel + n;
-            low = _mm_add_epi16(low, _mm_mullo_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(at)), factor));
-            high = _mm_add_epi16(high,
-                                 _mm_mullo_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(at + 8)), factor));
+            low = _mm_add_epi16(low, Scaled(_mm_loadu_si128(reinterpret_cast<const __m128i*>(at)), f));
+            high = _mm_add_epi16(high, Scaled(_mm_loadu_si128(reinterpret_cast<const __m128i*>(at + 8)), f));
         }
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out + n), _mm_packus_epi16(finish(low), finish(high)));
     }
