@@ -21,6 +21,12 @@ struct LinearMix {
     float factorB;
     float offset;
 };
+// One AddScale row of `count` bytes: a vector step takes the leading bytes
+// and returns how many; MixRow finishes the rest with the scalar rule.
+size_t MixRowVector(unsigned char* out, const unsigned char* a, const unsigned char* b, size_t count,
+                    const LinearMix& mix);
+void MixRow(unsigned char* out, const unsigned char* a, const unsigned char* b, size_t count,
+            const LinearMix& mix);
 // AddScale with one bit count: `bytesPerPixel` bytes of each selected pixel.
 void AddScaleSameDepth(const MathsPlane& dest, const MathsPlane& a, const MathsPlane& b,
                        const MathsPlane* mask, int width, int height, int bytesPerPixel, LinearMix mix,
