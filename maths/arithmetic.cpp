@@ -2,6 +2,9 @@
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 #include "maths/maths.h"
 #include "maths/maths_kernels.h"
@@ -114,10 +117,53 @@ inline unsigned char Mix(const LinearMix& mix, unsigned char a, unsigned char b)
 
 }  // namespace
 
+#if defined(__x86_64__)
+namespace {
+
+// Eight bytes of each row through the mix: widened, the single-precision
+// operations of the scalar rule in its order, clamped and truncated.
+__attribute__((target("avx2"))) inline __m256i MixEightAvx2(const unsigned char* a, const unsigned char* b,
+                                                           __m256 factorA, __m256 factorB, __m256 offset) {
+    const __m256 va = _mm256_cvtepi32_ps(_mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a))));
+    const __m256 vb = _mm256_cvtepi32_ps(_mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(b))));
+    const __m256 v = _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(va, factorA), _mm256_mul_ps(vb, factorB)), offset);
+    return _mm256_cvttps_epi32(_mm256_min_ps(_mm256_max_ps(v, _mm256_setzero_ps()), _mm256_set1_ps(255.0f)));
+}
+
+// The AVX2 form of the step below, eight lanes per operation, for processors
+// that have it (chosen at run time; the build itself assumes only SSE2).
+__attribute__((target("avx2"))) size_t MixRowAvx2(unsigned char* out, const unsigned char* a,
+                                                  const unsigned char* b, size_t count, const LinearMix& mix) {
+    const __m256 factorA = _mm256_set1_ps(mix.factorA), factorB = _mm256_set1_ps(mix.factorB);
+    const __m256 offset = _mm256_set1_ps(mix.offset);
+    size_t i = 0;
+    for (; i + 32 <= count; i += 32) {
+        const __m256i r0 = MixEightAvx2(a + i, b + i, factorA, factorB, offset);
+        const __m256i r1 = MixEightAvx2(a + i + 8, b + i + 8, factorA, factorB, offset);
+        const __m256i r2 = MixEightAvx2(a + i + 16, b + i + 16, factorA, factorB, offset);
+        const __m256i r3 = MixEightAvx2(a + i + 24, b + i + 24, factorA, factorB, offset);
+        // The packs work within 128-bit halves; the permute puts the bytes back in order.
+        const __m256i bytes = _mm256_packus_epi16(_mm256_packs_epi32(r0, r1), _mm256_packs_epi32(r2, r3));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i),
+                            _mm256_permutevar8x32_epi32(bytes, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7)));
+    }
+    return i;
+}
+
+const bool kHasAvx2 = __builtin_cpu_supports("avx2");
+
+}  // namespace
+#endif
+
 size_t MixRowVector(unsigned char* out, const unsigned char* a, const unsigned char* b, size_t count,
                     const LinearMix& mix) {
-    size_t i = 0;
+    size_t done = 0;
+#if defined(__x86_64__)
+    if (kHasAvx2) done = MixRowAvx2(out, a, b, count, mix);
+    out += done, a += done, b += done, count -= done;
+#endif
 #if defined(__SSE2__)
+    size_t i = 0;
     // The same single-precision operations in the same order, four lanes at a
     // time: a x factorA + b x factorB, then + offset; max(v, 0) keeps v only
     // when v > 0 (a NaN gives 0), min(v, 255) only when v < 255, then truncation.
@@ -142,10 +188,11 @@ size_t MixRowVector(unsigned char* out, const unsigned char* a, const unsigned c
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i),
                          _mm_packus_epi16(_mm_packs_epi32(r0, r1), _mm_packs_epi32(r2, r3)));
     }
+    return done + i;
 #else
     (void)out, (void)a, (void)b, (void)count, (void)mix;
+    return done;
 #endif
-    return i;
 }
 
 void MixRow(unsigned char* out, const unsigned char* a, const unsigned char* b, size_t count,
