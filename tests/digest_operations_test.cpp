@@ -157,6 +157,8 @@ TEST_F(OperationDigests, ResampleAndRotate) {
     };
     Check({{"HalfArea", resample(0, 0, 1, 2, 1)},
            {"ThirdArea", resample(2, 0, 1, 3, 1)},
+           {"HalfAreaExact", resample(4, 0, 1, 2, 0)},
+           {"QuarterArea", resample(0, 0, 1, 4, 0)},
            {"DoubleNearest", resample(0, 0, 2, 1, 1)},
            {"DoubleLinear", resample(1, 0, 2, 1, -1)},
            {"DoubleCubic", resample(3, 0, 2, 1, 1)},
@@ -168,6 +170,8 @@ TEST_F(OperationDigests, ResampleAndRotate) {
           {
               {"HalfArea", {0x2f8f274fdff945a2ull, 0x60abf96468a91b11ull, 0x7f1c97579139c55eull, 0x529e31fbfd940fefull, 0xd74db50bd2983684ull, 0xff3ba73bc18ecd18ull}},
               {"ThirdArea", {0xa928a222bc46026dull, 0x8c37e0463a720e03ull, 0x5899befea978e099ull, 0x0611b0c86205646aull, 0x031177e8d184960dull, 0xe97aa110b2cd03f3ull}},
+              {"HalfAreaExact", {0x9662eee404fd8c3bull, 0x2e9dce8d80bb723full, 0x2f38cca2a2ef6c7dull, 0xd325c56fabaab0c6ull, 0xada1caa520b14d86ull, 0xf1087f062cddddc6ull}},
+              {"QuarterArea", {0xe06f3755a96899caull, 0xcd0ce31dfdc5013full, 0x0861479392d946a4ull, 0x42c110f8077eff77ull, 0xe41bdd3f7624152aull, 0xcb39aba2c4ccededull}},
               {"DoubleNearest", {0x70b2335a9a12d663ull, 0xffdbd04718d56dccull, 0x17b4060fbb481fe5ull, 0xf84f8cf07b11630eull, 0xa2227ec6f2a54fa3ull, 0x6318babad8441ecdull}},
               {"DoubleLinear", {0xe1d34792825ec7feull, 0x8d11db290f0e6e4dull, 0x89d462afd7b4cf18ull, 0x10c325a3fd187a57ull, 0x56f21aacc1d1730full, 0x4537195ca6ed08bcull}},
               {"DoubleCubic", {0xa108b5147e125231ull, 0xc37d1ac0650a6e2full, 0xd5d1bc543ec592aaull, 0x3924bb4d8a5cf88eull, 0x0b5ec0f9decb20aeull, 0x2f371b61b7501f66ull}},
