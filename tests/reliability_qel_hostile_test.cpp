@@ -1,0 +1,164 @@
+// Hostile input for the qel tool: truncated and corrupt image files, headers
+// whose byte counts overflow, empty images and absurd arguments must end in a
+// clear error (exit status 1 or 2 and a "qel:" message), never in a crash, and
+// must leave no output file behind.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct Outcome {
+    bool exited = false;  // false: killed by a signal
+    int status = -1;
+    std::string err;
+};
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+void WriteFile(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
+bool Exists(const std::string& path) {
+    struct stat info;
+    return stat(path.c_str(), &info) == 0;
+}
+
+uint32_t Crc32(const std::string& bytes) {
+    uint32_t crc = 0xFFFFFFFFu;
+    for (const unsigned char byte : bytes) {
+        crc ^= byte;
+        for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
+    }
+    return ~crc;
+}
+std::string BigEndian(uint32_t value) {
+    return std::string{static_cast<char>(value >> 24), static_cast<char>(value >> 16), static_cast<char>(value >> 8),
+                       static_cast<char>(value)};
+}
+// A PNG signature and a well-formed IHDR chunk (correct CRC) for any size,
+// followed by an empty image data chunk and the end chunk.
+std::string PngWithSize(uint32_t width, uint32_t height) {
+    const auto chunk = [](const std::string& type, const std::string& data) {
+        return BigEndian(static_cast<uint32_t>(data.size())) + type + data + BigEndian(Crc32(type + data));
+    };
+    const std::string header = BigEndian(width) + BigEndian(height) + std::string("\x08\x02\x00\x00\x00", 5);
+    return std::string("\x89PNG\r\n\x1a\n", 8) + chunk("IHDR", header) + chunk("IDAT", "") + chunk("IEND", "");
+}
+
+class QelHostile : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/qel-hostile-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        dir_ = pattern;
+    }
+    void TearDown() override { std::system(("rm -rf '" + dir_ + "'").c_str()); }
+    std::string Path(const std::string& name) const { return dir_ + "/" + name; }
+
+    Outcome Qel(const std::vector<std::string>& words) {
+        std::string command = "./qel";
+        for (const std::string& word : words) command += " '" + word + "'";
+        command += " 2>'" + Path("stderr.txt") + "' >/dev/null";
+        Outcome outcome;
+        const int raw = std::system(command.c_str());
+        outcome.exited = WIFEXITED(raw);
+        outcome.status = outcome.exited ? WEXITSTATUS(raw) : -1;
+        outcome.err = ReadFile(Path("stderr.txt"));
+        return outcome;
+    }
+    // A file that qel must refuse with status 1 and a message naming it.
+    void ExpectRefused(const std::string& name, const std::string& bytes) {
+        WriteFile(Path(name), bytes);
+        const Outcome outcome = Qel({Path(name), "negative", Path("out.png")});
+        EXPECT_TRUE(outcome.exited) << name << " killed qel";
+        EXPECT_EQ(outcome.status, 1) << name << ": " << outcome.err;
+        EXPECT_EQ(outcome.err.rfind("qel: ", 0), 0u) << name << ": " << outcome.err;
+        EXPECT_NE(outcome.err.find(name), std::string::npos) << outcome.err;
+        EXPECT_FALSE(Exists(Path("out.png"))) << name;
+    }
+    // A damaged copy may still decode; it must never crash qel.
+    void ExpectNoCrash(const std::string& name, const std::string& bytes) {
+        WriteFile(Path(name), bytes);
+        const Outcome outcome = Qel({Path(name), "blur", Path("out.ppm")});
+        EXPECT_TRUE(outcome.exited && (outcome.status == 0 || outcome.status == 1))
+            << name << " status " << outcome.status << ": " << outcome.err;
+        std::remove(Path("out.ppm").c_str());
+    }
+    std::string dir_;
+};
+
+TEST_F(QelHostile, TruncatedAndCorruptFilesOfEveryFormatEndInAnError) {
+    for (const std::string extension : {"png", "jpg", "ppm", "pam"}) {
+        const std::string good = Path("good." + extension);
+        ASSERT_EQ(Qel({"sample", "resample", "37x23", good}).status, 0);
+        const std::string bytes = ReadFile(good);
+        ASSERT_GT(bytes.size(), 64u);
+        // Cut inside the header and at every few bytes of the data.
+        for (size_t length = 1; length < bytes.size(); length += (length < 64 ? 3 : bytes.size() / 23)) {
+            const std::string name = "cut" + std::to_string(length) + "." + extension;
+            if (extension == "png" || length < 40)
+                ExpectRefused(name, bytes.substr(0, length));
+            else
+                ExpectNoCrash(name, bytes.substr(0, length));
+        }
+        std::mt19937 random(7);
+        for (int trial = 0; trial < 24; ++trial) {
+            std::string damaged = bytes;
+            for (int flips = 0; flips < 1 + trial % 4; ++flips)
+                damaged[random() % damaged.size()] = static_cast<char>(random());
+            ExpectNoCrash("damaged" + std::to_string(trial) + "." + extension, damaged);
+        }
+    }
+}
+
+TEST_F(QelHostile, HeadersWhoseByteCountOverflowsAreRefusedBeforeAllocating) {
+    ExpectRefused("huge.png", PngWithSize(0x7FFFFFFF, 0x7FFFFFFF));
+    ExpectRefused("wide.png", PngWithSize(0x7FFFFFFF, 1));
+    ExpectRefused("zero.png", PngWithSize(0, 0));
+    ExpectRefused("huge.ppm", "P6\n2147483647 2147483647\n255\n");
+    ExpectRefused("wrap.ppm", "P6\n4294967297 1\n255\nabc");
+    ExpectRefused("negative.pgm", "P5\n-3 2\n255\nabcdef");
+    ExpectRefused("zero.pgm", "P5\n0 0\n255\n");
+    ExpectRefused("maxval.pgm", "P5\n2 2\n0\nabcd");
+    ExpectRefused("short.pgm", "P5\n3 3\n255\nab");
+    ExpectRefused("text.pgm", "P2\n2 2\n255\n1 2 x 4\n");
+    ExpectRefused("huge.pam", "P7\nWIDTH 99999999\nHEIGHT 99999999\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n");
+    ExpectRefused("deep.pam", "P7\nWIDTH 1\nHEIGHT 1\nDEPTH 4000000000\nMAXVAL 255\nENDHDR\nx");
+    // Start of frame with 65535 x 65535, then nothing.
+    ExpectRefused("huge.jpg", std::string("\xFF\xD8\xFF\xC0\x00\x11\x08\xFF\xFF\xFF\xFF\x03\x01\x22\x00\x02\x11\x01\x03\x11\x01"
+                                          "\xFF\xD9",
+                                          23));
+    ExpectRefused("empty.png", "");
+}
+
+TEST_F(QelHostile, AbsurdArgumentsAreUsageErrors) {
+    const std::vector<std::vector<std::string>> chains = {
+        {"resample", "2147483648x2"},     {"resample", "65536x65536"}, {"resample", "0x5"},
+        {"resample", "nan%"},             {"gamma", "nan"},            {"gamma", "inf"},
+        {"median", "1000000"},            {"rotate", "2147483648"},    {"light", "1e999", "0"},
+        {"resample", "-5x-5"},            {"noise", "99999999999999999999"},
+    };
+    for (const std::vector<std::string>& chain : chains) {
+        std::vector<std::string> words = {"sample"};
+        words.insert(words.end(), chain.begin(), chain.end());
+        words.push_back(Path("out.png"));
+        const Outcome outcome = Qel(words);
+        EXPECT_TRUE(outcome.exited) << chain[0] << " " << chain[1] << " killed qel";
+        EXPECT_EQ(outcome.status, 2) << chain[0] << " " << chain[1] << ": " << outcome.err;
+        EXPECT_EQ(outcome.err.rfind("qel: ", 0), 0u) << outcome.err;
+        EXPECT_FALSE(Exists(Path("out.png"))) << chain[0] << " " << chain[1];
+    }
+}
+
+}  // namespace
