@@ -52,15 +52,35 @@ void NearestCopy(const ImageView& source, const ImageView& dest, float xScale, f
 // Averages a block of trunc(xScale) by trunc(yScale) pixels starting at the
 // floored position; the fractional part of the scale is dropped. Bytes 0-2
 // (or byte 0 of a one-byte pixel) are written; a fourth byte stays as created.
+// The block columns are the same for every row, so they are found once; a
+// 2 x 2 block (halving) has its own unrolled loop, whose sum / 4 is the shift
+// an unsigned division by 4 is.
 template <int kBytes>
 void BoxAverage(const ImageView& source, const ImageView& dest, float xScale, float yScale) {
     constexpr int kChannels = kBytes == 1 ? 1 : 3;
     const int blockWidth = static_cast<int>(xScale), blockHeight = static_cast<int>(yScale);
     const unsigned int count = static_cast<unsigned int>(blockWidth) * static_cast<unsigned int>(blockHeight);
+    std::unique_ptr<ptrdiff_t[]> starts(new (std::nothrow) ptrdiff_t[static_cast<size_t>(dest.width)]);
+    if (starts)
+        for (int x = 0; x < dest.width; ++x)
+            starts[x] = static_cast<ptrdiff_t>(ScaledIndex(x, xScale, source.width - blockWidth)) * kBytes;
+    const bool halving = starts && blockWidth == 2 && blockHeight == 2;
     for (int y = 0; y < dest.height; ++y) {
         const float sy = static_cast<float>(ScaledIndex(y, yScale, source.height - blockHeight));
         const unsigned char* blockRow = source.bits + SourceRowOffset(source, sy, blockHeight);
         unsigned char* to = dest.Row(y);
+        if (halving) {
+            const unsigned char* below = blockRow + source.stride;
+            for (int x = 0; x < dest.width; ++x, to += kBytes) {
+                const unsigned char* top = blockRow + starts[x];
+                const unsigned char* bottom = below + starts[x];
+                for (int channel = 0; channel < kChannels; ++channel)
+                    to[channel] = static_cast<unsigned char>(
+                        (static_cast<unsigned int>(top[channel]) + top[channel + kBytes] + bottom[channel] +
+                         bottom[channel + kBytes]) >> 2);
+            }
+            continue;
+        }
         for (int x = 0; x < dest.width; ++x, to += kBytes) {
             const int sx = ScaledIndex(x, xScale, source.width - blockWidth);
             const unsigned char* start = blockRow + static_cast<ptrdiff_t>(sx) * kBytes;
