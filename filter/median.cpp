@@ -95,11 +95,75 @@ void MedianRows(const ImageView& src, const ImageView& dst, int64_t size) {
     }
 }
 
+// Grey images: a pixel's key is its own value, and every neighbour of the
+// middle key has that very value (the outside neighbour too, read as the grey
+// of pixel (0, 0)), so the output is the middle key itself and no position
+// needs remembering. Counts and the running rank walk read the bytes directly.
+void MedianGreyRows(const ImageView& src, const ImageView& dst, int64_t size) {
+    const int64_t half = size / 2, count = size * size, rank = count / 2;
+    const int outsideKey = ColorKey(OutsideColor(src));
+    int64_t counts[256];
+    for (int y = 0; y < src.height; ++y) {
+        const Span rows = ClipWindow(y - half, size, src.height);
+        const unsigned char* top = src.Row(static_cast<int>(rows.first));
+        const ptrdiff_t stride = src.stride;
+        const int64_t rowCount = rows.Count();
+        int key = 0;
+        int64_t below = 0;  // entries with a key below `key`
+        auto column = [&](int64_t x, int64_t sign) {
+            if (x < 0 || x >= src.width) return;
+            const unsigned char* p = top + x;
+            for (int64_t r = 0; r < rowCount; ++r, p += stride) {
+                const int k = *p;
+                counts[k] += sign;
+                below += k < key ? sign : 0;
+            }
+        };
+        std::memset(counts, 0, sizeof(counts));
+        Span cols = ClipWindow(-half, size, src.width);
+        for (int64_t sx = cols.first; sx <= cols.last; ++sx) column(sx, 1);
+        int64_t outsideCount = count - cols.Count() * rowCount;
+        counts[outsideKey] += outsideCount;
+        unsigned char* out = dst.Row(y);
+        for (int x = 0; x < src.width; ++x) {
+            if (x > 0) {
+                const int64_t left = x - half, leaving = left - 1, entering = left + size - 1;
+                if (leaving >= 0 && entering < src.width) {
+                    // The common case, both columns inside: one pass over the rows.
+                    const unsigned char* gone = top + leaving;
+                    const unsigned char* come = top + entering;
+                    for (int64_t r = 0; r < rowCount; ++r, gone += stride, come += stride) {
+                        const int leavingKey = *gone, enteringKey = *come;
+                        --counts[leavingKey];
+                        ++counts[enteringKey];
+                        below += (enteringKey < key ? 1 : 0) - (leavingKey < key ? 1 : 0);
+                    }
+                } else {
+                    column(leaving, -1);
+                    column(entering, 1);
+                }
+                cols = ClipWindow(left, size, src.width);
+                const int64_t nowOutside = count - cols.Count() * rowCount;
+                counts[outsideKey] += nowOutside - outsideCount;
+                below += outsideKey < key ? nowOutside - outsideCount : 0;
+                outsideCount = nowOutside;
+            }
+            while (below + counts[key] <= rank) below += counts[key++];
+            while (below > rank) below -= counts[--key];
+            out[x] = static_cast<unsigned char>(key);
+        }
+    }
+}
+
 }  // namespace
 
 void MedianView(const ImageView& src, const ImageView& dst, int size, FilterPath path) {
     // Without neighbours there is nothing to rank; the pixel itself is kept.
     const int64_t effectiveSize = size > 0 ? size : 1;
+    if (path != FilterPath::General && src.bits != nullptr && src.bitCount == 8) {
+        MedianGreyRows(src, dst, effectiveSize);
+        return;
+    }
     WithPixelKind(src, path, [&](auto kind) { MedianRows<decltype(kind)>(src, dst, effectiveSize); });
 }
 
