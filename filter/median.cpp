@@ -1,5 +1,10 @@
 // Median filter: each pixel becomes the neighbour colour of middle brightness rank.
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "filter/filter_kernels.h"
 #include "filter/filter_transform.h"
@@ -155,6 +160,136 @@ void MedianGreyRows(const ImageView& src, const ImageView& dst, int64_t size) {
     }
 }
 
+// A median-of-nine exchange network: afterwards p[4] holds the value of rank 4.
+// `order` puts the smaller of its two arguments first.
+template <class T, class Order>
+void MedianOfNine(T p[9], Order order) {
+    order(p[1], p[2]), order(p[4], p[5]), order(p[7], p[8]);
+    order(p[0], p[1]), order(p[3], p[4]), order(p[6], p[7]);
+    order(p[1], p[2]), order(p[4], p[5]), order(p[7], p[8]);
+    order(p[0], p[3]), order(p[5], p[8]), order(p[4], p[7]);
+    order(p[3], p[6]), order(p[1], p[4]), order(p[2], p[5]);
+    order(p[4], p[7]), order(p[4], p[2]), order(p[6], p[4]);
+    order(p[4], p[2]);
+}
+
+struct OrderInts {
+    void operator()(int& a, int& b) const {
+        const int low = std::min(a, b);
+        b = std::max(a, b);
+        a = low;
+    }
+};
+
+// One 3 x 3 output pixel by the rule the sliding window follows: the key of
+// rank 4, and of the inside neighbours with that key the one added last (the
+// rightmost column, then the lowest row); the outside colour when none is inside.
+uint32_t Median3Pixel(const ImageView& src, uint32_t outside, int x, int y) {
+    int keys[9];
+    bool inside[9];
+    for (int v = 0; v < 9; ++v) {
+        const int sx = x - 1 + v / 3, sy = y - 1 + v % 3;
+        inside[v] = sx >= 0 && sy >= 0 && sx < src.width && sy < src.height;
+        keys[v] = ColorKey(inside[v] ? NeighbourColor(src, sx, sy) : outside);
+    }
+    int sorted[9];
+    std::copy(keys, keys + 9, sorted);
+    MedianOfNine(sorted, OrderInts{});
+    for (int v = 8; v >= 0; --v)
+        if (inside[v] && keys[v] == sorted[4]) return NeighbourColor(src, x - 1 + v / 3, y - 1 + v % 3);
+    return outside;
+}
+
+#if defined(__SSE2__)
+struct OrderBytes {
+    void operator()(__m128i& a, __m128i& b) const {
+        const __m128i low = _mm_min_epu8(a, b);
+        b = _mm_max_epu8(a, b);
+        a = low;
+    }
+};
+
+// Window positions (visiting order: column, then row) of the chosen neighbour
+// for 16 outputs at a time, from three rows of keys starting one column left
+// of the first output. Returns how many outputs it took.
+size_t Median3ChoicesVector(const unsigned char* const keyRows[3], size_t outputs, unsigned char* choices) {
+    size_t n = 0;
+    for (; n + 16 <= outputs; n += 16) {
+        __m128i k[9];
+        for (int v = 0; v < 9; ++v)
+            k[v] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(keyRows[v % 3] + n + v / 3));
+        __m128i p[9];
+        std::copy(k, k + 9, p);
+        MedianOfNine(p, OrderBytes{});
+        __m128i choice = _mm_setzero_si128();
+        for (int v = 0; v < 9; ++v) {
+            const __m128i match = _mm_cmpeq_epi8(k[v], p[4]);
+            choice = _mm_or_si128(_mm_and_si128(match, _mm_set1_epi8(static_cast<char>(v))),
+                                  _mm_andnot_si128(match, choice));
+        }
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(choices + n), choice);
+    }
+    return n;
+}
+#endif
+
+// 3 x 3 medians of 24- and 32-bit images: keys computed once per pixel into
+// three rolling rows, the chosen position of every interior output found from
+// them, then the whole colour (alpha too) copied. The border goes pixel by
+// pixel through Median3Pixel. False when no scratch memory could be had.
+template <int kBytes>
+bool Median3Colour(const ImageView& src, const ImageView& dst, bool vectorise) {
+    const int width = src.width, height = src.height;
+    const size_t w = static_cast<size_t>(width);
+    unsigned char* scratch = static_cast<unsigned char*>(std::malloc(4 * w + 16));
+    if (scratch == nullptr) return false;
+    const uint32_t outside = OutsideColor(src);
+    for (int y = 0; y < height; ++y) {
+        const bool borderRow = y == 0 || y == height - 1;
+        for (int x = 0; x < width; ++x) {
+            if (!borderRow && x == 1 && width > 2) x = width - 1;
+            SetPixelColor(dst.bits, x, y, dst.width, dst.height, dst.stride, Median3Pixel(src, outside, x, y),
+                          src.bitCount);
+        }
+    }
+    unsigned char* keys[3] = {scratch, scratch + w, scratch + 2 * w};
+    unsigned char* choices = scratch + 3 * w;
+    auto computeKeys = [&](int y, unsigned char* to) {
+        const unsigned char* p = src.Row(y);
+        for (size_t x = 0; x < w; ++x, p += kBytes) to[x] = static_cast<unsigned char>((117 * p[0] + 601 * p[1] + 306 * p[2]) >> 10);
+    };
+    if (width >= 3 && height >= 3) {
+        computeKeys(0, keys[0]);
+        computeKeys(1, keys[1]);
+    }
+    const size_t outputs = w >= 2 ? w - 2 : 0;
+    for (int y = 1; y + 1 < height && width >= 3; ++y) {
+        computeKeys(y + 1, keys[2]);
+        const unsigned char* const keyRows[3] = {keys[0], keys[1], keys[2]};
+        size_t done = 0;
+#if defined(__SSE2__)
+        if (vectorise) done = Median3ChoicesVector(keyRows, outputs, choices);
+#endif
+        for (size_t n = done; n < outputs; ++n) {
+            int k[9], sorted[9];
+            for (int v = 0; v < 9; ++v) k[v] = sorted[v] = keyRows[v % 3][n + v / 3];
+            MedianOfNine(sorted, OrderInts{});
+            int v = 8;
+            while (k[v] != sorted[4]) --v;
+            choices[n] = static_cast<unsigned char>(v);
+        }
+        unsigned char* out = dst.Row(y) + kBytes;
+        const unsigned char* rows[3] = {src.Row(y - 1), src.Row(y), src.Row(y + 1)};
+        for (size_t n = 0; n < outputs; ++n, out += kBytes) {
+            const int v = choices[n];
+            std::memcpy(out, rows[v % 3] + (n + static_cast<size_t>(v / 3)) * kBytes, kBytes);
+        }
+        std::rotate(keys, keys + 1, keys + 3);
+    }
+    std::free(scratch);
+    return true;
+}
+
 }  // namespace
 
 void MedianView(const ImageView& src, const ImageView& dst, int size, FilterPath path) {
@@ -163,6 +298,11 @@ void MedianView(const ImageView& src, const ImageView& dst, int size, FilterPath
     if (path != FilterPath::General && src.bits != nullptr && src.bitCount == 8) {
         MedianGreyRows(src, dst, effectiveSize);
         return;
+    }
+    if (path != FilterPath::General && src.bits != nullptr && effectiveSize == 3) {
+        const bool vectorise = path == FilterPath::Fast;
+        if (src.bitCount == 24 && Median3Colour<3>(src, dst, vectorise)) return;
+        if (src.bitCount == 32 && Median3Colour<4>(src, dst, vectorise)) return;
     }
     WithPixelKind(src, path, [&](auto kind) { MedianRows<decltype(kind)>(src, dst, effectiveSize); });
 }
