@@ -77,7 +77,7 @@ QResult FillVoidsPixels(const ImageView& view) {
 }
 
 QResult CQELImageTransform::FillVoids(IQEL* image) {
-    // The image is not tested by the original contract; null is a failure here.
+    // The operation does not otherwise test the image; null is a failure here.
     if (image == nullptr) return QEL_E_FAIL;
     return FillVoidsPixels(ReadImageView(image));
 }

@@ -157,8 +157,7 @@ void QuadPixels(const ImageView& source, const ImageView& target, const QuadCorn
 QResult CQELImageTransform::Skew(IQEL* source, IQEL** result, float xGain, float yGain, int xPivot,
                                  int yPivot, int /*reserved*/, int forceAlpha) {
     if (source == nullptr) return QEL_E_FAIL;
-    // Not checked by the operation's original contract; a null output pointer
-    // is refused before any image is made.
+    // A null output pointer is refused before any image is made.
     if (result == nullptr) return QEL_E_POINTER;
     const ImageView sourceView = ReadImageView(source);
     const int bitCount = forceAlpha != 0 ? 32 : sourceView.bitCount;
@@ -186,8 +185,8 @@ QResult CQELImageTransform::Skew(IQEL* source, IQEL** result, float xGain, float
 QResult CQELImageTransform::Quad(IQEL* source, IQEL** result, double x1, double y1, double x2, double y2,
                                  double x3, double y3, double x4, double y4, unsigned int newWidth,
                                  unsigned int newHeight, short blend) {
-    // The original contract checks nothing here; a null source fails like a
-    // failed image creation, a null output pointer is refused.
+    // Quad reports no failure of its own; a null source fails like a failed
+    // image creation, and a null output pointer is refused.
     if (source == nullptr) return QEL_E_FAIL;
     if (result == nullptr) return QEL_E_POINTER;
     const ImageView sourceView = ReadImageView(source);

@@ -168,8 +168,8 @@ bool TransformPastePixels(ITransform* transform, const ImageView& source, const 
 QResult CQELImageTransform::Transform(ITransform* transform, IQEL* source, IQEL** result, int xOffset,
                                       int yOffset, unsigned int newWidth, unsigned int newHeight,
                                       short /*unused1*/, short /*unused2*/) {
-    // The original contract checks no pointer; here a null source fails as a
-    // null image does elsewhere, and the other two are refused.
+    // A null source fails as a null image does elsewhere; a null transform or
+    // output pointer is refused.
     if (source == nullptr) return QEL_E_FAIL;
     if (transform == nullptr) return QEL_E_INVALIDARG;
     if (result == nullptr) return QEL_E_POINTER;
