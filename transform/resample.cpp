@@ -14,8 +14,8 @@
 #include <new>
 
 #include "image/image_view.h"
-#include "image/sampling.h"
 #include "module/host_services.h"
+#include "transform/kernel_grid.h"
 #include "transform/image_transform.h"
 
 namespace {
@@ -96,31 +96,6 @@ void BoxAverage(const ImageView& source, const ImageView& dest, float xScale, fl
     }
 }
 
-// Samples at the source positions of the destination's pixel centres. The
-// kernel weights of a column (and of a row) are the same for every pixel in
-// it, so they are computed once per column and once per row.
-void KernelInterpolate(const ImageView& source, const ImageView& dest, float xScale, float yScale, int method) {
-    const InterpolatingSampler sampler(source.bits, source.width, source.height, source.stride, method,
-                                       source.bitCount);
-    std::unique_ptr<SampleAxis[]> columns;
-    if (sampler.UsesAxisWeights()) {
-        columns.reset(new (std::nothrow) SampleAxis[static_cast<size_t>(dest.width)]);
-        if (columns)
-            for (int x = 0; x < dest.width; ++x)
-                sampler.ComputeAxis((static_cast<float>(x) + 0.5f) * xScale - 0.5f, &columns[x]);
-    }
-    for (int y = 0; y < dest.height; ++y) {
-        const float sy = (static_cast<float>(y) + 0.5f) * yScale - 0.5f;
-        SampleAxis row;
-        if (columns) sampler.ComputeAxis(sy, &row);
-        for (int x = 0; x < dest.width; ++x) {
-            const uint32_t colour = columns ? sampler.Sample(columns[x], row)
-                                            : sampler.Sample((static_cast<float>(x) + 0.5f) * xScale - 0.5f, sy);
-            SetPixelColor(dest.bits, x, y, dest.width, dest.height, dest.stride, colour, source.bitCount);
-        }
-    }
-}
-
 void ResampleInto(const ImageView& source, const ImageView& dest, int method, int nearestOnly) {
     const float xScale = static_cast<float>(source.width) / static_cast<float>(dest.width);
     const float yScale = static_cast<float>(source.height) / static_cast<float>(dest.height);
@@ -138,7 +113,7 @@ void ResampleInto(const ImageView& source, const ImageView& dest, int method, in
         else if (depth == 24) BoxAverage<3>(source, dest, xScale, yScale);
         else if (depth >= 8) BoxAverage<1>(source, dest, xScale, yScale);
     } else {
-        KernelInterpolate(source, dest, xScale, yScale, method);
+        InterpolateGrid(source, dest, xScale, yScale, method, BestGridLanes());
     }
 }
 
