@@ -1,6 +1,6 @@
 // Kernel interpolation of a whole grid of samples: the sampler's weights per
 // column and per row, and the interior of 24- and 32-bit images summed for
-// eight output pixels at once.
+// eight output pixels at once where the processor has AVX2.
 #include "transform/kernel_grid.h"
 
 #include <cstddef>
@@ -12,36 +12,53 @@
 
 namespace {
 
-// Two pixels' blue, green, red and alpha sums, or weights, or taps.
-typedef float PixelPair __attribute__((vector_size(32)));
+// Two pixels' blue, green, red and alpha, as sums, weights or taps; four
+// pairs make the group of eight output pixels summed together.
 typedef float PixelQuad __attribute__((vector_size(16)));
-
-constexpr int kGroupPixels = 8;  // output pixels summed together: four pairs
-
-// Clamped to [0, 255] and truncated toward zero, as the sampler finishes a sum.
-int ChannelOf(float sum) {
-    if (sum > 255.0f) return 255;
-    if (sum < 0.0f) return 0;
-    return static_cast<int>(sum);
-}
+typedef float PixelPair __attribute__((vector_size(32)));
+typedef int ChannelPair __attribute__((vector_size(32)));
+typedef unsigned char ChannelBytes __attribute__((vector_size(32)));
+constexpr int kGroupPixels = 8;
 
 // What one output row hands the summing step.
 template <int kTaps>
 struct InteriorRow {
-    const float* taps[kTaps];      // float rows holding the taps, top tap row first
-    const float* rowWeights;       // kTaps weights of this output row
-    const int* offsets;            // per group: each pixel's first tap, in floats from the row start
-    const PixelPair* weights;      // per group: kTaps x 4 pairs of column weights
-    const int* groups;             // the groups whose every tap lies inside the image
+    const float* taps[kTaps];  // float rows holding the taps, top tap row first
+    const float* rowWeights;   // kTaps weights of this output row
+    const int* offsets;        // per group: each pixel's first tap, in floats from the row start
+    const float* weights;      // per group: kTaps x group pixels x 4 lanes of column weights
+    const int* groups;         // the groups whose every tap lies inside the image
     int groupCount;
-    float* sums;                   // per group: 8 pixels x 4 channels
+    unsigned char* out;        // the output row
+    int bytes;                 // 3 or 4 bytes a pixel
 };
 
-__attribute__((always_inline)) inline void LoadPair(PixelPair& pair, const float* first, const float* second) {
-    PixelQuad low, high;
-    std::memcpy(&low, first, sizeof low);
-    std::memcpy(&high, second, sizeof high);
-    pair = __builtin_shufflevector(low, high, 0, 1, 2, 3, 4, 5, 6, 7);
+__attribute__((always_inline)) inline void LoadPair(PixelPair& pair, const float* row, const int* offsets) {
+    PixelQuad first, second;
+    std::memcpy(&first, row + offsets[0], sizeof first);
+    std::memcpy(&second, row + offsets[1], sizeof second);
+    pair = __builtin_shufflevector(first, second, 0, 1, 2, 3, 4, 5, 6, 7);
+}
+
+// Two pixels' sums finished as the sampler finishes one: above 255 gives
+// 255, below 0 gives 0, else truncation (the low byte of a whole number in
+// 0-255); 3 or 4 bytes a pixel are written.
+__attribute__((always_inline)) inline void StorePair(const PixelPair& sum, unsigned char* to, int bytes) {
+    const ChannelPair high = {255, 255, 255, 255, 255, 255, 255, 255}, low = {};
+    ChannelPair channels = __builtin_convertvector(sum, ChannelPair);
+    channels = sum > 255.0f ? high : channels;
+    channels = sum < 0.0f ? low : channels;
+    const ChannelBytes all = reinterpret_cast<ChannelBytes&>(channels);
+    const ChannelBytes packed = __builtin_shufflevector(all, all, 0, 4, 8, 12, 16, 20, 24, 28, 0, 0, 0, 0, 0, 0,
+                                                       0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0);
+    unsigned char pixels[8];
+    std::memcpy(pixels, &packed, sizeof pixels);
+    if (bytes == 4) {
+        std::memcpy(to, pixels, sizeof pixels);
+        return;
+    }
+    std::memcpy(to, pixels, 3);
+    std::memcpy(to + 3, pixels + 4, 3);
 }
 
 // Each lane runs the sampler's sum for its pixel and channel: over tap rows,
@@ -52,57 +69,47 @@ __attribute__((always_inline)) inline void SumGroups(const InteriorRow<kTaps>& r
     for (int n = 0; n < row.groupCount; ++n) {
         const int group = row.groups[n];
         const int* offsets = row.offsets + static_cast<size_t>(group) * kGroupPixels;
-        const PixelPair* groupWeights = row.weights + static_cast<size_t>(group) * kTaps * 4;
+        const float* groupWeights = row.weights + static_cast<size_t>(group) * kTaps * kGroupPixels * 4;
         PixelPair sum0 = {}, sum1 = {}, sum2 = {}, sum3 = {};
         for (int j = 0; j < kTaps; ++j) {
             const float* taps = row.taps[j];
             const float rowWeight = row.rowWeights[j];
-            const PixelPair* weight = groupWeights;
-            for (int i = 0; i < kTaps; ++i, weight += 4, taps += 4) {
-                PixelPair tap0, tap1, tap2, tap3;
-                LoadPair(tap0, taps + offsets[0], taps + offsets[1]);
-                LoadPair(tap1, taps + offsets[2], taps + offsets[3]);
-                LoadPair(tap2, taps + offsets[4], taps + offsets[5]);
-                LoadPair(tap3, taps + offsets[6], taps + offsets[7]);
-                sum0 += (weight[0] * rowWeight) * tap0;
-                sum1 += (weight[1] * rowWeight) * tap1;
-                sum2 += (weight[2] * rowWeight) * tap2;
-                sum3 += (weight[3] * rowWeight) * tap3;
+            const float* weight = groupWeights;
+            for (int i = 0; i < kTaps; ++i, weight += 32, taps += 4) {
+                PixelPair tap0, tap1, tap2, tap3, weight0, weight1, weight2, weight3;
+                LoadPair(tap0, taps, offsets);
+                LoadPair(tap1, taps, offsets + 2);
+                LoadPair(tap2, taps, offsets + 4);
+                LoadPair(tap3, taps, offsets + 6);
+                std::memcpy(&weight0, weight, sizeof weight0);
+                std::memcpy(&weight1, weight + 8, sizeof weight1);
+                std::memcpy(&weight2, weight + 16, sizeof weight2);
+                std::memcpy(&weight3, weight + 24, sizeof weight3);
+                sum0 += (weight0 * rowWeight) * tap0;
+                sum1 += (weight1 * rowWeight) * tap1;
+                sum2 += (weight2 * rowWeight) * tap2;
+                sum3 += (weight3 * rowWeight) * tap3;
             }
         }
-        float* out = row.sums + static_cast<size_t>(group) * kGroupPixels * 4;
-        std::memcpy(out, &sum0, sizeof sum0);
-        std::memcpy(out + 8, &sum1, sizeof sum1);
-        std::memcpy(out + 16, &sum2, sizeof sum2);
-        std::memcpy(out + 24, &sum3, sizeof sum3);
+        unsigned char* out = row.out + static_cast<ptrdiff_t>(group) * kGroupPixels * row.bytes;
+        StorePair(sum0, out, row.bytes);
+        StorePair(sum1, out + 2 * row.bytes, row.bytes);
+        StorePair(sum2, out + 4 * row.bytes, row.bytes);
+        StorePair(sum3, out + 6 * row.bytes, row.bytes);
     }
 }
 
-void SumGroups4(const InteriorRow<4>& row) { SumGroups(row); }
-void SumGroups12(const InteriorRow<12>& row) { SumGroups(row); }
-
 #if defined(__x86_64__)
-// The same loops compiled for AVX registers; chosen at run time only.
-__attribute__((target("avx2"))) void SumGroups4Wide(const InteriorRow<4>& row) { SumGroups(row); }
-__attribute__((target("avx2"))) void SumGroups12Wide(const InteriorRow<12>& row) { SumGroups(row); }
+// Compiled for AVX registers and chosen at run time only; the build itself
+// assumes SSE2, where 8-float vectors would be split in two.
+__attribute__((target("avx2"))) void SumGroupsAvx2(const InteriorRow<4>& row) { SumGroups(row); }
+__attribute__((target("avx2"))) void SumGroupsAvx2(const InteriorRow<12>& row) { SumGroups(row); }
 const bool kHasAvx2 = __builtin_cpu_supports("avx2");
+#else
+void SumGroupsAvx2(const InteriorRow<4>&) {}
+void SumGroupsAvx2(const InteriorRow<12>&) {}
+constexpr bool kHasAvx2 = false;
 #endif
-
-void SumGroupsWith(GridLanes lanes, const InteriorRow<4>& row) {
-#if defined(__x86_64__)
-    if (lanes == GridLanes::WidePairs) return SumGroups4Wide(row);
-#endif
-    (void)lanes;
-    SumGroups4(row);
-}
-
-void SumGroupsWith(GridLanes lanes, const InteriorRow<12>& row) {
-#if defined(__x86_64__)
-    if (lanes == GridLanes::WidePairs) return SumGroups12Wide(row);
-#endif
-    (void)lanes;
-    SumGroups12(row);
-}
 
 // A source row as blue, green, red, alpha floats; 24-bit rows get alpha 0.
 template <int kBytes>
@@ -115,43 +122,44 @@ void WidenRow(const unsigned char* pixel, int width, float* out) {
     }
 }
 
-// The interior of a 24- or 32-bit image summed in groups of eight output
-// pixels whose every tap is inside the source; the taps come from float
-// copies of the source rows, kept in a ring as the output rows move down.
-// Pixels outside those groups take the sampler's own path. False, with
-// nothing written, when the working memory cannot be had.
+// The interior of a 24- or 32-bit image summed in groups of eight pixels
+// whose every tap is inside the source; the taps come from float copies of
+// the source rows, kept in a ring as the output rows move down. Pixels
+// outside those groups take the sampler's own path. False, with nothing
+// written, when the working memory cannot be had.
 template <int kTaps>
 bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* columns, const ImageView& source,
-                         const ImageView& dest, float yScale, GridLanes lanes) {
+                         const ImageView& dest, float yScale) {
     constexpr int kBack = kTaps == 4 ? 1 : 5;  // taps before the base position
     const auto inside = [](int base, int size) { return base - kBack >= 0 && base - kBack + kTaps - 1 < size; };
     const int groupCount = dest.width / kGroupPixels;
     const size_t rowFloats = static_cast<size_t>(source.width) * 4;
+    const size_t weightCount = static_cast<size_t>(groupCount) * kTaps * kGroupPixels * 4;
     std::unique_ptr<int[]> offsets(new (std::nothrow) int[static_cast<size_t>(groupCount) * kGroupPixels + 1]);
-    std::unique_ptr<PixelPair[]> weights(new (std::nothrow) PixelPair[static_cast<size_t>(groupCount) * kTaps * 4 + 1]);
+    std::unique_ptr<float[]> weights(new (std::nothrow) float[weightCount + 1]);
     std::unique_ptr<int[]> groups(new (std::nothrow) int[static_cast<size_t>(groupCount) + 1]);
-    std::unique_ptr<bool[]> interiorColumn(new (std::nothrow) bool[static_cast<size_t>(dest.width)]);
-    std::unique_ptr<float[]> sums(new (std::nothrow) float[static_cast<size_t>(groupCount) * kGroupPixels * 4 + 1]);
+    std::unique_ptr<int[]> otherColumns(new (std::nothrow) int[static_cast<size_t>(dest.width)]);
     std::unique_ptr<float[]> ring(new (std::nothrow) float[rowFloats * kTaps]);
-    if (!offsets || !weights || !groups || !interiorColumn || !sums || !ring) return false;
+    if (!offsets || !weights || !groups || !otherColumns || !ring) return false;
 
-    int interiorGroups = 0;
-    for (int x = 0; x < dest.width; ++x) interiorColumn[x] = false;
+    int interiorGroups = 0, otherCount = 0;
     for (int group = 0; group < groupCount; ++group) {
         const SampleAxis* column = columns + static_cast<ptrdiff_t>(group) * kGroupPixels;
         bool allInside = true;
         for (int p = 0; p < kGroupPixels; ++p) allInside = allInside && inside(column[p].base, source.width);
-        if (!allInside) continue;
-        groups[interiorGroups++] = group;
-        for (int p = 0; p < kGroupPixels; ++p) {
-            interiorColumn[group * kGroupPixels + p] = true;
-            offsets[static_cast<size_t>(group) * kGroupPixels + p] = (column[p].base - kBack) * 4;
+        if (!allInside) {
+            for (int p = 0; p < kGroupPixels; ++p) otherColumns[otherCount++] = group * kGroupPixels + p;
+            continue;
         }
-        PixelPair* pairs = &weights[static_cast<size_t>(group) * kTaps * 4];
+        groups[interiorGroups++] = group;
+        for (int p = 0; p < kGroupPixels; ++p)
+            offsets[static_cast<size_t>(group) * kGroupPixels + p] = (column[p].base - kBack) * 4;
+        float* weight = &weights[static_cast<size_t>(group) * kTaps * kGroupPixels * 4];
         for (int i = 0; i < kTaps; ++i)
-            for (int q = 0; q < 4; ++q)
-                for (int lane = 0; lane < 8; ++lane) pairs[i * 4 + q][lane] = column[2 * q + lane / 4].weights[i];
+            for (int p = 0; p < kGroupPixels; ++p)
+                for (int channel = 0; channel < 4; ++channel) *weight++ = column[p].weights[i];
     }
+    for (int x = groupCount * kGroupPixels; x < dest.width; ++x) otherColumns[otherCount++] = x;
 
     int ringRow[kTaps];
     for (int& r : ringRow) r = -1;
@@ -160,38 +168,35 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
         SampleAxis row;
         sampler.ComputeAxis((static_cast<float>(y) + 0.5f) * yScale - 0.5f, &row);
         const bool rowInside = interiorGroups > 0 && inside(row.base, source.height);
-        if (rowInside) {
-            InteriorRow<kTaps> job;
-            for (int j = 0; j < kTaps; ++j) {
-                const int sourceRow = row.base - kBack + j;
-                float* copy = &ring[static_cast<size_t>(sourceRow % kTaps) * rowFloats];
-                if (ringRow[sourceRow % kTaps] != sourceRow) {
-                    if (bytes == 4) WidenRow<4>(source.Row(sourceRow), source.width, copy);
-                    else WidenRow<3>(source.Row(sourceRow), source.width, copy);
-                    ringRow[sourceRow % kTaps] = sourceRow;
-                }
-                job.taps[j] = copy;
-            }
-            job.rowWeights = row.weights;
-            job.offsets = offsets.get();
-            job.weights = weights.get();
-            job.groups = groups.get();
-            job.groupCount = interiorGroups;
-            job.sums = sums.get();
-            SumGroupsWith(lanes, job);
+        if (!rowInside) {
+            for (int x = 0; x < dest.width; ++x)
+                SetPixelColor(dest.bits, x, y, dest.width, dest.height, dest.stride,
+                              sampler.Sample(columns[x], row), source.bitCount);
+            continue;
         }
-        unsigned char* to = dest.Row(y);
-        for (int x = 0; x < dest.width; ++x, to += bytes) {
-            if (rowInside && interiorColumn[x]) {
-                const float* sum = &sums[static_cast<size_t>(x) * 4];
-                to[0] = static_cast<unsigned char>(ChannelOf(sum[0]));
-                to[1] = static_cast<unsigned char>(ChannelOf(sum[1]));
-                to[2] = static_cast<unsigned char>(ChannelOf(sum[2]));
-                if (bytes == 4) to[3] = static_cast<unsigned char>(ChannelOf(sum[3]));
-            } else {
-                SetPixelColor(dest.bits, x, y, dest.width, dest.height, dest.stride, sampler.Sample(columns[x], row),
-                              source.bitCount);
+        InteriorRow<kTaps> job;
+        for (int j = 0; j < kTaps; ++j) {
+            const int sourceRow = row.base - kBack + j;
+            float* copy = &ring[static_cast<size_t>(sourceRow % kTaps) * rowFloats];
+            if (ringRow[sourceRow % kTaps] != sourceRow) {
+                if (bytes == 4) WidenRow<4>(source.Row(sourceRow), source.width, copy);
+                else WidenRow<3>(source.Row(sourceRow), source.width, copy);
+                ringRow[sourceRow % kTaps] = sourceRow;
             }
+            job.taps[j] = copy;
+        }
+        job.rowWeights = row.weights;
+        job.offsets = offsets.get();
+        job.weights = weights.get();
+        job.groups = groups.get();
+        job.groupCount = interiorGroups;
+        job.out = dest.Row(y);
+        job.bytes = bytes;
+        SumGroupsAvx2(job);
+        for (int n = 0; n < otherCount; ++n) {
+            const int x = otherColumns[n];
+            SetPixelColor(dest.bits, x, y, dest.width, dest.height, dest.stride, sampler.Sample(columns[x], row),
+                          source.bitCount);
         }
     }
     return true;
@@ -199,12 +204,7 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
 
 }  // namespace
 
-GridLanes BestGridLanes() {
-#if defined(__x86_64__)
-    if (kHasAvx2) return GridLanes::WidePairs;
-#endif
-    return GridLanes::Pairs;
-}
+GridLanes BestGridLanes() { return kHasAvx2 ? GridLanes::Avx2 : GridLanes::Scalar; }
 
 void InterpolateGrid(const ImageView& source, const ImageView& dest, float xScale, float yScale, int method,
                      GridLanes lanes) {
@@ -220,9 +220,9 @@ void InterpolateGrid(const ImageView& source, const ImageView& dest, float xScal
                 sampler.ComputeAxis((static_cast<float>(x) + 0.5f) * xScale - 0.5f, &columns[x]);
     }
     const bool wholeBytes = source.bitCount == 24 || source.bitCount == 32;
-    if (columns && wholeBytes && lanes != GridLanes::Scalar) {
-        if (method == 5 ? InterpolateInterior<12>(sampler, columns.get(), source, dest, yScale, lanes)
-                        : InterpolateInterior<4>(sampler, columns.get(), source, dest, yScale, lanes))
+    if (columns && wholeBytes && lanes == GridLanes::Avx2 && kHasAvx2) {
+        if (method == 5 ? InterpolateInterior<12>(sampler, columns.get(), source, dest, yScale)
+                        : InterpolateInterior<4>(sampler, columns.get(), source, dest, yScale))
             return;
     }
     for (int y = 0; y < dest.height; ++y) {
