@@ -34,7 +34,8 @@ struct FileCloser {
 
 }  // namespace
 
-SmartPtr<IQEL> LoadImageFile(const qel::Host& host, const std::string& path, std::string* error) {
+SmartPtr<IQEL> LoadImageFile(const qel::Host& host, const std::string& path, long long maxPixels,
+                             std::string* error) {
     FileCloser in{std::fopen(path.c_str(), "rb")};
     if (in.file == nullptr) {
         *error = std::string("cannot open: ") + std::strerror(errno);
@@ -48,9 +49,9 @@ SmartPtr<IQEL> LoadImageFile(const qel::Host& host, const std::string& path, std
         return SmartPtr<IQEL>();
     }
     static const unsigned char kPngSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
-    if (got == 8 && std::memcmp(magic, kPngSignature, 8) == 0) return ReadPng(in.file, host, error);
-    if (got >= 3 && magic[0] == 0xFF && magic[1] == 0xD8 && magic[2] == 0xFF) return ReadJpeg(in.file, host, error);
-    if (got >= 2 && magic[0] == 'P' && magic[1] >= '1' && magic[1] <= '7') return ReadNetpbm(in.file, host, error);
+    if (got == 8 && std::memcmp(magic, kPngSignature, 8) == 0) return ReadPng(in.file, host, maxPixels, error);
+    if (got >= 3 && magic[0] == 0xFF && magic[1] == 0xD8 && magic[2] == 0xFF) return ReadJpeg(in.file, host, maxPixels, error);
+    if (got >= 2 && magic[0] == 'P' && magic[1] >= '1' && magic[1] <= '7') return ReadNetpbm(in.file, host, maxPixels, error);
     *error = "unsupported file format (qel reads PNG, JPEG, PBM, PGM, PPM and PAM)";
     return SmartPtr<IQEL>();
 }

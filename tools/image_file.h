@@ -15,9 +15,11 @@ namespace qeltool {
 //   palette PNG                   -> 8-bit (1-bit for 1-bit palettes) with its palette set
 //   RGB                           -> 24-bit "BGR "
 //   RGBA, grey+alpha, transparency-> 32-bit "ARGB"
-// 16-bit samples are reduced to 8. On failure returns an empty pointer and
-// sets `error` to the reason (the caller adds the file name).
-SmartPtr<IQEL> LoadImageFile(const qel::Host& host, const std::string& path, std::string* error);
+// 16-bit samples are reduced to 8. An image of more than `maxPixels` pixels is
+// refused before its pixels are allocated. On failure returns an empty pointer
+// and sets `error` to the reason (the caller adds the file name).
+SmartPtr<IQEL> LoadImageFile(const qel::Host& host, const std::string& path, long long maxPixels,
+                             std::string* error);
 
 // True when the name ends in an extension that SaveImageFile can write.
 bool IsWritableImageName(const std::string& path);

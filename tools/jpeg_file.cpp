@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tools/codecs.h"
+#include "tools/pixel_limit.h"
 #include "tools/raster.h"
 
 namespace qeltool {
@@ -41,7 +42,7 @@ struct JpegReadState {
     std::string message;
 };
 
-bool DecodeJpeg(JpegReadState* s, FILE* file, const qel::Host* host) {
+bool DecodeJpeg(JpegReadState* s, FILE* file, const qel::Host* host, long long maxPixels) {
     if (setjmp(s->errors.jump)) return false;
     jpeg_stdio_src(&s->info, file);
     jpeg_read_header(&s->info, TRUE);
@@ -51,12 +52,10 @@ bool DecodeJpeg(JpegReadState* s, FILE* file, const qel::Host* host) {
     }
     const bool grey = s->info.num_components == 1;
     s->info.out_color_space = grey ? JCS_GRAYSCALE : JCS_EXT_BGR;
+    // No scaling is asked for, so the output has the frame's size; refuse it
+    // before the decoder sets up its row buffers.
+    if (!WithinPixelLimit(s->info.image_width, s->info.image_height, maxPixels, "image", &s->message)) return false;
     jpeg_start_decompress(&s->info);
-    const long long pixels = static_cast<long long>(s->info.output_width) * s->info.output_height;
-    if (pixels > kMaxPixels) {
-        s->message = "image too large";
-        return false;
-    }
     s->image = host->NewImage(static_cast<int>(s->info.output_width), static_cast<int>(s->info.output_height),
                               grey ? 8 : 24, grey ? QEL_MODEL_MONO : QEL_MODEL_BGR);
     if (!s->image) {
@@ -103,13 +102,13 @@ bool EncodeJpeg(JpegWriteState* s, FILE* file, IQEL* image, int quality) {
 
 }  // namespace
 
-SmartPtr<IQEL> ReadJpeg(FILE* file, const qel::Host& host, std::string* error) {
+SmartPtr<IQEL> ReadJpeg(FILE* file, const qel::Host& host, long long maxPixels, std::string* error) {
     JpegReadState s;
     s.info.err = jpeg_std_error(&s.errors.manager);
     s.errors.manager.error_exit = OnJpegError;
     s.errors.manager.emit_message = OnJpegMessage;
     jpeg_create_decompress(&s.info);
-    const bool ok = DecodeJpeg(&s, file, &host);
+    const bool ok = DecodeJpeg(&s, file, &host, maxPixels);
     jpeg_destroy_decompress(&s.info);
     if (!ok) {
         *error = s.message.empty() ? "corrupt or truncated JPEG (" + std::string(s.errors.message) + ")" : s.message;

@@ -7,6 +7,7 @@
 #include <netpbm/pam.h>
 
 #include "tools/codecs.h"
+#include "tools/pixel_limit.h"
 #include "tools/raster.h"
 
 namespace qeltool {
@@ -84,7 +85,7 @@ extern "C" __attribute__((visibility("default"))) const char* __lsan_default_opt
 }
 #endif
 
-SmartPtr<IQEL> ReadNetpbm(FILE* file, const qel::Host& host, std::string* error) {
+SmartPtr<IQEL> ReadNetpbm(FILE* file, const qel::Host& host, long long maxPixels, std::string* error) {
     PrepareLibrary();
     struct pam header;
     std::memset(&header, 0, sizeof(header));
@@ -93,10 +94,11 @@ SmartPtr<IQEL> ReadNetpbm(FILE* file, const qel::Host& host, std::string* error)
         return SmartPtr<IQEL>();
     }
     if (header.width < 1 || header.height < 1 || header.maxval < 1 || header.maxval > 65535 || header.depth < 1 ||
-        header.depth > 4 || static_cast<long long>(header.width) * header.height > kMaxPixels) {
+        header.depth > 4) {
         *error = "unsupported netpbm dimensions, depth or maximum value";
         return SmartPtr<IQEL>();
     }
+    if (!WithinPixelLimit(header.width, header.height, maxPixels, "image", error)) return SmartPtr<IQEL>();
     const int width = header.width, height = header.height;
     const unsigned depth = header.depth;
     const unsigned maxval = static_cast<unsigned>(header.maxval);

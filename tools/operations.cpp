@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "tools/image_file.h"
+#include "tools/pixel_limit.h"
 #include "tools/raster.h"
 #include "tools/sample_chart.h"
 
@@ -83,14 +84,15 @@ bool CheckValue(const Param& param, const std::string& text, std::string* expect
             return ParseDouble(text, &v) && v >= param.min && v <= param.max;
         }
         case ParamKind::Size: {
-            *expected = "a size WxH (1 to 32768 each, at most 134 million pixels) or a percentage such as 50%";
+            *expected = "a size WxH (1 to 32768 each) or a percentage such as 50%";
             double v = 0;
             if (!text.empty() && text.back() == '%')
                 return ParseDouble(text.substr(0, text.size() - 1), &v) && v > 0 && v <= 1000;
             const std::vector<std::string> parts = Split(text, 'x');
             long long w = 0, h = 0;
+            // The pixel count is held to the pixel limit when the step runs.
             return parts.size() == 2 && ParseLong(parts[0], &w) && ParseLong(parts[1], &h) && w >= 1 && h >= 1 &&
-                   w <= 32768 && h <= 32768 && w * h <= (1LL << 27);
+                   w <= 32768 && h <= 32768;
         }
         case ParamKind::Point: {
             *expected = "a point X,Y (pixels, or percentages such as 10%,20%)";
@@ -263,6 +265,97 @@ SmartPtr<IQEL> PasteTarget(OperationContext& context, const Arguments& args, IQE
     return SmartPtr<IQEL>(blank.Detach());
 }
 
+// ---- sizes of results ------------------------------------------------------
+
+// The size of an image an operation makes, in 64 bits so that no argument can
+// wrap it before it is checked against the pixel limit.
+struct Extent {
+    long long width = 0, height = 0;
+};
+
+Extent ResampleExtent(const Arguments& args, const qel::Pixels& p) {
+    Extent size;
+    args.Size("size", p.width, p.height, &size.width, &size.height);
+    return size;
+}
+
+// Rotate keeps the size under --keep-size and for 0 and 180 degrees, swaps it
+// for quarter turns and otherwise makes the bounding box of the turned
+// rectangle, measured between pixel edges in single precision as the module
+// measures it.
+Extent RotateExtent(const Arguments& args, const qel::Pixels& p) {
+    const int angle = args.Int("angle");
+    if (args.Has("--keep-size") || angle == 0 || angle == 180) return {p.width, p.height};
+    if (angle == 90 || angle == -90 || angle == 270) return {p.height, p.width};
+    const float theta = -static_cast<float>(angle) * 1.5707964f / 90.0f;
+    const float k = static_cast<float>(std::cos(static_cast<double>(theta)));
+    const float s = static_cast<float>(std::sin(static_cast<double>(theta)));
+    const float right = static_cast<float>(p.width) - 0.5f, bottom = static_cast<float>(p.height) - 0.5f;
+    const float cornerX[4] = {-0.5f, right, -0.5f, right};
+    const float cornerY[4] = {-0.5f, -0.5f, bottom, bottom};
+    float minX = 0.0f, maxX = 0.0f, minY = 0.0f, maxY = 0.0f;
+    for (int i = 0; i < 4; ++i) {
+        const float x = k * cornerX[i] - s * cornerY[i];
+        const float y = s * cornerX[i] + k * cornerY[i];
+        if (i == 0 || x < minX) minX = x;
+        if (i == 0 || x > maxX) maxX = x;
+        if (i == 0 || y < minY) minY = y;
+        if (i == 0 || y > maxY) maxY = y;
+    }
+    return {static_cast<long long>(std::floor(maxX - minX + 0.5f)), static_cast<long long>(std::floor(maxY - minY + 0.5f))};
+}
+
+// Quad and Transform read a size of 0 or of 65536 and above as "not given".
+bool SizeGiven(long long side) { return side > 0 && side < 65536; }
+
+// A side Quad derives from its corners: the shorter of two opposite edges,
+// truncated.
+long long QuadSide(double ax, double ay, double bx, double by, double cx, double cy, double dx, double dy) {
+    const double first = std::sqrt((bx - ax) * (bx - ax) + (by - ay) * (by - ay));
+    const double second = std::sqrt((dx - cx) * (dx - cx) + (dy - cy) * (dy - cy));
+    const double shorter = std::fmin(first, second);
+    return shorter >= 0 ? static_cast<long long>(shorter) : 0;
+}
+
+struct QuadCorners {
+    double x[4], y[4];  // top-left, top-right, bottom-left, bottom-right
+};
+
+QuadCorners QuadCornersOf(const Arguments& args, const qel::Pixels& p) {
+    QuadCorners c;
+    const char* names[4] = {"p1", "p2", "p3", "p4"};
+    for (int i = 0; i < 4; ++i) args.Point(names[i], p.width, p.height, &c.x[i], &c.y[i]);
+    return c;
+}
+
+// The --size of quad and transform; 0 by 0 when it is not given.
+Extent AskedSize(const Arguments& args, const qel::Pixels& p) {
+    Extent size;
+    if (args.Has("--size")) args.Size("--size", p.width, p.height, &size.width, &size.height);
+    return size;
+}
+
+// Quad without a usable --size takes the width from the top and bottom edges
+// and the height from the left and right edges.
+Extent QuadExtent(const Arguments& args, const qel::Pixels& p) {
+    const QuadCorners c = QuadCornersOf(args, p);
+    const Extent asked = AskedSize(args, p);
+    Extent size;
+    size.width = SizeGiven(asked.width) ? asked.width : QuadSide(c.x[0], c.y[0], c.x[1], c.y[1], c.x[2], c.y[2], c.x[3], c.y[3]);
+    size.height = SizeGiven(asked.height) ? asked.height : QuadSide(c.x[0], c.y[0], c.x[2], c.y[2], c.x[1], c.y[1], c.x[3], c.y[3]);
+    return size;
+}
+
+// Transform without a usable --size keeps the image's width or height.
+Extent TransformExtent(const Arguments& args, const qel::Pixels& p) {
+    const Extent asked = AskedSize(args, p);
+    return {SizeGiven(asked.width) ? asked.width : p.width, SizeGiven(asked.height) ? asked.height : p.height};
+}
+
+// A side for Quad and Transform: sizes they would ignore are passed as 0, so
+// that a huge percentage cannot wrap into a small unsigned value.
+unsigned SizeArgument(long long side) { return SizeGiven(side) ? static_cast<unsigned>(side) : 0u; }
+
 // ---- the runners -----------------------------------------------------------
 
 QResult RunColorize(OperationContext& context, const Arguments& args, SmartPtr<IQEL>& image, std::string*) {
@@ -380,11 +473,11 @@ QResult RunSkew(OperationContext& context, const Arguments& args, SmartPtr<IQEL>
 
 QResult RunResample(OperationContext& context, const Arguments& args, SmartPtr<IQEL>& image, std::string*) {
     QEL_COMPONENT(IQELTransform, "QELTransform");
-    const qel::Pixels p = qel::PixelsOf(image.Get());
-    int w = 0, h = 0;
-    args.Size("size", p.width, p.height, &w, &h);
+    // RunStep has held the size to the pixel limit, so each side fits an int.
+    const Extent size = ResampleExtent(args, qel::PixelsOf(image.Get()));
     SmartPtr<IQEL> made;
-    return TakeResult(component->Resample(image.Get(), made.Out(), w, h, args.Int("--method"), args.Has("--nearest") ? 1 : 0),
+    return TakeResult(component->Resample(image.Get(), made.Out(), static_cast<int>(size.width), static_cast<int>(size.height),
+                                          args.Int("--method"), args.Has("--nearest") ? 1 : 0),
                       image, made);
 }
 
@@ -415,14 +508,11 @@ QResult RunSwapRB(OperationContext& context, const Arguments&, SmartPtr<IQEL>& i
 QResult RunQuad(OperationContext& context, const Arguments& args, SmartPtr<IQEL>& image, std::string*) {
     QEL_COMPONENT(IQELTransform, "QELTransform");
     const qel::Pixels p = qel::PixelsOf(image.Get());
-    double x[4], y[4];
-    const char* corners[4] = {"p1", "p2", "p3", "p4"};
-    for (int i = 0; i < 4; ++i) args.Point(corners[i], p.width, p.height, &x[i], &y[i]);
-    int w = 0, h = 0;
-    if (args.Has("--size")) args.Size("--size", p.width, p.height, &w, &h);
+    const QuadCorners c = QuadCornersOf(args, p);
+    const Extent asked = AskedSize(args, p);
     SmartPtr<IQEL> made;
-    return TakeResult(component->Quad(image.Get(), made.Out(), x[0], y[0], x[1], y[1], x[2], y[2], x[3], y[3],
-                                      static_cast<unsigned>(w), static_cast<unsigned>(h), args.Has("--blend") ? 1 : 0),
+    return TakeResult(component->Quad(image.Get(), made.Out(), c.x[0], c.y[0], c.x[1], c.y[1], c.x[2], c.y[2], c.x[3], c.y[3],
+                                      SizeArgument(asked.width), SizeArgument(asked.height), args.Has("--blend") ? 1 : 0),
                       image, made);
 }
 
@@ -432,11 +522,10 @@ QResult RunTransform(OperationContext& context, const Arguments& args, SmartPtr<
     AffineTransform transform(Matrix(args));
     double ox = 0, oy = 0;
     if (args.Has("--offset")) args.Point("--offset", p.width, p.height, &ox, &oy);
-    int w = 0, h = 0;
-    if (args.Has("--size")) args.Size("--size", p.width, p.height, &w, &h);
+    const Extent asked = AskedSize(args, p);
     SmartPtr<IQEL> made;
     return TakeResult(component->Transform(&transform, image.Get(), made.Out(), static_cast<int>(ox), static_cast<int>(oy),
-                                           static_cast<unsigned>(w), static_cast<unsigned>(h), 0, 0),
+                                           SizeArgument(asked.width), SizeArgument(asked.height), 0, 0),
                       image, made);
 }
 
@@ -634,6 +723,34 @@ QResult RunScale8(OperationContext& context, const Arguments& args, SmartPtr<IQE
     const QResult result = component->Scale8(dest.Get(), image.Get(), args.Int("--offset"), args.Float("factor"));
     if (result >= 0) image.Reset(dest.Detach());
     return result;
+}
+
+// ---- the pixel limit --------------------------------------------------------
+
+// The operations whose result size comes from the caller's arguments. Every
+// other operation makes an image of its input's size or draws into one of the
+// same size or into a second image, and every image read is held to the limit
+// as it is loaded.
+struct SizedOperation {
+    RunFunction run;
+    Extent (*extent)(const Arguments& args, const qel::Pixels& image);
+};
+const SizedOperation kSizedOperations[] = {
+    {RunResample, ResampleExtent},
+    {RunRotate, RotateExtent},
+    {RunQuad, QuadExtent},
+    {RunTransform, TransformExtent},
+};
+
+// Refuses a step whose result would be above the pixel limit, before the
+// module is asked to make it.
+bool ResultWithinLimit(const OperationContext& context, const Step& step, IQEL* image, std::string* error) {
+    for (const SizedOperation& sized : kSizedOperations) {
+        if (sized.run != step.operation->run) continue;
+        const Extent size = sized.extent(step.args, qel::PixelsOf(image));
+        return WithinPixelLimit(size.width, size.height, context.PixelLimit(), "result", error);
+    }
+    return true;
 }
 
 // ---- the table -------------------------------------------------------------
@@ -870,17 +987,17 @@ int Arguments::Int(const std::string& name) const {
     return static_cast<int>(static_cast<uint32_t>(std::strtoll(Text(name).c_str(), nullptr, 0)));
 }
 double Arguments::Float(const std::string& name) const { return std::strtod(Text(name).c_str(), nullptr); }
-void Arguments::Size(const std::string& name, int width, int height, int* w, int* h) const {
+void Arguments::Size(const std::string& name, int width, int height, long long* w, long long* h) const {
     const std::string& text = Text(name);
     if (!text.empty() && text.back() == '%') {
         const double percent = std::strtod(text.c_str(), nullptr);
-        *w = std::max(1, static_cast<int>(std::lround(width * percent / 100)));
-        *h = std::max(1, static_cast<int>(std::lround(height * percent / 100)));
+        *w = std::max(1LL, std::llround(width * percent / 100));
+        *h = std::max(1LL, std::llround(height * percent / 100));
         return;
     }
     const std::vector<std::string> parts = Split(text, 'x');
-    *w = std::atoi(parts[0].c_str());
-    *h = std::atoi(parts[1].c_str());
+    *w = std::atoll(parts[0].c_str());
+    *h = std::atoll(parts[1].c_str());
 }
 void Arguments::Point(const std::string& name, int width, int height, double* x, double* y) const {
     const std::vector<std::string> parts = Split(Text(name), ',');
@@ -1048,7 +1165,7 @@ IUnknown* OperationContext::Component(const char* objectName, std::string* error
 }
 
 SmartPtr<IQEL> OperationContext::LoadSecond(const std::string& name, IQEL* like, std::string* error) {
-    if (name == "sample") return FromRaster(host_, SampleChart(), 32, QEL_MODEL_ARGB);
+    if (name == "sample") return LoadSampleChart(host_, pixelLimit_, error);
     if (name == "pattern") {
         const qel::Pixels p = qel::PixelsOf(like);
         const int bits = p.bitCount == 8 || p.bitCount == 24 || p.bitCount == 32 ? p.bitCount : 24;
@@ -1056,7 +1173,7 @@ SmartPtr<IQEL> OperationContext::LoadSecond(const std::string& name, IQEL* like,
                           bits == p.bitCount ? p.colourModel : QEL_MODEL_BGR);
     }
     std::string reason;
-    SmartPtr<IQEL> image = LoadImageFile(host_, name, &reason);
+    SmartPtr<IQEL> image = LoadImageFile(host_, name, pixelLimit_, &reason);
     if (!image) *error = name + ": " + reason;
     return image;
 }
@@ -1080,6 +1197,11 @@ std::string DescribeResult(QResult result) {
 
 bool RunStep(OperationContext& context, const Step& step, SmartPtr<IQEL>& image, std::string* note, std::string* error) {
     note->clear();
+    std::string refusal;
+    if (!ResultWithinLimit(context, step, image.Get(), &refusal)) {
+        *error = std::string(step.operation->name) + ": " + refusal;
+        return false;
+    }
     const std::string before = DescribeFormat(image.Get());
     const QResult result = step.operation->run(context, step.args, image, note);
     if (result >= 0) return true;

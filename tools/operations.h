@@ -44,7 +44,8 @@ public:
     int Int(const std::string& name) const;
     double Float(const std::string& name) const;
     // Sizes and points resolve percentages against the image's width and height.
-    void Size(const std::string& name, int width, int height, int* w, int* h) const;
+    // A percentage of a large image can exceed an int, hence 64 bits.
+    void Size(const std::string& name, int width, int height, long long* w, long long* h) const;
     void Point(const std::string& name, int width, int height, double* x, double* y) const;
     std::vector<int> IntList(const std::string& name) const;
     unsigned Colour(const std::string& name) const;  // 0x00RRGGBB
@@ -90,8 +91,10 @@ bool ParseStep(const std::vector<std::string>& words, size_t* index, Step* step,
 // The components, created on first use, and the loading of second images.
 class OperationContext {
 public:
-    explicit OperationContext(const qel::Host& host) : host_(host) {}
+    OperationContext(const qel::Host& host, long long pixelLimit) : host_(host), pixelLimit_(pixelLimit) {}
     const qel::Host& Host() const { return host_; }
+    // The largest image, in pixels, that a file read or an operation may make.
+    long long PixelLimit() const { return pixelLimit_; }
     // The component's interface, or null with `error` set.
     IUnknown* Component(const char* objectName, std::string* error);
     // Loads a second input: a file, "sample" (the chart) or "pattern" (made
@@ -100,10 +103,13 @@ public:
 
 private:
     const qel::Host& host_;
+    long long pixelLimit_;
     std::map<std::string, SmartPtr<IUnknown>> components_;
 };
 
 // Runs a parsed step; on failure `error` names the operation and the reason.
+// A step whose result would be above the context's pixel limit is refused
+// before the module is called.
 bool RunStep(OperationContext& context, const Step& step, SmartPtr<IQEL>& image, std::string* note,
              std::string* error);
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tools/codecs.h"
+#include "tools/pixel_limit.h"
 #include "tools/raster.h"
 
 namespace qeltool {
@@ -16,6 +17,7 @@ struct PngState {
     png_structp png = nullptr;
     png_infop info = nullptr;
     std::string message;
+    std::string refusal;  // reader: why a well-formed file is refused, shown as it stands
     std::vector<png_bytep> rows;
     SmartPtr<IQELImageDIB> image;
     std::vector<png_color> palette;
@@ -63,16 +65,13 @@ void ChooseReadFormat(PngState* s, int* bitCount, unsigned* model, bool* keepPal
     *bitCount = 32;
 }
 
-bool DecodePng(PngState* s, FILE* file, const qel::Host* host) {
+bool DecodePng(PngState* s, FILE* file, const qel::Host* host, long long maxPixels) {
     if (setjmp(png_jmpbuf(s->png))) return false;
     png_init_io(s->png, file);
     png_read_info(s->png, s->info);
     const png_uint_32 width = png_get_image_width(s->png, s->info);
     const png_uint_32 height = png_get_image_height(s->png, s->info);
-    if (static_cast<long long>(width) * static_cast<long long>(height) > kMaxPixels) {
-        s->message = "image too large";
-        return false;
-    }
+    if (!WithinPixelLimit(width, height, maxPixels, "image", &s->refusal)) return false;
     int bitCount = 0;
     unsigned model = 0;
     bool keepPalette = false;
@@ -104,7 +103,7 @@ bool DecodePng(PngState* s, FILE* file, const qel::Host* host) {
 
 }  // namespace
 
-SmartPtr<IQEL> ReadPng(FILE* file, const qel::Host& host, std::string* error) {
+SmartPtr<IQEL> ReadPng(FILE* file, const qel::Host& host, long long maxPixels, std::string* error) {
     PngState s;
     s.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &s, OnPngError, OnPngWarning);
     if (s.png != nullptr) s.info = png_create_info_struct(s.png);
@@ -113,10 +112,10 @@ SmartPtr<IQEL> ReadPng(FILE* file, const qel::Host& host, std::string* error) {
         *error = "out of memory";
         return SmartPtr<IQEL>();
     }
-    const bool ok = DecodePng(&s, file, &host);
+    const bool ok = DecodePng(&s, file, &host, maxPixels);
     png_destroy_read_struct(&s.png, &s.info, nullptr);
     if (!ok) {
-        *error = "corrupt or truncated PNG (" + s.message + ")";
+        *error = !s.refusal.empty() ? s.refusal : "corrupt or truncated PNG (" + s.message + ")";
         return SmartPtr<IQEL>();
     }
     if (!s.palette.empty()) {

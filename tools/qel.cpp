@@ -12,6 +12,7 @@
 #include "tools/gallery.h"
 #include "tools/image_file.h"
 #include "tools/operations.h"
+#include "tools/pixel_limit.h"
 #include "tools/raster.h"
 #include "tools/sample_chart.h"
 
@@ -42,6 +43,7 @@ const char kUsage[] =
     "  --seed N      seed of the random numbers of noise and jitter (default 1)\n"
     "  -o FILE       the output file (or DIR for gallery)\n"
     "  --thumb N     gallery thumbnail size in pixels (default 160)\n"
+    "  --max-pixels N  largest image read or made, in pixels (default 268435456)\n"
     "\n"
     "examples:\n"
     "  qel photo.jpg blur rotate 30 gamma 1.4 out.png\n"
@@ -54,6 +56,7 @@ struct Options {
     int quality = 90;
     unsigned seed = 1;
     int thumbnail = 160;
+    long long maxPixels = qeltool::kDefaultPixelLimit;
     std::string output;
 };
 
@@ -72,7 +75,8 @@ bool TakeGlobalOption(const std::vector<std::string>& words, size_t* i, Options*
         ++*i;
         return true;
     }
-    const bool valued = word == "--quality" || word == "--seed" || word == "-o" || word == "--thumb";
+    const bool valued =
+        word == "--quality" || word == "--seed" || word == "-o" || word == "--thumb" || word == "--max-pixels";
     if (!valued) {
         *taken = false;
         return true;
@@ -85,7 +89,12 @@ bool TakeGlobalOption(const std::vector<std::string>& words, size_t* i, Options*
     char* end = nullptr;
     const long number = std::strtol(value.c_str(), &end, 10);
     const bool isNumber = !value.empty() && *end == '\0';
-    if (word == "--quality") {
+    if (word == "--max-pixels") {
+        if (!qeltool::ParsePixelLimit(value, &options->maxPixels)) {
+            *error = "bad --max-pixels '" + value + "': expected a whole number of pixels from 1 up";
+            return false;
+        }
+    } else if (word == "--quality") {
         if (!isNumber || number < 1 || number > 100) {
             *error = "bad --quality '" + value + "': expected a whole number from 1 to 100";
             return false;
@@ -122,10 +131,10 @@ bool OnlyGlobalOptionsFrom(const std::vector<std::string>& words, size_t from) {
     return true;
 }
 
-SmartPtr<IQEL> LoadInput(const qel::Host& host, const std::string& name, std::string* error) {
-    if (name == "sample") return qeltool::FromRaster(host, qeltool::SampleChart(), 32, QEL_MODEL_ARGB);
+SmartPtr<IQEL> LoadInput(const qel::Host& host, const std::string& name, long long maxPixels, std::string* error) {
+    if (name == "sample") return qeltool::LoadSampleChart(host, maxPixels, error);
     std::string reason;
-    SmartPtr<IQEL> image = qeltool::LoadImageFile(host, name, &reason);
+    SmartPtr<IQEL> image = qeltool::LoadImageFile(host, name, maxPixels, &reason);
     if (!image) *error = name + ": " + reason;
     return image;
 }
@@ -161,13 +170,13 @@ int Gallery(const std::vector<std::string>& words) {
     qel::Host host;
     if (!LoadHost(&host)) return kExitFailure;
     std::string error;
-    SmartPtr<IQEL> image = LoadInput(host, input.empty() ? "sample" : input, &error);
+    SmartPtr<IQEL> image = LoadInput(host, input.empty() ? "sample" : input, options.maxPixels, &error);
     if (!image) {
         std::fprintf(stderr, "qel: %s\n", error.c_str());
         return kExitFailure;
     }
     std::srand(options.seed);
-    qeltool::OperationContext context(host);
+    qeltool::OperationContext context(host, options.maxPixels);
     qeltool::GalleryOptions gallery;
     gallery.inputName = input.empty() ? "the built-in sample chart" : input;
     gallery.folder = options.output;
@@ -214,13 +223,13 @@ int Chain(const std::vector<std::string>& words) {
     if (!LoadHost(&host)) return kExitFailure;
     std::srand(options.seed);
     auto start = std::chrono::steady_clock::now();
-    SmartPtr<IQEL> image = LoadInput(host, input, &error);
+    SmartPtr<IQEL> image = LoadInput(host, input, options.maxPixels, &error);
     if (!image) {
         std::fprintf(stderr, "qel: %s\n", error.c_str());
         return kExitFailure;
     }
     PrintTime(options, "read " + input, Since(start));
-    qeltool::OperationContext context(host);
+    qeltool::OperationContext context(host, options.maxPixels);
     for (const Step& step : steps) {
         std::string note;
         start = std::chrono::steady_clock::now();

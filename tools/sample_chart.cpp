@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "tools/pixel_limit.h"
+
 namespace qeltool {
 namespace {
 
@@ -143,6 +145,15 @@ Raster SamplePattern(int width, int height) {
             Put(&pattern, x, y, 190, static_cast<uint8_t>(check ? 190 : 65), static_cast<uint8_t>(x * 255 / std::max(1, width - 1)));
         }
     return pattern;
+}
+
+SmartPtr<IQEL> LoadSampleChart(const qel::Host& host, long long maxPixels, std::string* error) {
+    std::string reason;
+    if (!WithinPixelLimit(kSampleWidth, kSampleHeight, maxPixels, "image", &reason)) {
+        *error = "sample: " + reason;
+        return SmartPtr<IQEL>();
+    }
+    return FromRaster(host, SampleChart(), 32, QEL_MODEL_ARGB);
 }
 
 }  // namespace qeltool

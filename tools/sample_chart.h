@@ -16,6 +16,10 @@ constexpr int kSampleHeight = 240;
 // an alpha ramp from transparent to opaque. 32-bit "ARGB" as a module image.
 Raster SampleChart();
 
+// The chart as a module image, held to the pixel limit like an image read from
+// a file; on refusal `error` begins with "sample: ".
+SmartPtr<IQEL> LoadSampleChart(const qel::Host& host, long long maxPixels, std::string* error);
+
 // Concentric rings, every other one black, coloured in a checkerboard; opaque.
 Raster SamplePattern(int width, int height);
 
