@@ -19,6 +19,7 @@ namespace {
 struct Outcome {
     bool exited = false;  // false: killed by a signal
     int status = -1;
+    std::string out;
     std::string err;
 };
 
@@ -69,13 +70,28 @@ protected:
     Outcome Qel(const std::vector<std::string>& words) {
         std::string command = "./qel";
         for (const std::string& word : words) command += " '" + word + "'";
-        command += " 2>'" + Path("stderr.txt") + "' >/dev/null";
+        command += " 2>'" + Path("stderr.txt") + "' >'" + Path("stdout.txt") + "'";
         Outcome outcome;
         const int raw = std::system(command.c_str());
         outcome.exited = WIFEXITED(raw);
         outcome.status = outcome.exited ? WEXITSTATUS(raw) : -1;
+        outcome.out = ReadFile(Path("stdout.txt"));
         outcome.err = ReadFile(Path("stderr.txt"));
         return outcome;
+    }
+    // A run that must fail with status 1 and exactly this message, writing nothing.
+    void ExpectFailure(const std::vector<std::string>& words, const std::string& message) {
+        const Outcome outcome = Qel(words);
+        EXPECT_TRUE(outcome.exited) << message;
+        EXPECT_EQ(outcome.status, 1) << message;
+        EXPECT_EQ(outcome.err, message + "\n");
+        EXPECT_FALSE(Exists(Path("out.png"))) << message;
+    }
+    // A run that must succeed and print the result's format.
+    void ExpectResult(const std::vector<std::string>& words, const std::string& format) {
+        const Outcome outcome = Qel(words);
+        EXPECT_EQ(outcome.status, 0) << format << ": " << outcome.err;
+        EXPECT_EQ(outcome.out, format + "\n");
     }
     // A file that qel must refuse with status 1 and a message naming it.
     void ExpectRefused(const std::string& name, const std::string& bytes) {
@@ -159,6 +175,82 @@ TEST_F(QelHostile, AbsurdArgumentsAreUsageErrors) {
         EXPECT_EQ(outcome.err.rfind("qel: ", 0), 0u) << outcome.err;
         EXPECT_FALSE(Exists(Path("out.png"))) << chain[0] << " " << chain[1];
     }
+}
+
+// Each result is refused one pixel above the limit and made at the limit, so
+// the size qel works out must be the size the module would make.
+TEST_F(QelHostile, ResultsAboveThePixelLimitAreRefusedBeforeTheModuleMakesThem) {
+    const std::string out = Path("out.png");
+    const std::string limit = "(--max-pixels)";
+    // Two 1000% steps from the 320x240 chart: 768 million pixels, above the default.
+    ExpectFailure({"sample", "resample", "1000%", "resample", "1000%", out},
+                  "qel: resample: result 32000x24000 is above the pixel limit 268435456 " + limit);
+    ExpectFailure({"--max-pixels", "7679999", "sample", "resample", "1000%", out},
+                  "qel: resample: result 3200x2400 is above the pixel limit 7679999 " + limit);
+    ExpectResult({"--max-pixels", "7680000", "sample", "resample", "1000%"}, "3200x2400, 32-bit ARGB");
+    ExpectFailure({"sample", "resample", "32768x32768", out},
+                  "qel: resample: result 32768x32768 is above the pixel limit 268435456 " + limit);
+
+    // A raised limit lets a small image grow past the default's share of it.
+    WriteFile(Path("tiny.pgm"), "P5\n20 10\n255\n" + std::string(200, '\x40'));
+    ExpectFailure({Path("tiny.pgm"), "resample", "1000%", "resample", "1000%", "--max-pixels", "1999999", out},
+                  "qel: resample: result 2000x1000 is above the pixel limit 1999999 " + limit);
+    ExpectResult({Path("tiny.pgm"), "resample", "1000%", "resample", "1000%", "--max-pixels", "2000000"},
+                 "2000x1000, 8-bit MONO");
+
+    // Rotate by 45 degrees: the 320x240 chart's bounding box is 396x396.
+    ExpectFailure({"--max-pixels", "156815", "sample", "rotate", "45", out},
+                  "qel: rotate: result 396x396 is above the pixel limit 156815 " + limit);
+    ExpectResult({"--max-pixels", "156816", "sample", "rotate", "45"}, "396x396, 32-bit ARGB");
+    ExpectResult({"--max-pixels", "76800", "sample", "rotate", "45", "--keep-size"}, "320x240, 32-bit ARGB");
+
+    // Quad without a size takes the shorter opposite edges of its corners.
+    ExpectFailure({"sample", "quad", "0,0", "1000000,0", "0,1000000", "1000000,1000000", out},
+                  "qel: quad: result 1000000x1000000 is above the pixel limit 268435456 " + limit);
+    // Top 150 and bottom 201 wide, left 100 and right 130 high: 150x100.
+    const std::string tiny = Path("tiny.pgm");
+    ExpectFailure({"--max-pixels", "14999", tiny, "quad", "0,0", "150,0", "0,100", "200,120", out},
+                  "qel: quad: result 150x100 is above the pixel limit 14999 " + limit);
+    ExpectResult({"--max-pixels", "15000", tiny, "quad", "0,0", "150,0", "0,100", "200,120"}, "150x100, 8-bit MONO");
+    ExpectFailure({"--max-pixels", "9999", tiny, "quad", "0,0", "5,0", "0,5", "5,5", "--size", "100x100", out},
+                  "qel: quad: result 100x100 is above the pixel limit 9999 " + limit);
+
+    // Transform makes its --size.
+    ExpectFailure({"sample", "transform", "1,0,0,0,1,0", "--size", "30000x30000", out},
+                  "qel: transform: result 30000x30000 is above the pixel limit 268435456 " + limit);
+    ExpectResult({"--max-pixels", "76800", "sample", "transform", "1,0,0,0,1,0"}, "320x240, 32-bit ARGB");
+}
+
+TEST_F(QelHostile, FilesAboveThePixelLimitAreRefusedInEveryFormat) {
+    const std::string out = Path("out.png");
+    const std::string limit = "(--max-pixels)";
+    for (const std::string extension : {"png", "jpg", "ppm", "pam"}) {
+        const std::string file = Path("37x23." + extension);  // 851 pixels
+        ASSERT_EQ(Qel({"sample", "resample", "37x23", file}).status, 0);
+        ExpectFailure({"--max-pixels", "850", file, "negative", out},
+                      "qel: " + file + ": image 37x23 is above the pixel limit 850 " + limit);
+        const bool alpha = extension == "png" || extension == "pam";
+        ExpectResult({"--max-pixels", "851", file, "negative"}, alpha ? "37x23, 32-bit ARGB" : "37x23, 24-bit BGR");
+    }
+    // Second images are held to it too, and so is the built-in chart.
+    WriteFile(Path("small.ppm"), "P6\n2 2\n255\n" + std::string(12, '\x10'));
+    ExpectFailure({"--max-pixels", "850", Path("small.ppm"), "subtract", Path("37x23.png"), out},
+                  "qel: subtract: failed with 0x80004005 (the operation failed; the image's format may not be supported): " +
+                      Path("37x23.png") + ": image 37x23 is above the pixel limit 850 " + limit);
+    ExpectFailure({"--max-pixels", "76799", "sample", "blur", out},
+                  "qel: sample: image 320x240 is above the pixel limit 76799 " + limit);
+}
+
+TEST_F(QelHostile, PixelLimitsThatAreNotPositiveWholeNumbersAreUsageErrors) {
+    for (const std::string value : {"0", "-5", "abc", "", "1e9", "12x", "+7", " 7", "0x100", "99999999999999999999"}) {
+        const Outcome outcome = Qel({"--max-pixels", value, "sample", "blur", Path("out.png")});
+        EXPECT_EQ(outcome.status, 2) << "'" << value << "'";
+        EXPECT_EQ(outcome.err, "qel: bad --max-pixels '" + value + "': expected a whole number of pixels from 1 up\n");
+        EXPECT_FALSE(Exists(Path("out.png"))) << "'" << value << "'";
+    }
+    const Outcome missing = Qel({"sample", "blur", "--max-pixels"});
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_EQ(missing.err, "qel: --max-pixels needs a value\n");
 }
 
 }  // namespace
