@@ -37,8 +37,9 @@ QResult HandOverResult(IQEL* source, SmartPtr<IQELImage>* image, IQEL** result);
 
 // Which code runs: Fast takes the direct-buffer loops with their vector steps
 // where they apply, Plain the same loops in scalar code only, General computes
-// every pixel through the pixel helpers. All three give the same bytes.
-enum class FilterPath { Fast, Plain, General };
+// every pixel through the pixel helpers; Baseline is Fast without the wider
+// vectors chosen at run time, so tests reach both. All give the same bytes.
+enum class FilterPath { Fast, Baseline, Plain, General };
 
 // A neighbour's colour: inside the image the pixel itself, anywhere outside it
 // pixel (0, 0) with alpha 1 (no edge extension), black with alpha 1 without bits.

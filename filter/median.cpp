@@ -2,9 +2,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 #include "filter/filter_kernels.h"
 #include "filter/filter_transform.h"
@@ -163,7 +160,7 @@ void MedianGreyRows(const ImageView& src, const ImageView& dst, int64_t size) {
 // A median-of-nine exchange network: afterwards p[4] holds the value of rank 4.
 // `order` puts the smaller of its two arguments first.
 template <class T, class Order>
-void MedianOfNine(T p[9], Order order) {
+__attribute__((always_inline)) inline void MedianOfNine(T p[9], Order order) {
     order(p[1], p[2]), order(p[4], p[5]), order(p[7], p[8]);
     order(p[0], p[1]), order(p[3], p[4]), order(p[6], p[7]);
     order(p[1], p[2]), order(p[4], p[5]), order(p[7], p[8]);
@@ -181,110 +178,206 @@ struct OrderInts {
     }
 };
 
-// One 3 x 3 output pixel by the rule the sliding window follows: the key of
-// rank 4, and of the inside neighbours with that key the one added last (the
-// rightmost column, then the lowest row); the outside colour when none is inside.
-uint32_t Median3Pixel(const ImageView& src, uint32_t outside, int x, int y) {
-    int keys[9];
-    bool inside[9];
-    for (int v = 0; v < 9; ++v) {
-        const int sx = x - 1 + v / 3, sy = y - 1 + v % 3;
+// One output pixel by the rule the sliding window follows: the key of rank
+// size * size / 2, and of the inside neighbours with that key the one added
+// last (the rightmost column, then the lowest row); the outside colour when
+// none is inside. Used for the border of the direct 3 x 3 and 5 x 5 paths.
+template <class Kind, int kSize>
+uint32_t MedianPixel(const ImageView& src, uint32_t outside, int x, int y) {
+    constexpr int kCount = kSize * kSize, kHalf = kSize / 2;
+    const int outsideKey = ColorKey(outside);
+    int keys[kCount], sorted[kCount];
+    bool inside[kCount];
+    for (int v = 0; v < kCount; ++v) {
+        const int sx = x - kHalf + v / kSize, sy = y - kHalf + v % kSize;
         inside[v] = sx >= 0 && sy >= 0 && sx < src.width && sy < src.height;
-        keys[v] = ColorKey(inside[v] ? NeighbourColor(src, sx, sy) : outside);
+        keys[v] = sorted[v] = inside[v] ? ColorKey(Kind::Read(src, sx, sy)) : outsideKey;
     }
-    int sorted[9];
-    std::copy(keys, keys + 9, sorted);
-    MedianOfNine(sorted, OrderInts{});
-    for (int v = 8; v >= 0; --v)
-        if (inside[v] && keys[v] == sorted[4]) return NeighbourColor(src, x - 1 + v / 3, y - 1 + v % 3);
+    std::nth_element(sorted, sorted + kCount / 2, sorted + kCount);
+    for (int v = kCount - 1; v >= 0; --v)
+        if (inside[v] && keys[v] == sorted[kCount / 2])
+            return Kind::Read(src, x - kHalf + v / kSize, y - kHalf + v % kSize);
     return outside;
 }
 
-#if defined(__SSE2__)
-struct OrderBytes {
-    void operator()(__m128i& a, __m128i& b) const {
-        const __m128i low = _mm_min_epu8(a, b);
-        b = _mm_max_epu8(a, b);
+// Byte lanes: 16 are what every x86-64 has, 32 are chosen at run time.
+typedef unsigned char KeyLanes16 __attribute__((vector_size(16)));
+typedef unsigned char KeyLanes32 __attribute__((vector_size(32)));
+typedef signed char RankLanes16 __attribute__((vector_size(16)));
+typedef signed char RankLanes32 __attribute__((vector_size(32)));
+
+// Loads through a pointer, not a return value, so 32-byte lanes never meet the
+// base build's calling convention.
+template <class V>
+__attribute__((always_inline)) inline void LoadLanes(V* v, const unsigned char* p) {
+    __builtin_memcpy(v, p, sizeof(V));
+}
+
+struct OrderLanes {
+    template <class V>
+    __attribute__((always_inline)) void operator()(V& a, V& b) const {
+        const V low = a < b ? a : b;
+        b = a < b ? b : a;
         a = low;
     }
 };
 
 // Window positions (visiting order: column, then row) of the chosen neighbour
-// for 16 outputs at a time, from three rows of keys starting one column left
-// of the first output. Returns how many outputs it took.
-size_t Median3ChoicesVector(const unsigned char* const keyRows[3], size_t outputs, unsigned char* choices) {
+// of 3 x 3 medians, one lane per output, from three rows of keys starting one
+// column left of the first output. Returns how many outputs it took.
+template <class V>
+__attribute__((always_inline)) inline size_t Median3Choices(const unsigned char* const* keyRows, size_t outputs,
+                                                            unsigned char* choices) {
     size_t n = 0;
-    for (; n + 16 <= outputs; n += 16) {
-        __m128i k[9];
-        for (int v = 0; v < 9; ++v)
-            k[v] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(keyRows[v % 3] + n + v / 3));
-        __m128i p[9];
-        std::copy(k, k + 9, p);
-        MedianOfNine(p, OrderBytes{});
-        __m128i choice = _mm_setzero_si128();
+    for (; n + sizeof(V) <= outputs; n += sizeof(V)) {
+        V k[9], p[9];
+#pragma GCC unroll 9
         for (int v = 0; v < 9; ++v) {
-            const __m128i match = _mm_cmpeq_epi8(k[v], p[4]);
-            choice = _mm_or_si128(_mm_and_si128(match, _mm_set1_epi8(static_cast<char>(v))),
-                                  _mm_andnot_si128(match, choice));
+            LoadLanes(&k[v], keyRows[v % 3] + n + v / 3);
+            p[v] = k[v];
         }
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(choices + n), choice);
+        MedianOfNine(p, OrderLanes{});
+        V choice = V{};
+#pragma GCC unroll 9
+        for (int v = 0; v < 9; ++v) choice = k[v] == p[4] ? V{} + static_cast<unsigned char>(v) : choice;
+        std::memcpy(choices + n, &choice, sizeof(V));
     }
     return n;
 }
+
+// The same for 5 x 5 medians by a bitwise search for the middle key: the
+// largest key t with at most 12 of the 25 keys below t is the key of rank 12.
+// Keys are stored with the top bit flipped so signed comparisons order them.
+template <class V>
+__attribute__((always_inline)) inline size_t Median5Choices(const unsigned char* const* keyRows, size_t outputs,
+                                                            unsigned char* choices) {
+    constexpr int kCount = 25, kRank = 12;
+    size_t n = 0;
+    for (; n + sizeof(V) <= outputs; n += sizeof(V)) {
+        const unsigned char* const rows[5] = {keyRows[0] + n, keyRows[1] + n, keyRows[2] + n, keyRows[3] + n,
+                                              keyRows[4] + n};
+        V found = V{} + static_cast<signed char>(-128);  // key 0
+#pragma GCC unroll 8
+        for (int bit = 128; bit > 0; bit >>= 1) {
+            const V trial = found ^ static_cast<signed char>(bit);
+            V below = V{};
+#pragma GCC unroll 25
+            for (int v = 0; v < kCount; ++v) {
+                V k;
+                LoadLanes(&k, rows[v % 5] + v / 5);
+                below -= k < trial;
+            }
+            found = below <= kRank ? trial : found;
+        }
+        V choice = V{};
+#pragma GCC unroll 25
+        for (int v = 0; v < kCount; ++v) {
+            V k;
+            LoadLanes(&k, rows[v % 5] + v / 5);
+            choice = k == found ? V{} + static_cast<signed char>(v) : choice;
+        }
+        std::memcpy(choices + n, &choice, sizeof(V));
+    }
+    return n;
+}
+
+#if defined(__x86_64__)
+__attribute__((target("avx2"))) size_t Median3ChoicesAvx2(const unsigned char* const* keyRows, size_t outputs,
+                                                          unsigned char* choices) {
+    return Median3Choices<KeyLanes32>(keyRows, outputs, choices);
+}
+__attribute__((target("avx2"))) size_t Median5ChoicesAvx2(const unsigned char* const* keyRows, size_t outputs,
+                                                          unsigned char* choices) {
+    return Median5Choices<RankLanes32>(keyRows, outputs, choices);
+}
+const bool kHasAvx2 = __builtin_cpu_supports("avx2");
+#else
+size_t Median3ChoicesAvx2(const unsigned char* const*, size_t, unsigned char*) { return 0; }
+size_t Median5ChoicesAvx2(const unsigned char* const*, size_t, unsigned char*) { return 0; }
+constexpr bool kHasAvx2 = false;
 #endif
 
-// 3 x 3 medians of 24- and 32-bit images: keys computed once per pixel into
-// three rolling rows, the chosen position of every interior output found from
-// them, then the whole colour (alpha too) copied. The border goes pixel by
-// pixel through Median3Pixel. False when no scratch memory could be had.
-template <int kBytes>
-bool Median3Colour(const ImageView& src, const ImageView& dst, bool vectorise) {
+// Scalar choice of one output from its window of keys (flipped as above for 5 x 5).
+template <int kSize>
+unsigned char MedianChoice(const unsigned char* const* keyRows, size_t n) {
+    constexpr int kCount = kSize * kSize;
+    int k[kCount], sorted[kCount];
+    for (int v = 0; v < kCount; ++v) k[v] = sorted[v] = keyRows[v % kSize][n + v / kSize];
+    if (kSize == 3)
+        MedianOfNine(sorted, OrderInts{});
+    else
+        std::nth_element(sorted, sorted + kCount / 2, sorted + kCount,
+                         [](int a, int b) { return (a ^ 0x80) < (b ^ 0x80); });
+    int v = kCount - 1;
+    while (k[v] != sorted[kCount / 2]) --v;
+    return static_cast<unsigned char>(v);
+}
+
+// 3 x 3 and 5 x 5 medians of 24- and 32-bit images: keys computed once per
+// pixel into rolling rows, the chosen position of every interior output found
+// from them, then the whole colour (alpha too) copied. The border goes pixel by
+// pixel through MedianPixel. False when no scratch memory could be had.
+template <class Kind, int kSize>
+bool MedianColour(const ImageView& src, const ImageView& dst, FilterPath path) {
+    constexpr int kBytes = Kind::kBytes, kHalf = kSize / 2, kCount = kSize * kSize;
+    constexpr unsigned char kFlip = kSize == 3 ? 0 : 0x80;
     const int width = src.width, height = src.height;
     const size_t w = static_cast<size_t>(width);
-    unsigned char* scratch = static_cast<unsigned char*>(std::malloc(4 * w + 16));
+    unsigned char* scratch = static_cast<unsigned char*>(std::malloc((kSize + 1) * w + 64));
     if (scratch == nullptr) return false;
     const uint32_t outside = OutsideColor(src);
     for (int y = 0; y < height; ++y) {
-        const bool borderRow = y == 0 || y == height - 1;
+        const bool borderRow = y < kHalf || y >= height - kHalf;
         for (int x = 0; x < width; ++x) {
-            if (!borderRow && x == 1 && width > 2) x = width - 1;
-            SetPixelColor(dst.bits, x, y, dst.width, dst.height, dst.stride, Median3Pixel(src, outside, x, y),
-                          src.bitCount);
+            if (!borderRow && x == kHalf && width > 2 * kHalf) x = width - kHalf;
+            Kind::Write(dst, x, y, MedianPixel<Kind, kSize>(src, outside, x, y));
         }
     }
-    unsigned char* keys[3] = {scratch, scratch + w, scratch + 2 * w};
-    unsigned char* choices = scratch + 3 * w;
+    unsigned char* keys[kSize];
+    for (int r = 0; r < kSize; ++r) keys[r] = scratch + static_cast<size_t>(r) * w;
+    unsigned char* choices = scratch + kSize * w;
     auto computeKeys = [&](int y, unsigned char* to) {
         const unsigned char* p = src.Row(y);
-        for (size_t x = 0; x < w; ++x, p += kBytes) to[x] = static_cast<unsigned char>((117 * p[0] + 601 * p[1] + 306 * p[2]) >> 10);
+        for (size_t x = 0; x < w; ++x, p += kBytes)
+            to[x] = static_cast<unsigned char>(((117 * p[0] + 601 * p[1] + 306 * p[2]) >> 10) ^ kFlip);
     };
-    if (width >= 3 && height >= 3) {
-        computeKeys(0, keys[0]);
-        computeKeys(1, keys[1]);
+    if (width < kSize || height < kSize) {
+        std::free(scratch);
+        return true;
     }
-    const size_t outputs = w >= 2 ? w - 2 : 0;
-    for (int y = 1; y + 1 < height && width >= 3; ++y) {
-        computeKeys(y + 1, keys[2]);
-        const unsigned char* const keyRows[3] = {keys[0], keys[1], keys[2]};
+    for (int r = 0; r + 1 < kSize; ++r) computeKeys(r, keys[r]);
+    // Offsets of the window positions from the centre pixel.
+    ptrdiff_t offsets[kCount];
+    for (int v = 0; v < kCount; ++v)
+        offsets[v] = static_cast<ptrdiff_t>(v % kSize - kHalf) * src.stride + (v / kSize - kHalf) * kBytes;
+    const size_t outputs = w - 2 * kHalf;
+    for (int y = kHalf; y + kHalf < height; ++y) {
+        computeKeys(y + kHalf, keys[kSize - 1]);
         size_t done = 0;
-#if defined(__SSE2__)
-        if (vectorise) done = Median3ChoicesVector(keyRows, outputs, choices);
-#endif
-        for (size_t n = done; n < outputs; ++n) {
-            int k[9], sorted[9];
-            for (int v = 0; v < 9; ++v) k[v] = sorted[v] = keyRows[v % 3][n + v / 3];
-            MedianOfNine(sorted, OrderInts{});
-            int v = 8;
-            while (k[v] != sorted[4]) --v;
-            choices[n] = static_cast<unsigned char>(v);
+        if (path == FilterPath::Fast && kHasAvx2)
+            done = kSize == 3 ? Median3ChoicesAvx2(keys, outputs, choices) : Median5ChoicesAvx2(keys, outputs, choices);
+        else if (path == FilterPath::Fast || path == FilterPath::Baseline)
+            done = kSize == 3 ? Median3Choices<KeyLanes16>(keys, outputs, choices)
+                              : Median5Choices<RankLanes16>(keys, outputs, choices);
+        if (done > 0 && done < outputs) {
+            // The last outputs as one more full step ending at the row's end;
+            // the outputs it repeats come out the same.
+            const size_t lanes = done >= 32 && kHasAvx2 && path == FilterPath::Fast ? 32 : 16;
+            const unsigned char* tail[kSize];
+            for (int r = 0; r < kSize; ++r) tail[r] = keys[r] + (outputs - lanes);
+            unsigned char* to = choices + (outputs - lanes);
+            if (lanes == 32)
+                kSize == 3 ? Median3ChoicesAvx2(tail, lanes, to) : Median5ChoicesAvx2(tail, lanes, to);
+            else
+                kSize == 3 ? Median3Choices<KeyLanes16>(tail, lanes, to) : Median5Choices<RankLanes16>(tail, lanes, to);
+            done = outputs;
         }
-        unsigned char* out = dst.Row(y) + kBytes;
-        const unsigned char* rows[3] = {src.Row(y - 1), src.Row(y), src.Row(y + 1)};
-        for (size_t n = 0; n < outputs; ++n, out += kBytes) {
-            const int v = choices[n];
-            std::memcpy(out, rows[v % 3] + (n + static_cast<size_t>(v / 3)) * kBytes, kBytes);
-        }
-        std::rotate(keys, keys + 1, keys + 3);
+        for (size_t n = done; n < outputs; ++n) choices[n] = MedianChoice<kSize>(keys, n);
+        unsigned char* out = dst.Row(y) + kHalf * kBytes;
+        const unsigned char* centre = src.Row(y) + kHalf * kBytes;
+        for (size_t n = 0; n < outputs; ++n, out += kBytes, centre += kBytes)
+            std::memcpy(out, centre + offsets[choices[n]], kBytes);
+        std::rotate(keys, keys + 1, keys + kSize);
     }
     std::free(scratch);
     return true;
@@ -299,10 +392,13 @@ void MedianView(const ImageView& src, const ImageView& dst, int size, FilterPath
         MedianGreyRows(src, dst, effectiveSize);
         return;
     }
-    if (path != FilterPath::General && src.bits != nullptr && effectiveSize == 3) {
-        const bool vectorise = path == FilterPath::Fast;
-        if (src.bitCount == 24 && Median3Colour<3>(src, dst, vectorise)) return;
-        if (src.bitCount == 32 && Median3Colour<4>(src, dst, vectorise)) return;
+    if (path != FilterPath::General && src.bits != nullptr && (effectiveSize == 3 || effectiveSize == 5)) {
+        const bool done = src.bitCount == 24   ? effectiveSize == 3 ? MedianColour<BgrPixels, 3>(src, dst, path)
+                                                                    : MedianColour<BgrPixels, 5>(src, dst, path)
+                          : src.bitCount == 32 ? effectiveSize == 3 ? MedianColour<BgraPixels, 3>(src, dst, path)
+                                                                    : MedianColour<BgraPixels, 5>(src, dst, path)
+                                               : false;
+        if (done) return;
     }
     WithPixelKind(src, path, [&](auto kind) { MedianRows<decltype(kind)>(src, dst, effectiveSize); });
 }

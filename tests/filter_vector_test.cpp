@@ -21,15 +21,17 @@ using Owned = std::unique_ptr<BufferImage, Released>;
 
 unsigned ModelFor(int bpp) { return bpp == 32 ? QEL_MODEL_ARGB : bpp == 24 ? QEL_MODEL_BGR : QEL_MODEL_MONO; }
 
-// Runs `run` on the three paths into fresh images and expects identical bytes.
+// Runs `run` on every path into fresh images and expects identical bytes.
 template <class Run>
 void ExpectPathsAgree(IQEL* source, const char* what, Run&& run) {
     const qel::Pixels p = qel::PixelsOf(source);
     Owned fast(BufferImage::Make(p.width, p.height, p.bitCount, ModelFor(p.bitCount), 1));
     Owned plain(BufferImage::Make(p.width, p.height, p.bitCount, ModelFor(p.bitCount), 2, true));
     Owned general(BufferImage::Make(p.width, p.height, p.bitCount, ModelFor(p.bitCount), 0));
+    Owned baseline(BufferImage::Make(p.width, p.height, p.bitCount, ModelFor(p.bitCount), 3));
     const ImageView s = ReadImageView(source);
     run(s, ReadImageView(fast.get()), FilterPath::Fast);
+    run(s, ReadImageView(baseline.get()), FilterPath::Baseline);
     run(s, ReadImageView(plain.get()), FilterPath::Plain);
     run(s, ReadImageView(general.get()), FilterPath::General);
     const auto expected = PixelBytes(general.get());
@@ -39,7 +41,10 @@ void ExpectPathsAgree(IQEL* source, const char* what, Run&& run) {
         << what << " fast, " << p.bitCount << " bits, " << p.width << "x" << p.height << "\n"
         << HexRows(PixelBytes(fast.get()), p.RowBytes()) << "expected\n"
         << HexRows(expected, p.RowBytes());
-    ASSERT_TRUE(fast->GuardsIntact() && plain->GuardsIntact() && general->GuardsIntact());
+    ASSERT_EQ(PixelBytes(baseline.get()), expected) << what << " baseline, " << p.bitCount << " bits, "
+                                                    << p.width << "x" << p.height;
+    ASSERT_TRUE(fast->GuardsIntact() && plain->GuardsIntact() && general->GuardsIntact() &&
+                baseline->GuardsIntact());
 }
 
 TEST(FilterVectorSteps, ConvolutionMatchesScalarLoops) {
@@ -128,8 +133,8 @@ TEST(FilterVectorSteps, MediansMatchScalarLoops) {
     // tested, not only the middle key.
     std::mt19937 random(13);
     for (int bpp : {8, 24, 32}) {
-        for (int width : {1, 2, 3, 4, 17, 18, 19, 35, 52}) {
-            for (int height : {1, 3, 6}) {
+        for (int width : {1, 2, 3, 4, 5, 6, 17, 18, 19, 35, 37, 52, 70}) {
+            for (int height : {1, 3, 5, 6, 9}) {
                 Owned src(BufferImage::Make(width, height, bpp, ModelFor(bpp), width % 4, height == 6));
                 src->FillRandom(static_cast<uint32_t>(random()));
                 const qel::Pixels p = qel::PixelsOf(src.get());
