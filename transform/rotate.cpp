@@ -7,6 +7,7 @@
 #include "image/sampling.h"
 #include "module/host_services.h"
 #include "transform/image_transform.h"
+#include "transform/turn_drawing.h"
 
 namespace {
 
@@ -41,63 +42,6 @@ TurnedFrame TurnRectangle(int w, int h, float k, float s) {
     frame.startX = (minX + maxX - static_cast<float>(frame.width - 1)) * 0.5f;
     frame.startY = (minY + maxY - static_cast<float>(frame.height - 1)) * 0.5f;
     return frame;
-}
-
-// Writes a sample into a Rotate output pixel: 4 bytes with alpha, 3 bytes, or
-// the red channel as a one-byte grey index. Packed depths and 16 bits, whose
-// pixels are narrower than those steps, go through SetPixelColor.
-template <int kBytes>
-struct TurnedPixelWriter {
-    static void Write(const ImageView& dest, int x, int y, uint32_t colour) {
-        unsigned char* pixel = dest.Row(y) + static_cast<ptrdiff_t>(x) * kBytes;
-        if (kBytes == 1) {
-            pixel[0] = static_cast<unsigned char>(RedOf(colour));
-            return;
-        }
-        pixel[0] = static_cast<unsigned char>(BlueOf(colour));
-        pixel[1] = static_cast<unsigned char>(GreenOf(colour));
-        pixel[2] = static_cast<unsigned char>(RedOf(colour));
-        if (kBytes == 4) pixel[3] = static_cast<unsigned char>(AlphaOf(colour));
-    }
-};
-template <>
-struct TurnedPixelWriter<0> {
-    static void Write(const ImageView& dest, int x, int y, uint32_t colour) {
-        const int grey = RedOf(colour);
-        SetPixelColor(dest.bits, x, y, dest.width, dest.height, dest.stride, PackColor(grey, grey, grey, 0),
-                      dest.bitCount);
-    }
-};
-
-struct TurnParameters {
-    float k, s;
-    TurnedFrame frame;
-    bool aboutCentre;  // keepSize: positions are shifted back by half the output size
-};
-
-// Samples every output pixel whose source position lies at least about four
-// pixels inside the source; the margin keeps the background.
-template <int kBytes>
-void DrawTurned(const ImageView& source, const ImageView& dest, const TurnParameters& turn, int method) {
-    const InterpolatingSampler sampler(source.bits, source.width, source.height, source.stride, method,
-                                       source.bitCount);
-    const float lastX = static_cast<float>(source.width - 4), lastY = static_cast<float>(source.height - 4);
-    const float shiftX = turn.aboutCentre ? static_cast<float>(dest.width) * 0.5f : 0.0f;
-    const float shiftY = turn.aboutCentre ? static_cast<float>(dest.height) * 0.5f : 0.0f;
-    for (int j = 0; j < dest.height; ++j) {
-        const float turnedY = turn.frame.startY + static_cast<float>(j);
-        for (int i = 0; i < dest.width; ++i) {
-            const float turnedX = turn.frame.startX + static_cast<float>(i);
-            float sx = turn.k * turnedX + turn.s * turnedY;
-            float sy = turn.k * turnedY - turn.s * turnedX;
-            if (turn.aboutCentre) {
-                sx += shiftX;
-                sy += shiftY;
-            }
-            if (sx <= 3.0f || sx >= lastX || sy <= 3.0f || sy >= lastY) continue;
-            TurnedPixelWriter<kBytes>::Write(dest, i, j, sampler.Sample(sx, sy));
-        }
-    }
 }
 
 // Pastes the turned source over the target's top-left area. Sources with
@@ -158,38 +102,40 @@ QResult CQELImageTransform::Rotate(IQEL* source, IQEL** result, int angle, int m
 
     // Whole degrees, turned the other way in this frame.
     const float theta = -static_cast<float>(angle) * 1.5707964f / 90.0f;
-    TurnParameters turn;
-    turn.k = static_cast<float>(std::cos(static_cast<double>(theta)));
-    turn.s = static_cast<float>(std::sin(static_cast<double>(theta)));
-    turn.aboutCentre = keepSize != 0;
+    const float k = static_cast<float>(std::cos(static_cast<double>(theta)));
+    const float s = static_cast<float>(std::sin(static_cast<double>(theta)));
 
     const ImageView from = ReadImageView(source);
     const int outBitCount = forceAlpha != 0 ? 32 : from.bitCount;
     const unsigned int outModel = forceAlpha != 0 ? 0u : from.colourModel;
+    TurnedFrame frame;
     if (keepSize != 0) {
         // The unturned rectangle starts at 0; the turn is about the centre.
-        turn.frame.width = from.width;
-        turn.frame.height = from.height;
-        turn.frame.startX = -static_cast<float>(from.width) * 0.5f;
-        turn.frame.startY = -static_cast<float>(from.height) * 0.5f;
+        frame.width = from.width;
+        frame.height = from.height;
+        frame.startX = -static_cast<float>(from.width) * 0.5f;
+        frame.startY = -static_cast<float>(from.height) * 0.5f;
     } else {
-        turn.frame = TurnRectangle(from.width, from.height, turn.k, turn.s);
+        frame = TurnRectangle(from.width, from.height, k, s);
     }
 
     SmartPtr<IQELImageDIB> turned = NewImageDIB();
     if (!turned) return QEL_E_FAIL;
-    if (turned->Create(turn.frame.width, turn.frame.height, from.planes, outBitCount, outModel) < 0) {
+    if (turned->Create(frame.width, frame.height, from.planes, outBitCount, outModel) < 0) {
         *result = turned.Detach();  // handed over undrawn
         return QEL_OK;
     }
     const ImageView to = ReadImageView(turned.Get());
     turned->Fill(GetPixelColor(from.bits, 0, 0, from.width, from.height, from.stride, from.bitCount) |
                  0xFF000000u);
-    if (to.bits != nullptr && to.width == turn.frame.width && to.height == turn.frame.height) {
-        if (outBitCount == 32) DrawTurned<4>(from, to, turn, method);
-        else if (outBitCount >= 24) DrawTurned<3>(from, to, turn, method);
-        else if (outBitCount == 8) DrawTurned<1>(from, to, turn, method);
-        else DrawTurned<0>(from, to, turn, method);
+    if (to.bits != nullptr && to.width == frame.width && to.height == frame.height) {
+        TurnGeometry turn;
+        turn.k = k;
+        turn.s = s;
+        turn.startX = frame.startX;
+        turn.startY = frame.startY;
+        turn.aboutCentre = keepSize != 0;
+        DrawTurned(from, to, turn, method, BestTurnLanes());
     }
     *result = turned.Detach();
     return QEL_OK;
