@@ -2,6 +2,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 #include "filter/filter_kernels.h"
 #include "filter/filter_transform.h"
@@ -313,70 +316,127 @@ unsigned char MedianChoice(const unsigned char* const* keyRows, size_t n) {
     return static_cast<unsigned char>(v);
 }
 
-// 3 x 3 and 5 x 5 medians of 24- and 32-bit images: keys computed once per
-// pixel into rolling rows, the chosen position of every interior output found
-// from them, then the whole colour (alpha too) copied. The border goes pixel by
-// pixel through MedianPixel. False when no scratch memory could be had.
+// Keys of one row of pixels, top bit flipped by `flip`: the scalar loop.
+template <int kBytes>
+void RowKeys(const unsigned char* p, size_t count, unsigned char flip, unsigned char* to) {
+    for (size_t x = 0; x < count; ++x, p += kBytes)
+        to[x] = static_cast<unsigned char>(((117 * p[0] + 601 * p[1] + 306 * p[2]) >> 10) ^ flip);
+}
+
+#if defined(__x86_64__)
+// The same eight pixels at a time: blue and green paired and multiplied-added
+// in 16-bit lanes, red alone, the 32-bit sums shifted and narrowed to bytes.
+// Loads stay within the row's own pixel bytes. Returns how many keys it made.
+template <int kBytes>
+__attribute__((target("avx2"))) size_t RowKeysAvx2(const unsigned char* p, size_t count, unsigned char flip,
+                                                   unsigned char* to) {
+    constexpr int b = kBytes;
+    const __m128i blueGreen4 = _mm_setr_epi8(0, -1, 1, -1, b, -1, b + 1, -1, 2 * b, -1, 2 * b + 1, -1, 3 * b, -1,
+                                             3 * b + 1, -1);
+    const __m128i red4 = _mm_setr_epi8(2, -1, -1, -1, b + 2, -1, -1, -1, 2 * b + 2, -1, -1, -1, 3 * b + 2, -1, -1, -1);
+    const __m256i blueGreen = _mm256_broadcastsi128_si256(blueGreen4);
+    const __m256i red = _mm256_broadcastsi128_si256(red4);
+    const __m256i blueGreenWeights = _mm256_set1_epi32(117 | (601 << 16));
+    const __m256i redWeights = _mm256_set1_epi32(306);
+    const __m256i lowBytes = _mm256_broadcastsi128_si256(
+        _mm_setr_epi8(0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1));
+    const __m256i flips = _mm256_set1_epi8(static_cast<char>(flip));
+    // The second load of each step reads 16 bytes from pixel 4 on.
+    const size_t readEnd = static_cast<size_t>(4 * kBytes + 16);
+    const size_t rowBytes = count * kBytes;
+    size_t x = 0;
+    for (; x + 8 <= count && x * kBytes + readEnd <= rowBytes; x += 8, p += 8 * kBytes) {
+        const __m256i pixels = _mm256_inserti128_si256(
+            _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))),
+            _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4 * kBytes)), 1);
+        const __m256i sums = _mm256_add_epi32(_mm256_madd_epi16(_mm256_shuffle_epi8(pixels, blueGreen), blueGreenWeights),
+                                              _mm256_madd_epi16(_mm256_shuffle_epi8(pixels, red), redWeights));
+        const __m256i keys = _mm256_shuffle_epi8(_mm256_srli_epi32(sums, 10), lowBytes);
+        const __m256i packed = _mm256_permutevar8x32_epi32(keys, _mm256_setr_epi32(0, 4, 0, 0, 0, 0, 0, 0));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(to + x),
+                         _mm256_castsi256_si128(_mm256_xor_si256(packed, flips)));
+    }
+    return x;
+}
+#endif
+
+// 3 x 3 and 5 x 5 medians of 24- and 32-bit images. Keys are computed once
+// per pixel into rolling rows padded with the outside key on every side, the
+// chosen window position of every output is found from them, and the whole
+// colour (alpha too) is copied from there. Only when that position lies
+// outside the image (the middle key is the outside key) is the pixel worked
+// out again by MedianPixel. False when no scratch memory could be had.
 template <class Kind, int kSize>
 bool MedianColour(const ImageView& src, const ImageView& dst, FilterPath path) {
     constexpr int kBytes = Kind::kBytes, kHalf = kSize / 2, kCount = kSize * kSize;
     constexpr unsigned char kFlip = kSize == 3 ? 0 : 0x80;
     const int width = src.width, height = src.height;
-    const size_t w = static_cast<size_t>(width);
-    unsigned char* scratch = static_cast<unsigned char*>(std::malloc((kSize + 1) * w + 64));
+    const size_t w = static_cast<size_t>(width), padded = w + 2 * kHalf;
+    unsigned char* scratch = static_cast<unsigned char*>(std::malloc(kSize * padded + w + 64));
     if (scratch == nullptr) return false;
     const uint32_t outside = OutsideColor(src);
-    for (int y = 0; y < height; ++y) {
-        const bool borderRow = y < kHalf || y >= height - kHalf;
-        for (int x = 0; x < width; ++x) {
-            if (!borderRow && x == kHalf && width > 2 * kHalf) x = width - kHalf;
-            Kind::Write(dst, x, y, MedianPixel<Kind, kSize>(src, outside, x, y));
-        }
-    }
+    const unsigned char outsideKey = static_cast<unsigned char>(ColorKey(outside) ^ kFlip);
+    const bool wide = path == FilterPath::Fast && kHasAvx2;
+    const bool vectorise = path == FilterPath::Fast || path == FilterPath::Baseline;
+
     unsigned char* keys[kSize];
-    for (int r = 0; r < kSize; ++r) keys[r] = scratch + static_cast<size_t>(r) * w;
-    unsigned char* choices = scratch + kSize * w;
+    for (int r = 0; r < kSize; ++r) keys[r] = scratch + static_cast<size_t>(r) * padded;
+    unsigned char* choices = scratch + kSize * padded;
     auto computeKeys = [&](int y, unsigned char* to) {
-        const unsigned char* p = src.Row(y);
-        for (size_t x = 0; x < w; ++x, p += kBytes)
-            to[x] = static_cast<unsigned char>(((117 * p[0] + 601 * p[1] + 306 * p[2]) >> 10) ^ kFlip);
+        std::memset(to, outsideKey, padded);
+        if (y < 0 || y >= height) return;
+        const unsigned char* row = src.Row(y);
+        size_t done = 0;
+#if defined(__x86_64__)
+        if (wide) done = RowKeysAvx2<kBytes>(row, w, kFlip, to + kHalf);
+#endif
+        RowKeys<kBytes>(row + done * kBytes, w - done, kFlip, to + kHalf + done);
     };
-    if (width < kSize || height < kSize) {
-        std::free(scratch);
-        return true;
-    }
-    for (int r = 0; r + 1 < kSize; ++r) computeKeys(r, keys[r]);
-    // Offsets of the window positions from the centre pixel.
+    auto chooseSteps = [&](const unsigned char* const* rows, size_t lanes, unsigned char* to) {
+        if (lanes == 32) return kSize == 3 ? Median3ChoicesAvx2(rows, lanes, to) : Median5ChoicesAvx2(rows, lanes, to);
+        return kSize == 3 ? Median3Choices<KeyLanes16>(rows, lanes, to) : Median5Choices<RankLanes16>(rows, lanes, to);
+    };
+    for (int r = 0; r + 1 < kSize; ++r) computeKeys(r - kHalf, keys[r]);
+    // Offsets of the window positions from the output pixel.
     ptrdiff_t offsets[kCount];
     for (int v = 0; v < kCount; ++v)
         offsets[v] = static_cast<ptrdiff_t>(v % kSize - kHalf) * src.stride + (v / kSize - kHalf) * kBytes;
-    const size_t outputs = w - 2 * kHalf;
-    for (int y = kHalf; y + kHalf < height; ++y) {
+
+    for (int y = 0; y < height; ++y) {
         computeKeys(y + kHalf, keys[kSize - 1]);
         size_t done = 0;
-        if (path == FilterPath::Fast && kHasAvx2)
-            done = kSize == 3 ? Median3ChoicesAvx2(keys, outputs, choices) : Median5ChoicesAvx2(keys, outputs, choices);
-        else if (path == FilterPath::Fast || path == FilterPath::Baseline)
-            done = kSize == 3 ? Median3Choices<KeyLanes16>(keys, outputs, choices)
-                              : Median5Choices<RankLanes16>(keys, outputs, choices);
-        if (done > 0 && done < outputs) {
-            // The last outputs as one more full step ending at the row's end;
-            // the outputs it repeats come out the same.
-            const size_t lanes = done >= 32 && kHasAvx2 && path == FilterPath::Fast ? 32 : 16;
-            const unsigned char* tail[kSize];
-            for (int r = 0; r < kSize; ++r) tail[r] = keys[r] + (outputs - lanes);
-            unsigned char* to = choices + (outputs - lanes);
-            if (lanes == 32)
-                kSize == 3 ? Median3ChoicesAvx2(tail, lanes, to) : Median5ChoicesAvx2(tail, lanes, to);
+        const size_t lanes = wide ? 32 : 16;
+        if (vectorise && w >= lanes) {
+            if (wide)
+                done = kSize == 3 ? Median3ChoicesAvx2(keys, w, choices) : Median5ChoicesAvx2(keys, w, choices);
             else
-                kSize == 3 ? Median3Choices<KeyLanes16>(tail, lanes, to) : Median5Choices<RankLanes16>(tail, lanes, to);
-            done = outputs;
+                done = kSize == 3 ? Median3Choices<KeyLanes16>(keys, w, choices)
+                                  : Median5Choices<RankLanes16>(keys, w, choices);
+            if (done < w) {
+                // The last outputs as one more full step ending at the row's
+                // end; the outputs it repeats come out the same.
+                const unsigned char* tail[kSize];
+                for (int r = 0; r < kSize; ++r) tail[r] = keys[r] + (w - lanes);
+                chooseSteps(tail, lanes, choices + (w - lanes));
+                done = w;
+            }
         }
-        for (size_t n = done; n < outputs; ++n) choices[n] = MedianChoice<kSize>(keys, n);
-        unsigned char* out = dst.Row(y) + kHalf * kBytes;
-        const unsigned char* centre = src.Row(y) + kHalf * kBytes;
-        for (size_t n = 0; n < outputs; ++n, out += kBytes, centre += kBytes)
-            std::memcpy(out, centre + offsets[choices[n]], kBytes);
+        for (size_t n = done; n < w; ++n) choices[n] = MedianChoice<kSize>(keys, n);
+
+        unsigned char* out = dst.Row(y);
+        const unsigned char* at = src.Row(y);
+        const bool borderRow = y < kHalf || y >= height - kHalf;
+        for (int x = 0; x < width; ++x, out += kBytes, at += kBytes) {
+            const int v = choices[x];
+            if (borderRow || x < kHalf || x >= width - kHalf) {
+                const int sx = x - kHalf + v / kSize, sy = y - kHalf + v % kSize;
+                if (sx < 0 || sy < 0 || sx >= width || sy >= height) {
+                    Kind::Write(dst, x, y, MedianPixel<Kind, kSize>(src, outside, x, y));
+                    continue;
+                }
+            }
+            std::memcpy(out, at + offsets[v], kBytes);
+        }
         std::rotate(keys, keys + 1, keys + kSize);
     }
     std::free(scratch);
