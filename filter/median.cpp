@@ -423,19 +423,29 @@ bool MedianColour(const ImageView& src, const ImageView& dst, FilterPath path) {
         }
         for (size_t n = done; n < w; ++n) choices[n] = MedianChoice<kSize>(keys, n);
 
-        unsigned char* out = dst.Row(y);
-        const unsigned char* at = src.Row(y);
-        const bool borderRow = y < kHalf || y >= height - kHalf;
-        for (int x = 0; x < width; ++x, out += kBytes, at += kBytes) {
+        unsigned char* const out = dst.Row(y);
+        const unsigned char* const at = src.Row(y);
+        auto copyChecked = [&](int x) {
             const int v = choices[x];
-            if (borderRow || x < kHalf || x >= width - kHalf) {
-                const int sx = x - kHalf + v / kSize, sy = y - kHalf + v % kSize;
-                if (sx < 0 || sy < 0 || sx >= width || sy >= height) {
-                    Kind::Write(dst, x, y, MedianPixel<Kind, kSize>(src, outside, x, y));
-                    continue;
-                }
-            }
-            std::memcpy(out, at + offsets[v], kBytes);
+            const int sx = x - kHalf + v / kSize, sy = y - kHalf + v % kSize;
+            if (sx < 0 || sy < 0 || sx >= width || sy >= height)
+                Kind::Write(dst, x, y, MedianPixel<Kind, kSize>(src, outside, x, y));
+            else
+                std::memcpy(out + x * kBytes, at + x * kBytes + offsets[v], kBytes);
+        };
+        if (y < kHalf || y >= height - kHalf || width <= 2 * kHalf) {
+            for (int x = 0; x < width; ++x) copyChecked(x);
+        } else {
+            // Interior: whole 4-byte words, the fourth byte of a 24-bit pixel
+            // landing on the next output, written after it. Stopping one short
+            // of the last interior output keeps the reads inside the row.
+            constexpr int kWord = 4;
+            int x = kHalf;
+            for (; x < width - kHalf - 1; ++x)
+                std::memcpy(out + x * kBytes, at + x * kBytes + offsets[choices[x]], kWord);
+            for (; x < width - kHalf; ++x) std::memcpy(out + x * kBytes, at + x * kBytes + offsets[choices[x]], kBytes);
+            for (x = 0; x < kHalf; ++x) copyChecked(x);
+            for (x = width - kHalf; x < width; ++x) copyChecked(x);
         }
         std::rotate(keys, keys + 1, keys + kSize);
     }
