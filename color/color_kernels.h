@@ -124,7 +124,13 @@ private:
 // after it (so the last two pixels of a row read past its width); 24 and 32
 // bits: the channel mean in all three channels, alpha copied. Other bit counts
 // write nothing.
-void WriteGreyInto(const ImageView& source, const ImageView& grey);
+enum class GreyLanes {
+    Scalar,  // one pixel at a time
+    Vector   // 24 bits: eight pixels a step with SSSE3 byte shuffles; 32 bits: four with SSE2
+};
+// Vector where the processor has SSSE3, else Scalar.
+GreyLanes BestGreyLanes();
+void WriteGreyInto(const ImageView& source, const ImageView& grey, GreyLanes lanes = BestGreyLanes());
 
 // ---- Alpha ------------------------------------------------------------------
 // Stores `alpha` in byte 3 of every 4-byte step of a 4 x width span per row,

@@ -1,0 +1,72 @@
+// Grey conversion: the vector rows against the one-pixel-at-a-time loop, and
+// the multiply that stands for the division by three over every channel sum.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "color/color_kernels.h"
+#include "support/test_image.h"
+
+namespace {
+
+using qeltest::BufferImage;
+
+std::vector<unsigned char> Grey(BufferImage* source, color::GreyLanes lanes, int padding) {
+    const ImageView from = ReadImageView(source);
+    BufferImage* dest = BufferImage::Make(from.width, from.height, from.bitCount, QEL_MODEL_BGR, padding);
+    color::WriteGreyInto(from, ReadImageView(dest), lanes);
+    EXPECT_TRUE(dest->GuardsIntact());
+    std::vector<unsigned char> bytes = qeltest::PixelBytes(dest);
+    dest->Release();
+    return bytes;
+}
+
+TEST(GreyVectorRows, GiveTheScalarBytesForEveryWidth) {
+    if (color::BestGreyLanes() != color::GreyLanes::Vector) GTEST_SKIP() << "no SSSE3 on this processor";
+    uint32_t seed = 7;
+    for (int bitCount : {24, 32}) {
+        for (int width = 1; width <= 40; ++width) {
+            const int height = 1 + width % 5;
+            BufferImage* source =
+                BufferImage::Make(width, height, bitCount, QEL_MODEL_BGR, static_cast<int>(seed % 4), (seed & 1) != 0);
+            source->FillRandom(seed++);
+            const std::vector<unsigned char> expected = Grey(source, color::GreyLanes::Scalar, 0);
+            const std::vector<unsigned char> actual = Grey(source, color::GreyLanes::Vector, 3);
+            ASSERT_EQ(actual, expected) << bitCount << "-bit width " << width << "\n"
+                                        << qeltest::HexRows(actual, static_cast<size_t>(width) * bitCount / 8);
+            EXPECT_TRUE(source->GuardsIntact());
+            source->Release();
+        }
+    }
+}
+
+// One pixel per channel sum 0..765: every quotient of the division by three
+// the vector rows can meet, with alpha carried through at 32 bits.
+TEST(GreyVectorRows, EveryChannelSumGivesItsExactThird) {
+    for (int bitCount : {24, 32}) {
+        const int bytes = bitCount / 8, width = 766;
+        BufferImage* source = BufferImage::Make(width, 1, bitCount, QEL_MODEL_BGR);
+        unsigned char* row = source->Row(0);
+        for (int sum = 0; sum < width; ++sum) {
+            row[sum * bytes + 0] = static_cast<unsigned char>(sum > 255 ? 255 : sum);
+            row[sum * bytes + 1] = static_cast<unsigned char>(sum > 510 ? 255 : sum > 255 ? sum - 255 : 0);
+            row[sum * bytes + 2] = static_cast<unsigned char>(sum > 510 ? sum - 510 : 0);
+            if (bytes == 4) row[sum * bytes + 3] = static_cast<unsigned char>(sum * 7);
+        }
+        for (color::GreyLanes lanes : {color::GreyLanes::Scalar, color::GreyLanes::Vector}) {
+            const std::vector<unsigned char> grey = Grey(source, lanes, 0);
+            for (int sum = 0; sum < width; ++sum) {
+                const unsigned char third = static_cast<unsigned char>(sum / 3);
+                ASSERT_EQ(grey[sum * bytes + 0], third) << "sum " << sum;
+                ASSERT_EQ(grey[sum * bytes + 1], third) << "sum " << sum;
+                ASSERT_EQ(grey[sum * bytes + 2], third) << "sum " << sum;
+                if (bytes == 4) {
+                    ASSERT_EQ(grey[sum * bytes + 3], static_cast<unsigned char>(sum * 7));
+                }
+            }
+        }
+        source->Release();
+    }
+}
+
+}  // namespace
