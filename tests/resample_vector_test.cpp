@@ -1,11 +1,12 @@
 // Kernel interpolation of a grid: the AVX2 sums against the one-pixel-at-a-
 // time sampler, byte for byte, on random images of both depths, odd sizes
-// and strides.
+// and strides; the halving box rows against their scalar loop.
 #include <gtest/gtest.h>
 
 #include <vector>
 
 #include "support/test_image.h"
+#include "transform/box_rows.h"
 #include "transform/kernel_grid.h"
 
 namespace {
@@ -72,6 +73,54 @@ TEST(ResampleVectorSteps, ClampedSumsMatchOnHardEdges) {
             EXPECT_EQ(Grid(source, c, method, GridLanes::Avx2, 0), expected) << bitCount << " method " << method;
         }
         source->Release();
+    }
+}
+
+// Rows of every width up to 60 output pixels (whole steps, partial steps and
+// none), read from the two rows of a 2-row source that ends at its guards.
+TEST(ResampleVectorSteps, HalvingRowsGiveTheScalarBytes) {
+    if (BestBoxLanes() != BoxLanes::Ssse3) GTEST_SKIP() << "no SSSE3 on this processor";
+    uint32_t seed = 3;
+    for (int bytes : {1, 3, 4}) {
+        for (int width = 1; width <= 60; ++width) {
+            BufferImage* source = BufferImage::Make(2 * width, 2, 8 * bytes, QEL_MODEL_BGR, 0, (seed & 1) != 0);
+            source->FillRandom(seed++);
+            std::vector<ptrdiff_t> starts(static_cast<size_t>(width));
+            for (int x = 0; x < width; ++x) starts[static_cast<size_t>(x)] = static_cast<ptrdiff_t>(2) * x * bytes;
+            ASSERT_TRUE(BlocksFollowEachOther(starts.data(), width, bytes));
+            std::vector<unsigned char> expected(static_cast<size_t>(width) * bytes, 0x5A), actual = expected;
+            HalveRow(source->Row(0), source->Row(1), starts.data(), expected.data(), width, bytes, BoxLanes::Scalar);
+            HalveRow(source->Row(0), source->Row(1), starts.data(), actual.data(), width, bytes, BoxLanes::Ssse3);
+            ASSERT_EQ(actual, expected) << bytes << " bytes, width " << width;
+            EXPECT_TRUE(source->GuardsIntact());
+            source->Release();
+        }
+    }
+    // Blocks that overlap or skip are not a run of neighbours.
+    const ptrdiff_t overlapping[] = {0, 3, 6}, skipping[] = {0, 6, 15};
+    EXPECT_FALSE(BlocksFollowEachOther(overlapping, 3, 3));
+    EXPECT_FALSE(BlocksFollowEachOther(skipping, 3, 3));
+}
+
+// Four bytes of 255 sum to 1020, the largest sum a 16-bit lane holds here; the
+// mean stays 255, and 1 + 1 + 1 + 0 truncates to 0.
+TEST(ResampleVectorSteps, HalvingRowsAtTheExtremes) {
+    const int width = 24;
+    std::vector<unsigned char> top(2 * width * 3, 255), bottom(2 * width * 3, 255);
+    for (size_t n = 0; n < top.size(); n += 6) {
+        top[n] = bottom[n] = bottom[n + 3] = 1;
+        top[n + 3] = 0;
+    }
+    std::vector<ptrdiff_t> starts(width);
+    for (int x = 0; x < width; ++x) starts[static_cast<size_t>(x)] = 6 * x;
+    for (BoxLanes lanes : {BoxLanes::Scalar, BestBoxLanes()}) {
+        std::vector<unsigned char> out(width * 3, 0x5A);
+        HalveRow(top.data(), bottom.data(), starts.data(), out.data(), width, 3, lanes);
+        for (int x = 0; x < width; ++x) {
+            EXPECT_EQ(out[3 * x], 0) << x;
+            EXPECT_EQ(out[3 * x + 1], 255) << x;
+            EXPECT_EQ(out[3 * x + 2], 255) << x;
+        }
     }
 }
 

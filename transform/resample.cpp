@@ -15,6 +15,7 @@
 
 #include "image/image_view.h"
 #include "module/host_services.h"
+#include "transform/box_rows.h"
 #include "transform/kernel_grid.h"
 #include "transform/image_transform.h"
 
@@ -53,8 +54,8 @@ void NearestCopy(const ImageView& source, const ImageView& dest, float xScale, f
 // floored position; the fractional part of the scale is dropped. Bytes 0-2
 // (or byte 0 of a one-byte pixel) are written; a fourth byte stays as created.
 // The block columns are the same for every row, so they are found once; a
-// 2 x 2 block (halving) has its own unrolled loop, whose sum / 4 is the shift
-// an unsigned division by 4 is.
+// 2 x 2 block (halving) has its own row step, whose sum / 4 is the shift an
+// unsigned division by 4 is.
 template <int kBytes>
 void BoxAverage(const ImageView& source, const ImageView& dest, float xScale, float yScale) {
     constexpr int kChannels = kBytes == 1 ? 1 : 3;
@@ -65,20 +66,14 @@ void BoxAverage(const ImageView& source, const ImageView& dest, float xScale, fl
         for (int x = 0; x < dest.width; ++x)
             starts[x] = static_cast<ptrdiff_t>(ScaledIndex(x, xScale, source.width - blockWidth)) * kBytes;
     const bool halving = starts && blockWidth == 2 && blockHeight == 2;
+    const BoxLanes halvingLanes =
+        halving && BlocksFollowEachOther(starts.get(), dest.width, kBytes) ? BestBoxLanes() : BoxLanes::Scalar;
     for (int y = 0; y < dest.height; ++y) {
         const float sy = static_cast<float>(ScaledIndex(y, yScale, source.height - blockHeight));
         const unsigned char* blockRow = source.bits + SourceRowOffset(source, sy, blockHeight);
         unsigned char* to = dest.Row(y);
         if (halving) {
-            const unsigned char* below = blockRow + source.stride;
-            for (int x = 0; x < dest.width; ++x, to += kBytes) {
-                const unsigned char* top = blockRow + starts[x];
-                const unsigned char* bottom = below + starts[x];
-                for (int channel = 0; channel < kChannels; ++channel)
-                    to[channel] = static_cast<unsigned char>(
-                        (static_cast<unsigned int>(top[channel]) + top[channel + kBytes] + bottom[channel] +
-                         bottom[channel + kBytes]) >> 2);
-            }
+            HalveRow(blockRow, blockRow + source.stride, starts.get(), to, dest.width, kBytes, halvingLanes);
             continue;
         }
         for (int x = 0; x < dest.width; ++x, to += kBytes) {
