@@ -1,4 +1,6 @@
 // Orientation: Flip, Mirror, FlipBits, FlipImageAndBits and the quarter turns of Rotate4.
+#include <immintrin.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -23,12 +25,32 @@ void FlipRows(const ImageView& source, const ImageView& dest) {
     for (int i = 0; i < source.height; ++i) std::memcpy(dest.Row(i), source.Row(source.height - 1 - i), rowBytes);
 }
 
+// 3-byte pixels, four a step: a 16-byte load ending at the last byte of the
+// step's first source pixel, its last 12 bytes shuffled into reverse pixel
+// order and stored whole; the 4 bytes past the step land on the next pixels,
+// which the following steps or the caller's loop write again. Runs while at
+// least 6 pixels remain, so neither the load nor the store leaves the row.
+// Returns the pixels done.
+__attribute__((target("ssse3"))) int MirrorRow24Ssse3(const unsigned char* row, unsigned char* to, int width) {
+    const __m128i reverse = _mm_setr_epi8(13, 14, 15, 10, 11, 12, 7, 8, 9, 4, 5, 6, 0, 0, 0, 0);
+    int x = 0;
+    for (; x + 6 <= width; x += 4, to += 12) {
+        const unsigned char* last = row + static_cast<ptrdiff_t>(width - 1 - x) * 3 + 2;
+        const __m128i pixels = _mm_loadu_si128(reinterpret_cast<const __m128i*>(last - 15));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm_shuffle_epi8(pixels, reverse));
+    }
+    return x;
+}
+
+const bool kHasSsse3 = __builtin_cpu_supports("ssse3");
+
 template <int kBytes>
 void MirrorRows(const ImageView& source, const ImageView& dest) {
     for (int y = 0; y < source.height; ++y) {
-        const unsigned char* from = source.Row(y) + static_cast<ptrdiff_t>(source.width - 1) * kBytes;
-        unsigned char* to = dest.Row(y);
-        for (int x = 0; x < source.width; ++x, from -= kBytes, to += kBytes) std::memcpy(to, from, kBytes);
+        const int done = kBytes == 3 && kHasSsse3 ? MirrorRow24Ssse3(source.Row(y), dest.Row(y), source.width) : 0;
+        const unsigned char* from = source.Row(y) + static_cast<ptrdiff_t>(source.width - 1 - done) * kBytes;
+        unsigned char* to = dest.Row(y) + static_cast<ptrdiff_t>(done) * kBytes;
+        for (int x = done; x < source.width; ++x, from -= kBytes, to += kBytes) std::memcpy(to, from, kBytes);
     }
 }
 
