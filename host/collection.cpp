@@ -11,12 +11,6 @@
 namespace qelhost {
 namespace {
 
-std::wstring ToWide(tagREFString text) {
-    const uint32_t length = static_cast<uint32_t>(text.length);
-    if (length == 0 || text.text == nullptr) return std::wstring();
-    return std::wstring(text.text, length);
-}
-
 class ComponentCollection final : public IComponentCollection {
 public:
     QELHOST_REFCOUNT_METHODS
@@ -93,7 +87,7 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         if (index < 0 || static_cast<size_t>(index) >= items_.size()) return QEL_E_INVALIDARG;
         const std::wstring& text = items_[static_cast<size_t>(index)].name;
-        *name = tagREFString{text.size(), text.c_str()};
+        *name = ToREF(text);
         return QEL_OK;
     }
 

@@ -32,6 +32,16 @@ private:                                                                \
                                                                         \
 public:
 
+// Copies a counted string (only the low 32 bits of its length count).
+inline std::wstring ToWide(tagREFString text) {
+    const uint32_t length = static_cast<uint32_t>(text.length);
+    if (length == 0 || text.text == nullptr) return std::wstring();
+    return std::wstring(text.text, length);
+}
+
+// A counted view of a string's text, valid while the string is unchanged.
+inline tagREFString ToREF(const std::wstring& text) { return tagREFString{text.size(), text.c_str()}; }
+
 // Hands `object` out through `out` with one new reference.
 template <class I>
 QResult HandOut(I* object, void** out) {

@@ -9,14 +9,6 @@
 namespace qelhost {
 namespace {
 
-std::wstring ToWide(tagREFString text) {
-    const uint32_t length = static_cast<uint32_t>(text.length);
-    if (length == 0 || text.text == nullptr) return std::wstring();
-    return std::wstring(text.text, length);
-}
-
-tagREFString ToREF(const std::wstring& text) { return tagREFString{text.size(), text.c_str()}; }
-
 // The text, reference count and interface lookup shared by both string
 // kinds; `Interface` is ICreatableString or IComponentString.
 template <class Interface>
