@@ -2,8 +2,7 @@
 // the two exports exactly as a host uses them.
 #include <gtest/gtest.h>
 
-#include <atomic>
-
+#include "support/forwarding_collection.h"
 #include "support/test_image.h"
 
 namespace {
@@ -138,41 +137,15 @@ TEST(GetName, ReturnsTheStaticObjectNameForAnyIndex) {
     EXPECT_EQ(name.length, 9u);
 }
 
-// A collection that only counts references, to watch what the module keeps.
-class CountingCollection final : public IComponentCollection {
-public:
-    std::atomic<int> refs{1};
-    QResult QueryInterface(const IID&, void** object) override {
-        *object = nullptr;
-        return QEL_E_NOINTERFACE;
-    }
-    uint32_t AddRef() override { return static_cast<uint32_t>(++refs); }
-    uint32_t Release() override { return static_cast<uint32_t>(--refs); }
-    QResult GetCount(int*) override { return QEL_E_NOTIMPL; }
-    QResult GetItem(int, IUnknown**) override { return QEL_E_NOTIMPL; }
-    QResult FindItem(IString*, int*) override { return QEL_E_NOTIMPL; }
-    QResult AddItem(tagREFString, IUnknown*, int*) override { return QEL_E_NOTIMPL; }
-    QResult RemoveItem(int) override { return QEL_E_NOTIMPL; }
-    QResult GetItemName(int, tagREFString*) override { return QEL_E_NOTIMPL; }
-    QResult RegisterComponent(tagREFString, tagREFString, tagREFString) override { return QEL_E_NOTIMPL; }
-    QResult Reserved10() override { return QEL_E_NOTIMPL; }
-    QResult Reserved11() override { return QEL_E_NOTIMPL; }
-    QResult Reserved12() override { return QEL_E_NOTIMPL; }
-    QResult Reserved13() override { return QEL_E_NOTIMPL; }
-    QResult Reserved14() override { return QEL_E_NOTIMPL; }
-    QResult Reserved15() override { return QEL_E_NOTIMPL; }
-    QResult CreateComponent(tagREFString, const IID*, void**) override { return QEL_E_NOTIMPL; }
-};
-
 TEST(InitializeModule, KeepsExactlyOneReferenceToTheCollection) {
     QELInitializeModuleFn initialize = TestHost().ModuleInitialize();
-    CountingCollection collection;
+    qeltest::ForwardingCollection collection;
     EXPECT_EQ(initialize(nullptr, &collection), QEL_OK);
     EXPECT_EQ(collection.refs, 2);
     EXPECT_EQ(initialize(nullptr, &collection), QEL_OK);
     EXPECT_EQ(collection.refs, 2) << "handing the same collection over twice must not leak or drop";
 
-    CountingCollection other;
+    qeltest::ForwardingCollection other;
     EXPECT_EQ(initialize(reinterpret_cast<void*>(0xdead), &other), QEL_OK);
     EXPECT_EQ(collection.refs, 1);
     EXPECT_EQ(other.refs, 2);

@@ -14,6 +14,7 @@
 
 #include "module/host_services.h"
 #include "module/iids.h"
+#include "support/forwarding_collection.h"
 #include "support/test_image.h"
 
 extern "C" QResult InitializeModule(void* reserved, IComponentCollection* collection);
@@ -151,46 +152,10 @@ TEST(ModuleCreateFunction, LoadsASiblingAndAsksItForTheComponent) {
     EXPECT_EQ(result.output, "");
 }
 
-// Forwards to the runtime's collection and counts the lookups the module makes.
-class CountingProxy final : public IComponentCollection {
-public:
-    explicit CountingProxy(IComponentCollection* inner) : inner_(inner) {}
-    std::atomic<int> findItemCalls{0};
-    std::atomic<int> createComponentCalls{0};
-    QResult QueryInterface(const IID& iid, void** object) override { return inner_->QueryInterface(iid, object); }
-    uint32_t AddRef() override { return 2; }
-    uint32_t Release() override { return 1; }
-    QResult GetCount(int* count) override { return inner_->GetCount(count); }
-    QResult GetItem(int index, IUnknown** item) override { return inner_->GetItem(index, item); }
-    QResult FindItem(IString* name, int* index) override {
-        ++findItemCalls;
-        return inner_->FindItem(name, index);
-    }
-    QResult AddItem(tagREFString n, IUnknown* i, int* x) override { return inner_->AddItem(n, i, x); }
-    QResult RemoveItem(int index) override { return inner_->RemoveItem(index); }
-    QResult GetItemName(int index, tagREFString* name) override { return inner_->GetItemName(index, name); }
-    QResult RegisterComponent(tagREFString n, tagREFString m, tagREFString c) override {
-        return inner_->RegisterComponent(n, m, c);
-    }
-    QResult Reserved10() override { return QEL_E_NOTIMPL; }
-    QResult Reserved11() override { return QEL_E_NOTIMPL; }
-    QResult Reserved12() override { return QEL_E_NOTIMPL; }
-    QResult Reserved13() override { return QEL_E_NOTIMPL; }
-    QResult Reserved14() override { return QEL_E_NOTIMPL; }
-    QResult Reserved15() override { return QEL_E_NOTIMPL; }
-    QResult CreateComponent(tagREFString name, const IID* iid, void** object) override {
-        ++createComponentCalls;
-        return inner_->CreateComponent(name, iid, object);
-    }
-
-private:
-    IComponentCollection* inner_;
-};
-
 TEST(CreateImageDIB, ResolvesTheLocatorOnceAndMakesDistinctImages) {
     IComponentCollection* host = qeltest::TestHost().Collection();
     const ChildResult result = RunInChild([&] {
-        CountingProxy proxy(host);
+        qeltest::ForwardingCollection proxy(host);
         InitializeModule(nullptr, &proxy);
         SmartPtr<IQELImageDIB> first = NewImageDIB();
         SmartPtr<IQELImageDIB> second = NewImageDIB();
