@@ -5,6 +5,9 @@
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 #include "filter/filter_kernels.h"
 #include "filter/filter_transform.h"
@@ -66,6 +69,9 @@ struct ShortSums {
     int shift = 0;
     bool divides = false;
     int16_t offset = 0;
+    // No negative weight: every sum is at least 0, so the division needs no
+    // sign handling.
+    bool nonNegative = false;
     // A kernel that is a column of integers times a row of integers (weight
     // j, i = columnFactors[j] * rowFactors[i]) is summed down the columns first,
     // then across: the same integer sum, with 2 x size taps instead of size².
@@ -106,6 +112,7 @@ struct ShortSums {
         if (low < -32768 || high > 32767) return;
         if (finish.offset < -32768 || finish.offset > 32767) return;
         offset = static_cast<int16_t>(finish.offset);
+        nonNegative = low == 0;
         FindFactors(kernel, size);
         const int64_t largest = high > -low ? high : -low;
         if (finish.divisor == 0 || finish.divisor == 1) {
@@ -234,6 +241,83 @@ size_t ConvolveLanesVector(const unsigned char* const* tapRows, int size, int by
 }
 #endif
 
+#if defined(__x86_64__)
+// The separable form 32 lanes a step with AVX2, chosen at run time. Same sums
+// in the same 16-bit lanes as ConvolveSeparableVector. Each pass's last step
+// ends at its last lane, recomputing a few lanes with the same values, so no
+// scalar tail is left; it needs at least 32 output lanes and returns how many
+// it took (all or none). kSize fixes the window at compile time, 0 takes `size`.
+__attribute__((target("avx2"))) inline __m256i ScaledAvx2(__m256i lanes, int16_t factor) {
+    if (factor == 1) return lanes;
+    if (factor == 2) return _mm256_add_epi16(lanes, lanes);
+    return _mm256_mullo_epi16(lanes, _mm256_set1_epi16(factor));
+}
+
+__attribute__((target("avx2"))) inline __m256i WidenedAvx2(const unsigned char* p) {
+    return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+}
+
+template <int kSize>
+__attribute__((target("avx2"))) size_t ConvolveSeparableAvx2(const unsigned char* const* tapRows, int runtimeSize,
+                                                              int bytesPerPixel, size_t lanes, const ShortSums& plan,
+                                                              int16_t* columns, unsigned char* out) {
+    const int size = kSize != 0 ? kSize : runtimeSize;
+    if (lanes < 32) return 0;
+    const size_t reach = lanes + static_cast<size_t>(size - 1) * bytesPerPixel;
+    const __m256i zero = _mm256_setzero_si256();
+    for (size_t n = 0;; n += 32) {
+        if (n + 32 > reach) n = reach - 32;
+        __m256i low = zero, high = zero;
+        for (int j = 0; j < size; ++j) {
+            const int16_t f = plan.columnFactors[j];
+            if (f == 0) continue;
+            low = _mm256_add_epi16(low, ScaledAvx2(WidenedAvx2(tapRows[j] + n), f));
+            high = _mm256_add_epi16(high, ScaledAvx2(WidenedAvx2(tapRows[j] + n + 16), f));
+        }
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(columns + n), low);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(columns + n + 16), high);
+        if (n + 32 == reach) break;
+    }
+    const __m256i multiplier = _mm256_set1_epi16(static_cast<short>(plan.multiplier));
+    const __m128i shift = _mm_cvtsi32_si128(plan.shift);
+    const __m256i offset = _mm256_set1_epi16(plan.offset);
+    const bool divides = plan.divides, nonNegative = plan.nonNegative, offsets = plan.offset != 0;
+    // Without negative weights the sign steps are identities; adding a zero
+    // offset with saturation is one too.
+    auto finish = [&](__m256i sum) __attribute__((target("avx2"))) {
+        if (divides) {
+            if (nonNegative) {
+                sum = _mm256_srl_epi16(_mm256_mulhi_epu16(sum, multiplier), shift);
+            } else {
+                const __m256i sign = _mm256_srai_epi16(sum, 15);
+                __m256i q = _mm256_sub_epi16(_mm256_xor_si256(sum, sign), sign);
+                q = _mm256_srl_epi16(_mm256_mulhi_epu16(q, multiplier), shift);
+                sum = _mm256_sub_epi16(_mm256_xor_si256(q, sign), sign);
+            }
+        }
+        return offsets ? _mm256_adds_epi16(sum, offset) : sum;
+    };
+    for (size_t n = 0;; n += 32) {
+        if (n + 32 > lanes) n = lanes - 32;
+        __m256i low = zero, high = zero;
+        for (int i = 0; i < size; ++i) {
+            const int16_t f = plan.rowFactors[i];
+            if (f == 0) continue;
+            const int16_t* at = columns + static_cast<size_t>(i) * bytesPerPixel + n;
+            low = _mm256_add_epi16(low, ScaledAvx2(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(at)), f));
+            high = _mm256_add_epi16(high,
+                                    ScaledAvx2(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(at + 16)), f));
+        }
+        // The pack interleaves 128-bit halves; the permute puts the bytes back in order.
+        const __m256i packed = _mm256_packus_epi16(finish(low), finish(high));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + n), _mm256_permute4x64_epi64(packed, 0xD8));
+        if (n + 32 == lanes) break;
+    }
+    return lanes;
+}
+const bool kHasAvx2 = __builtin_cpu_supports("avx2");
+#endif
+
 // Interior rows straight from the buffer: every tap adds its weighted row of
 // channel bytes to a row of 32-bit accumulators, a loop the compiler vectorises.
 // For grey images the three channel sums are equal, so one sum per pixel serves.
@@ -241,7 +325,7 @@ size_t ConvolveLanesVector(const unsigned char* const* tapRows, int size, int by
 // scalar loop below finishes the rest; alone, the scalar loop does them all.
 template <int kBytes>
 void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* kernel, int size,
-                      const SumFinisher& finish, Span xs, Span ys, uint32_t* sums, bool vectorise) {
+                      const SumFinisher& finish, Span xs, Span ys, uint32_t* sums, bool vectorise, bool wide) {
     const int half = size / 2;
     const size_t lanes = static_cast<size_t>(xs.Count()) * kBytes;
     const ShortSums plan(kernel, vectorise ? size : 0, finish);
@@ -258,9 +342,15 @@ void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* ker
         if (plan.usable) {
             for (int j = 0; j < size; ++j)
                 tapRows[j] = src.Row(static_cast<int>(y - half + j)) + (xs.first - half) * kBytes;
-            done = plan.separable && columns != nullptr
-                       ? ConvolveSeparableVector(tapRows, size, kBytes, lanes, plan, columns, out)
-                       : ConvolveLanesVector(tapRows, size, kBytes, lanes, plan, out);
+            const bool separable = plan.separable && columns != nullptr;
+#if defined(__x86_64__)
+            if (wide && separable)
+                done = size == 3 ? ConvolveSeparableAvx2<3>(tapRows, size, kBytes, lanes, plan, columns, out)
+                                 : ConvolveSeparableAvx2<0>(tapRows, size, kBytes, lanes, plan, columns, out);
+#endif
+            if (done == 0)
+                done = separable ? ConvolveSeparableVector(tapRows, size, kBytes, lanes, plan, columns, out)
+                                 : ConvolveLanesVector(tapRows, size, kBytes, lanes, plan, out);
         }
 #else
         (void)tapRows;
@@ -298,7 +388,12 @@ void ConvolveView(const ImageView& src, const ImageView& dst, const int* kernel,
 
     Span xs, ys;  // outputs computed on the fast path
     const int bytes = path != FilterPath::General && size > 0 ? DirectPixelBytes(src) : 0;
-    const bool vectorise = path == FilterPath::Fast;
+    const bool vectorise = path == FilterPath::Fast || path == FilterPath::Baseline;
+#if defined(__x86_64__)
+    const bool wide = path == FilterPath::Fast && kHasAvx2;
+#else
+    const bool wide = false;
+#endif
     uint32_t* sums = nullptr;
     if (bytes != 0) {
         xs = InteriorOutputs(size, src.width);
@@ -309,9 +404,9 @@ void ConvolveView(const ImageView& src, const ImageView& dst, const int* kernel,
         if (sums == nullptr) xs = ys = Span{};  // nothing interior, or no memory: all general
     }
     if (sums != nullptr) {
-        if (bytes == 1) ConvolveInterior<1>(src, dst, kernel, size, finish, xs, ys, sums, vectorise);
-        if (bytes == 3) ConvolveInterior<3>(src, dst, kernel, size, finish, xs, ys, sums, vectorise);
-        if (bytes == 4) ConvolveInterior<4>(src, dst, kernel, size, finish, xs, ys, sums, vectorise);
+        if (bytes == 1) ConvolveInterior<1>(src, dst, kernel, size, finish, xs, ys, sums, vectorise, wide);
+        if (bytes == 3) ConvolveInterior<3>(src, dst, kernel, size, finish, xs, ys, sums, vectorise, wide);
+        if (bytes == 4) ConvolveInterior<4>(src, dst, kernel, size, finish, xs, ys, sums, vectorise, wide);
         std::free(sums);
     }
 

@@ -1,6 +1,6 @@
 // Vector steps of the filters against their plain scalar loops and the
-// general path: widths around the 16-lane steps, kernels on both sides of the
-// 16-bit sum limit, every divisor kind, padded and bottom-up rows.
+// general path: widths around the 16- and 32-lane steps, kernels on both sides
+// of the 16-bit sum limit, every divisor kind, padded and bottom-up rows.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -73,7 +73,7 @@ TEST(FilterVectorSteps, ConvolutionMatchesScalarLoops) {
     std::vector<Kernel> all = kernels;
     all.push_back(outer);
     for (int bpp : {8, 24, 32}) {
-        for (int width : {1, 5, 16, 17, 18, 22, 33, 47}) {
+        for (int width : {1, 5, 16, 17, 18, 22, 33, 34, 35, 47, 70}) {
             Owned src(BufferImage::Make(width, 6, bpp, ModelFor(bpp), width % 3, width % 2 == 1));
             src->FillRandom(static_cast<uint32_t>(random()));
             for (const Kernel& k : all) {
