@@ -25,8 +25,10 @@ uint32_t Combine(Extremum extremum, const int low[3], const int high[3], int alp
     }
 }
 
-// One output pixel through the pixel helpers. Every outside neighbour has the
-// same colour, so it is taken into the extremes once when any exists.
+// One output pixel, its inside neighbours read as Kind reads them (AnyPixels:
+// through the pixel helpers). Every outside neighbour has the same colour, so
+// it is taken into the extremes once when any exists.
+template <class Kind>
 uint32_t ExtremumPixel(const ImageView& src, Extremum extremum, int64_t size, uint32_t outside, int64_t x,
                        int64_t y) {
     int low[3] = {255, 255, 255}, high[3] = {0, 0, 0};
@@ -43,9 +45,13 @@ uint32_t ExtremumPixel(const ImageView& src, Extremum extremum, int64_t size, ui
         }
     };
     for (int64_t sx = cols.first; sx <= cols.last; ++sx)
-        for (int64_t sy = rows.first; sy <= rows.last; ++sy) take(NeighbourColor(src, sx, sy));
+        for (int64_t sy = rows.first; sy <= rows.last; ++sy)
+            take(Kind::Read(src, static_cast<int>(sx), static_cast<int>(sy)));
     if (cols.Count() * rows.Count() < size * size) take(outside);
-    const int alpha = AlphaOf(NeighbourColor(src, left + size - 1, top + size - 1));
+    // The alpha is the last neighbour's, the bottom-right one.
+    const int64_t lastX = left + size - 1, lastY = top + size - 1;
+    const bool lastInside = lastX >= 0 && lastY >= 0 && lastX < src.width && lastY < src.height;
+    const int alpha = AlphaOf(lastInside ? Kind::Read(src, static_cast<int>(lastX), static_cast<int>(lastY)) : outside);
     return Combine(extremum, low, high, alpha);
 }
 
@@ -140,14 +146,22 @@ __attribute__((target("avx2"))) size_t MinMax3Avx2(const unsigned char* const ro
 const bool kHasAvx2 = __builtin_cpu_supports("avx2");
 #endif
 
-// Interior rows straight from the buffer, in two exact passes (minimum and
-// maximum do not care about grouping): down the size rows of every channel
-// byte, then across size pixels. Grey images need one channel. With
-// `vectorise`, vector steps take the leading lanes of each pass.
-template <int kBytes>
+// Outputs whose window lies inside the image's columns, every row, straight
+// from the buffer in two exact passes (minimum and maximum do not care about
+// grouping): down the size rows of every channel byte, then across size
+// pixels. Grey images need one channel. Rows above and below the image read
+// `outsideRow`, the outside colour repeated: taken once or many times it
+// gives the same extremes, and its alpha lanes are the outside alpha. With
+// `vectorise`, vector steps take the leading lanes of each pass. After each
+// row, `afterRow(y)` runs while that row's bytes are still in the cache.
+template <int kBytes, class AfterRow>
 void ExtremumInterior(const ImageView& src, const ImageView& dst, Extremum extremum, int size, Span xs,
-                      Span ys, unsigned char* scratch, bool vectorise, bool wide) {
+                      Span ys, unsigned char* scratch, const unsigned char* outsideRow, bool vectorise,
+                      bool wide, AfterRow&& afterRow) {
     const int half = size / 2;
+    auto rowAt = [&](int64_t index) {
+        return index < 0 || index >= src.height ? outsideRow : src.Row(static_cast<int>(index));
+    };
     const size_t rowLanes = static_cast<size_t>(src.width) * kBytes;
     const size_t outLanes = static_cast<size_t>(xs.Count()) * kBytes;
     unsigned char* columnLow = scratch;
@@ -166,29 +180,29 @@ void ExtremumInterior(const ImageView& src, const ImageView& dst, Extremum extre
         size_t columnDone = 0, rowDone = 0;
 #if defined(__x86_64__)
         if (wide && size == 3 && extremum != Extremum::Range) {
-            const unsigned char* const rows[3] = {src.Row(static_cast<int>(y - 1)), src.Row(static_cast<int>(y)),
-                                                  src.Row(static_cast<int>(y + 1))};
+            const unsigned char* const rows[3] = {rowAt(y - 1), rowAt(y), rowAt(y + 1)};
             const size_t done = extremum == Extremum::Minimum ? MinMax3Avx2<kBytes, true>(rows, outLanes, out)
                                                               : MinMax3Avx2<kBytes, false>(rows, outLanes, out);
             if (done == outLanes) {
                 if (kBytes == 4)
                     for (size_t n = 3; n < outLanes; n += 4) out[n] = rows[2][(xs.first + 1) * 4 + n];
+                afterRow(y);
                 continue;
             }
         }
 #endif
 #if defined(__SSE2__)
         if (vectorise) {
-            for (int j = 0; j < size; ++j) windowRows[j] = src.Row(static_cast<int>(y - half + j));
+            for (int j = 0; j < size; ++j) windowRows[j] = rowAt(y - half + j);
             columnDone = size == 3 ? ColumnExtremesVector<3>(windowRows, size, rowLanes, columnLow, columnHigh)
                                    : ColumnExtremesVector<0>(windowRows, size, rowLanes, columnLow, columnHigh);
         }
 #endif
-        first = src.Row(static_cast<int>(y - half));
+        first = rowAt(y - half);
         std::copy(first + columnDone, first + rowLanes, columnLow + columnDone);
         std::copy(first + columnDone, first + rowLanes, columnHigh + columnDone);
         for (int j = 1; j < size; ++j) {
-            const unsigned char* row = src.Row(static_cast<int>(y - half + j));
+            const unsigned char* row = rowAt(y - half + j);
             for (size_t n = columnDone; n < rowLanes; ++n) {
                 columnLow[n] = std::min(columnLow[n], row[n]);
                 columnHigh[n] = std::max(columnHigh[n], row[n]);
@@ -217,10 +231,10 @@ void ExtremumInterior(const ImageView& src, const ImageView& dst, Extremum extre
                                                      : static_cast<unsigned char>(high[n] - low[n]);
         }
         if (kBytes == 4) {
-            const unsigned char* last =
-                src.Row(static_cast<int>(y - half + size - 1)) + (xs.first - half + size - 1) * 4;
+            const unsigned char* last = rowAt(y - half + size - 1) + (xs.first - half + size - 1) * 4;
             for (size_t n = 3; n < outLanes; n += 4) out[n] = last[n];
         }
+        afterRow(y);
     }
 }
 
@@ -258,26 +272,42 @@ void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremu
     unsigned char* scratch = nullptr;
     if (bytes != 0) {
         xs = InteriorOutputs(size, src.width);
-        ys = InteriorOutputs(size, src.height);
-        if (xs.Count() > 0 && ys.Count() > 0)
-            scratch = static_cast<unsigned char*>(std::malloc(static_cast<size_t>(src.width) * bytes * 4));
-        if (scratch == nullptr) xs = ys = Span{};  // nothing interior, or no memory: all general
+        ys = Span{0, src.height - 1};
+        if (xs.Count() > 0)
+            scratch = static_cast<unsigned char*>(std::malloc(static_cast<size_t>(src.width) * bytes * 5));
+        if (scratch == nullptr) xs = ys = Span{};  // no column fully inside, or no memory: all pixel by pixel
     }
-    if (scratch != nullptr) {
-        if (bytes == 1) ExtremumInterior<1>(src, dst, extremum, size, xs, ys, scratch, vectorise, wide);
-        if (bytes == 3) ExtremumInterior<3>(src, dst, extremum, size, xs, ys, scratch, vectorise, wide);
-        if (bytes == 4) ExtremumInterior<4>(src, dst, extremum, size, xs, ys, scratch, vectorise, wide);
-        std::free(scratch);
-    }
-    for (int y = 0; y < src.height; ++y) {
-        const bool interiorRow = y >= ys.first && y <= ys.last;
-        for (int x = 0; x < src.width; ++x) {
-            if (interiorRow && x == xs.first) x = static_cast<int>(xs.last) + 1;
-            if (x >= src.width) break;
-            const uint32_t c = ExtremumPixel(src, extremum, size, outside, x, y);
-            SetPixelColor(dst.bits, x, y, dst.width, dst.height, dst.stride, c, src.bitCount);
+    // Pixels outside the interior columns (all of them when there are none),
+    // read and written directly for 8-, 24- and 32-bit images, through the
+    // pixel helpers otherwise.
+    WithPixelKind(src, path, [&](auto kind) {
+        using Kind = decltype(kind);
+        auto borderColumns = [&](int64_t row) {
+            const int y = static_cast<int>(row);
+            const bool interiorRow = y >= ys.first && y <= ys.last;
+            for (int x = 0; x < src.width; ++x) {
+                if (interiorRow && x == xs.first) x = static_cast<int>(xs.last) + 1;
+                if (x >= src.width) break;
+                Kind::Write(dst, x, y, ExtremumPixel<Kind>(src, extremum, size, outside, x, y));
+            }
+        };
+        if (scratch == nullptr) {
+            for (int y = 0; y < src.height; ++y) borderColumns(y);
+            return;
         }
-    }
+        unsigned char* outsideRow = scratch + static_cast<size_t>(src.width) * bytes * 4;
+        const unsigned char channels[4] = {
+            static_cast<unsigned char>(BlueOf(outside)), static_cast<unsigned char>(GreenOf(outside)),
+            static_cast<unsigned char>(RedOf(outside)), static_cast<unsigned char>(AlphaOf(outside))};
+        for (size_t n = 0; n < static_cast<size_t>(src.width) * bytes; ++n) outsideRow[n] = channels[n % bytes];
+        if (bytes == 1)
+            ExtremumInterior<1>(src, dst, extremum, size, xs, ys, scratch, outsideRow, vectorise, wide, borderColumns);
+        if (bytes == 3)
+            ExtremumInterior<3>(src, dst, extremum, size, xs, ys, scratch, outsideRow, vectorise, wide, borderColumns);
+        if (bytes == 4)
+            ExtremumInterior<4>(src, dst, extremum, size, xs, ys, scratch, outsideRow, vectorise, wide, borderColumns);
+    });
+    std::free(scratch);
 }
 
 void ContourView(const ImageView& src, const ImageView& dst, FilterPath path) {
