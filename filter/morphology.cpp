@@ -126,6 +126,15 @@ __attribute__((target("avx2"))) inline __m256i RowExtreme32Avx2(const unsigned c
                                    Load32Avx2(p + 2 * kBytes));
 }
 
+// The extreme of rows' lanes n to n + 31 down the three rows.
+template <bool kMinimum>
+__attribute__((target("avx2"))) inline __m256i ColumnExtreme32Avx2(const unsigned char* top,
+                                                                   const unsigned char* middle,
+                                                                   const unsigned char* bottom, size_t n) {
+    return Extreme32Avx2<kMinimum>(Extreme32Avx2<kMinimum>(Load32Avx2(top + n), Load32Avx2(middle + n)),
+                                   Load32Avx2(bottom + n));
+}
+
 template <int kBytes, bool kMinimum>
 __attribute__((target("avx2"))) size_t MinMax3Avx2(const unsigned char* const rows[3], size_t lanes,
                                                    unsigned char* out) {
@@ -133,13 +142,32 @@ __attribute__((target("avx2"))) size_t MinMax3Avx2(const unsigned char* const ro
     const unsigned char* const top = rows[0];
     const unsigned char* const middle = rows[1];
     const unsigned char* const bottom = rows[2];
-    for (size_t n = 0;; n += 32) {
+    // Column extremes of lanes n to n + 63 in two registers, the second carried
+    // to the next step; the lanes kBytes and 2 kBytes further come from byte
+    // shifts across them. Three loads a step instead of nine, while the next
+    // 32 lanes still lie within the row (lanes + 2 kBytes long).
+    const size_t rowLanes = lanes + 2 * kBytes;
+    size_t n = 0;
+    if (rowLanes >= 64) {
+        __m256i current = ColumnExtreme32Avx2<kMinimum>(top, middle, bottom, 0);
+        for (; n + 64 <= rowLanes && n + 32 <= lanes; n += 32) {
+            const __m256i next = ColumnExtreme32Avx2<kMinimum>(top, middle, bottom, n + 32);
+            const __m256i straddle = _mm256_permute2x128_si256(current, next, 0x21);  // lanes n + 16 to n + 47
+            const __m256i once = _mm256_alignr_epi8(straddle, current, kBytes);
+            const __m256i twice = _mm256_alignr_epi8(straddle, current, 2 * kBytes);
+            const __m256i all = Extreme32Avx2<kMinimum>(Extreme32Avx2<kMinimum>(current, once), twice);
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + n), all);
+            current = next;
+        }
+    }
+    // The rest, nine loads a step; the last step ends at the last lane,
+    // repeating some outputs with the same bytes.
+    for (; n < lanes; n += 32) {
         if (n + 32 > lanes) n = lanes - 32;
         const __m256i upper = Extreme32Avx2<kMinimum>(RowExtreme32Avx2<kBytes, kMinimum>(top + n),
                                                       RowExtreme32Avx2<kBytes, kMinimum>(middle + n));
         const __m256i all = Extreme32Avx2<kMinimum>(upper, RowExtreme32Avx2<kBytes, kMinimum>(bottom + n));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + n), all);
-        if (n + 32 == lanes) break;
     }
     return lanes;
 }
