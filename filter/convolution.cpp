@@ -31,10 +31,11 @@ struct SumFinisher {
     }
 };
 
-// One output pixel through the pixel helpers. Outside neighbours all share one
-// colour, so their contribution is that colour times the weights not visited
+// One output pixel, its inside neighbours read as Kind reads them (AnyPixels:
+// through the pixel helpers). Outside neighbours all share one colour, so their contribution is that colour times the weights not visited
 // inside; the wrapping sums make this equal to adding them one by one, and it
 // keeps sizes far beyond the image cheap.
+template <class Kind>
 uint32_t ConvolvePixel(const ImageView& src, const int* kernel, int64_t size, uint32_t totalWeight,
                        uint32_t outside, const SumFinisher& finish, int64_t x, int64_t y) {
     const int64_t left = x - size / 2, top = y - size / 2;
@@ -43,7 +44,7 @@ uint32_t ConvolvePixel(const ImageView& src, const int* kernel, int64_t size, ui
     for (int64_t sx = cols.first; sx <= cols.last; ++sx) {
         for (int64_t sy = rows.first; sy <= rows.last; ++sy) {
             const uint32_t weight = static_cast<uint32_t>(kernel[(sy - top) * size + (sx - left)]);
-            const uint32_t c = NeighbourColor(src, sx, sy);
+            const uint32_t c = Kind::Read(src, static_cast<int>(sx), static_cast<int>(sy));
             blue += weight * static_cast<uint32_t>(BlueOf(c));
             green += weight * static_cast<uint32_t>(GreenOf(c));
             red += weight * static_cast<uint32_t>(RedOf(c));
@@ -55,7 +56,11 @@ uint32_t ConvolvePixel(const ImageView& src, const int* kernel, int64_t size, ui
     green += outsideWeight * static_cast<uint32_t>(GreenOf(outside));
     red += outsideWeight * static_cast<uint32_t>(RedOf(outside));
     // The alpha is the last neighbour's, the bottom-right one; none without neighbours.
-    const int alpha = size > 0 ? AlphaOf(NeighbourColor(src, left + size - 1, top + size - 1)) : 0;
+    const int64_t lastX = left + size - 1, lastY = top + size - 1;
+    const bool lastInside = lastX >= 0 && lastY >= 0 && lastX < src.width && lastY < src.height;
+    const int alpha =
+        size <= 0 ? 0
+                  : AlphaOf(lastInside ? Kind::Read(src, static_cast<int>(lastX), static_cast<int>(lastY)) : outside);
     return PackColor(finish(blue), finish(green), finish(red), alpha);
 }
 
@@ -318,15 +323,23 @@ __attribute__((target("avx2"))) size_t ConvolveSeparableAvx2(const unsigned char
 const bool kHasAvx2 = __builtin_cpu_supports("avx2");
 #endif
 
-// Interior rows straight from the buffer: every tap adds its weighted row of
+// Outputs whose window lies inside the image's columns, straight from the
+// buffer. Rows above and below the image read `outsideRow`, the outside colour
+// repeated: every outside neighbour adds that colour times its weight, as the
+// pixel path does, and the alpha lanes are the outside alpha. Every tap adds its weighted row of
 // channel bytes to a row of 32-bit accumulators, a loop the compiler vectorises.
 // For grey images the three channel sums are equal, so one sum per pixel serves.
 // With `vectorise`, a vector step takes the leading lanes of each row and the
 // scalar loop below finishes the rest; alone, the scalar loop does them all.
-template <int kBytes>
+// After each row, `afterRow(y)` runs while that row's bytes are still cached.
+template <int kBytes, class AfterRow>
 void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* kernel, int size,
-                      const SumFinisher& finish, Span xs, Span ys, uint32_t* sums, bool vectorise, bool wide) {
+                      const SumFinisher& finish, Span xs, Span ys, uint32_t* sums, const unsigned char* outsideRow,
+                      bool vectorise, bool wide, AfterRow&& afterRow) {
     const int half = size / 2;
+    auto rowAt = [&](int64_t index) {
+        return index < 0 || index >= src.height ? outsideRow : src.Row(static_cast<int>(index));
+    };
     const size_t lanes = static_cast<size_t>(xs.Count()) * kBytes;
     const ShortSums plan(kernel, vectorise ? size : 0, finish);
     const unsigned char* tapRows[7];
@@ -341,7 +354,7 @@ void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* ker
 #if defined(__SSE2__)
         if (plan.usable) {
             for (int j = 0; j < size; ++j)
-                tapRows[j] = src.Row(static_cast<int>(y - half + j)) + (xs.first - half) * kBytes;
+                tapRows[j] = rowAt(y - half + j) + (xs.first - half) * kBytes;
             const bool separable = plan.separable && columns != nullptr;
 #if defined(__x86_64__)
             if (wide && separable)
@@ -357,7 +370,7 @@ void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* ker
 #endif
         std::memset(sums + done, 0, (lanes - done) * sizeof(uint32_t));
         for (int j = 0; j < size; ++j) {
-            const unsigned char* row = src.Row(static_cast<int>(y - half + j));
+            const unsigned char* row = rowAt(y - half + j);
             for (int i = 0; i < size; ++i) {
                 const uint32_t weight = static_cast<uint32_t>(kernel[static_cast<int64_t>(j) * size + i]);
                 if (weight == 0) continue;
@@ -368,10 +381,10 @@ void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* ker
         // Every lane is finished, alpha lanes too; those are overwritten below.
         for (size_t n = done; n < lanes; ++n) out[n] = static_cast<unsigned char>(finish(sums[n]));
         if (kBytes == 4) {
-            const unsigned char* last =
-                src.Row(static_cast<int>(y - half + size - 1)) + (xs.first - half + size - 1) * 4;
+            const unsigned char* last = rowAt(y - half + size - 1) + (xs.first - half + size - 1) * 4;
             for (size_t n = 3; n < lanes; n += 4) out[n] = last[n];
         }
+        afterRow(y);
     }
     std::free(columns);
 }
@@ -397,28 +410,47 @@ void ConvolveView(const ImageView& src, const ImageView& dst, const int* kernel,
     uint32_t* sums = nullptr;
     if (bytes != 0) {
         xs = InteriorOutputs(size, src.width);
-        ys = InteriorOutputs(size, src.height);
+        // Small kernels take every row; for larger ones the rows beyond the
+        // image would cost more taps than the pixel path's clipped windows.
+        ys = size <= 7 ? Span{0, src.height - 1} : InteriorOutputs(size, src.height);
         if (xs.Count() > 0 && ys.Count() > 0)
-            sums = static_cast<uint32_t*>(
-                std::malloc(static_cast<size_t>(xs.Count()) * bytes * sizeof(uint32_t)));
+            sums = static_cast<uint32_t*>(std::malloc(static_cast<size_t>(xs.Count()) * bytes * sizeof(uint32_t) +
+                                                      static_cast<size_t>(src.width) * bytes));
         if (sums == nullptr) xs = ys = Span{};  // nothing interior, or no memory: all general
     }
-    if (sums != nullptr) {
-        if (bytes == 1) ConvolveInterior<1>(src, dst, kernel, size, finish, xs, ys, sums, vectorise, wide);
-        if (bytes == 3) ConvolveInterior<3>(src, dst, kernel, size, finish, xs, ys, sums, vectorise, wide);
-        if (bytes == 4) ConvolveInterior<4>(src, dst, kernel, size, finish, xs, ys, sums, vectorise, wide);
-        std::free(sums);
-    }
-
-    for (int y = 0; y < src.height; ++y) {
-        const bool interiorRow = y >= ys.first && y <= ys.last;
-        for (int x = 0; x < src.width; ++x) {
-            if (interiorRow && x == xs.first) x = static_cast<int>(xs.last) + 1;
-            if (x >= src.width) break;
-            const uint32_t c = ConvolvePixel(src, kernel, size, totalWeight, outside, finish, x, y);
-            SetPixelColor(dst.bits, x, y, dst.width, dst.height, dst.stride, c, src.bitCount);
+    // Pixels outside the interior (all of them when there is none), read and
+    // written directly for 8-, 24- and 32-bit images, through the pixel
+    // helpers otherwise; beside the interior rows, right after each of them.
+    WithPixelKind(src, path, [&](auto kind) {
+        using Kind = decltype(kind);
+        auto border = [&](int64_t row) {
+            const int y = static_cast<int>(row);
+            const bool interiorRow = y >= ys.first && y <= ys.last;
+            for (int x = 0; x < src.width; ++x) {
+                if (interiorRow && x == xs.first) x = static_cast<int>(xs.last) + 1;
+                if (x >= src.width) break;
+                Kind::Write(dst, x, y, ConvolvePixel<Kind>(src, kernel, size, totalWeight, outside, finish, x, y));
+            }
+        };
+        if (sums == nullptr) {
+            for (int y = 0; y < src.height; ++y) border(y);
+            return;
         }
-    }
+        unsigned char* outsideRow = reinterpret_cast<unsigned char*>(sums + static_cast<size_t>(xs.Count()) * bytes);
+        const unsigned char channels[4] = {
+            static_cast<unsigned char>(BlueOf(outside)), static_cast<unsigned char>(GreenOf(outside)),
+            static_cast<unsigned char>(RedOf(outside)), static_cast<unsigned char>(AlphaOf(outside))};
+        for (size_t n = 0; n < static_cast<size_t>(src.width) * bytes; ++n) outsideRow[n] = channels[n % bytes];
+        for (int64_t y = 0; y < ys.first; ++y) border(y);
+        if (bytes == 1)
+            ConvolveInterior<1>(src, dst, kernel, size, finish, xs, ys, sums, outsideRow, vectorise, wide, border);
+        if (bytes == 3)
+            ConvolveInterior<3>(src, dst, kernel, size, finish, xs, ys, sums, outsideRow, vectorise, wide, border);
+        if (bytes == 4)
+            ConvolveInterior<4>(src, dst, kernel, size, finish, xs, ys, sums, outsideRow, vectorise, wide, border);
+        for (int64_t y = ys.last + 1; y < src.height; ++y) border(y);
+    });
+    std::free(sums);
 }
 
 QResult CQELFilterTransform::Filter(IQEL* image, int* kernel, int size, int divisor, int offset,
