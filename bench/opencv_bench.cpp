@@ -3,11 +3,10 @@
 // only by bench/compare, never by the project's build.
 #include <benchmark/benchmark.h>
 
-#include <opencv2/core.hpp>
-#include <opencv2/imgproc.hpp>
-
 #include <cstdint>
 #include <cstring>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 #include <vector>
 
 namespace {
@@ -55,7 +54,8 @@ int main(int argc, char** argv) {
     static const cv::Mat bgr = RandomImage();
     static const cv::Mat other = RandomImage(CV_8UC3, 2);
     static const cv::Mat grey = RandomImage(CV_8UC1);
-    static const cv::Mat gauss5 = Kernel({0, 1, 2, 1, 0, 1, 3, 4, 3, 1, 2, 4, 8, 4, 2, 1, 3, 4, 3, 1, 0, 1, 2, 1, 0}, 5, 52);
+    static const cv::Mat gauss5 =
+        Kernel({0, 1, 2, 1, 0, 1, 3, 4, 3, 1, 2, 4, 8, 4, 2, 1, 3, 4, 3, 1, 0, 1, 2, 1, 0}, 5, 52);
     static const cv::Mat sharpen = Kernel({-1, -1, -1, -1, 15, -1, -1, -1, -1}, 3, 7);
     static cv::Mat table(1, 256, CV_8U);
     for (int i = 0; i < 256; ++i) table.at<unsigned char>(i) = static_cast<unsigned char>(255 - i);
@@ -74,16 +74,21 @@ int main(int argc, char** argv) {
         {"erode3", [](State& s) { Run(s, [](cv::Mat& d) { cv::erode(bgr, d, cv::Mat()); }); }},
         {"dilate3", [](State& s) { Run(s, [](cv::Mat& d) { cv::dilate(bgr, d, cv::Mat()); }); }},
         {"resize_half_area",
-         [](State& s) { Run(s, [](cv::Mat& d) { cv::resize(bgr, d, cv::Size(960, 540), 0, 0, cv::INTER_AREA); }); }},
+         [](State& s) {
+             Run(s, [](cv::Mat& d) { cv::resize(bgr, d, cv::Size(960, 540), 0, 0, cv::INTER_AREA); });
+         }},
         {"resize_double_cubic",
-         [](State& s) { Run(s, [](cv::Mat& d) { cv::resize(bgr, d, cv::Size(3840, 2160), 0, 0, cv::INTER_CUBIC); }); }},
+         [](State& s) {
+             Run(s, [](cv::Mat& d) { cv::resize(bgr, d, cv::Size(3840, 2160), 0, 0, cv::INTER_CUBIC); });
+         }},
         {"resize_double_lanczos",
          [](State& s) {
              Run(s, [](cv::Mat& d) { cv::resize(bgr, d, cv::Size(3840, 2160), 0, 0, cv::INTER_LANCZOS4); });
          }},
         {"rotate30_cubic",
          [](State& s) {
-             const cv::Mat turn = cv::getRotationMatrix2D(cv::Point2f(kWidth / 2.0f, kHeight / 2.0f), 30, 1.0);
+             const cv::Mat turn =
+                 cv::getRotationMatrix2D(cv::Point2f(kWidth / 2.0f, kHeight / 2.0f), 30, 1.0);
              Run(s, [&](cv::Mat& d) { cv::warpAffine(bgr, d, turn, bgr.size(), cv::INTER_CUBIC); });
          }},
         {"lut", [](State& s) { Run(s, [](cv::Mat& d) { cv::LUT(bgr, table, d); }); }},
@@ -91,7 +96,8 @@ int main(int argc, char** argv) {
         {"flip_v", [](State& s) { Run(s, [](cv::Mat& d) { cv::flip(bgr, d, 0); }); }},
         {"flip_h", [](State& s) { Run(s, [](cv::Mat& d) { cv::flip(bgr, d, 1); }); }},
         {"add", [](State& s) { Run(s, [](cv::Mat& d) { cv::add(bgr, other, d); }); }},
-        {"addweighted", [](State& s) { Run(s, [](cv::Mat& d) { cv::addWeighted(bgr, 0.5, other, 0.5, 0, d); }); }},
+        {"addweighted",
+         [](State& s) { Run(s, [](cv::Mat& d) { cv::addWeighted(bgr, 0.5, other, 0.5, 0, d); }); }},
         {"memcpy_full",
          [](State& s) {
              std::vector<unsigned char> copy(bgr.total() * bgr.elemSize());
@@ -101,7 +107,8 @@ int main(int argc, char** argv) {
              }
          }},
     };
-    for (const auto& entry : entries) benchmark::RegisterBenchmark(entry.name, entry.run)->Unit(benchmark::kMillisecond);
+    for (const auto& entry : entries)
+        benchmark::RegisterBenchmark(entry.name, entry.run)->Unit(benchmark::kMillisecond);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     benchmark::RunSpecifiedBenchmarks();

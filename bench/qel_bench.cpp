@@ -99,19 +99,24 @@ void BM_filter(benchmark::State& state, int which) {
     IQEL* src = image.Get();
     RunProducing(state, [&](IQEL** out) -> QResult {
         switch (which) {
-            case 0: return f->Blur(src, out);
-            case 1: return f->GaussianBlur(src, 0, out);
-            case 2: return f->GaussianBlur(src, 1, out);
-            case 3: return f->Sharpen(src, out);
-            case 4: return f->Erode(src, 3, out);
-            default: return f->Dilate(src, 3, out);
+            case 0:
+                return f->Blur(src, out);
+            case 1:
+                return f->GaussianBlur(src, 0, out);
+            case 2:
+                return f->GaussianBlur(src, 1, out);
+            case 3:
+                return f->Sharpen(src, out);
+            case 4:
+                return f->Erode(src, 3, out);
+            default:
+                return f->Dilate(src, 3, out);
         }
     });
 }
 
 void BM_median(benchmark::State& state, int size, int bitCount) {
-    SmartPtr<IQELImageDIB> image =
-        RandomImage(bitCount, bitCount == 8 ? QEL_MODEL_MONO : QEL_MODEL_BGR);
+    SmartPtr<IQELImageDIB> image = RandomImage(bitCount, bitCount == 8 ? QEL_MODEL_MONO : QEL_MODEL_BGR);
     SmartPtr<IQELFilterTransform> filters = Filters();
     IQELFilterTransform* f = Required(filters, state);
     if (f == nullptr) return;

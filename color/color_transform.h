@@ -13,15 +13,16 @@ public:
     using OwnInterface = IQELColorTransform;
     static const IID& OwnInterfaceId() { return IID_IQELColorTransform; }
 
-    QResult Colorize(IQEL* image, unsigned char hue, unsigned char saturation, float blend) override;  // colorize.cpp
-    QResult Lut(IQEL* image, unsigned char* table) override;                                           // tone.cpp
-    QResult Negative(IQEL* image) override;                                                            // tone.cpp
-    QResult GrayScale(IQEL* image) override;                                                           // tone.cpp
-    QResult ShiftRGB(IQEL* image, int red, int green, int blue) override;                              // tone.cpp
-    QResult Gamma(IQEL* image, float gamma) override;                                                  // tone.cpp
-    QResult Light(IQEL* image, int brightness, int contrast) override;                                 // tone.cpp
-    QResult SetImageAlpha(IQEL* image, int alpha, int unused) override;                                // alpha.cpp
-    QResult SetImageAlphaTransparency(IQEL* image, int alpha, unsigned int keyColour) override;        // alpha.cpp
-    QResult SetImageTransparentPixel(IQEL* image, unsigned int keyColour) override;                    // alpha.cpp
-    QResult Threshold(IQEL* image, int level) override;                                               // tone.cpp
+    QResult Colorize(IQEL* image, unsigned char hue, unsigned char saturation,
+                     float blend) override;                                // colorize.cpp
+    QResult Lut(IQEL* image, unsigned char* table) override;               // tone.cpp
+    QResult Negative(IQEL* image) override;                                // tone.cpp
+    QResult GrayScale(IQEL* image) override;                               // tone.cpp
+    QResult ShiftRGB(IQEL* image, int red, int green, int blue) override;  // tone.cpp
+    QResult Gamma(IQEL* image, float gamma) override;                      // tone.cpp
+    QResult Light(IQEL* image, int brightness, int contrast) override;     // tone.cpp
+    QResult SetImageAlpha(IQEL* image, int alpha, int unused) override;    // alpha.cpp
+    QResult SetImageAlphaTransparency(IQEL* image, int alpha, unsigned int keyColour) override;  // alpha.cpp
+    QResult SetImageTransparentPixel(IQEL* image, unsigned int keyColour) override;              // alpha.cpp
+    QResult Threshold(IQEL* image, int level) override;                                          // tone.cpp
 };

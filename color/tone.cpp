@@ -77,11 +77,14 @@ __attribute__((target("ssse3"))) int GreyRow24Vector(const unsigned char* in, un
     // 5-7 from the second (bytes 8-23); index -128 leaves a zero byte.
     const __m128i spread[3][2] = {
         {_mm_setr_epi8(0, -128, 3, -128, 6, -128, 9, -128, 12, -128, -128, -128, -128, -128, -128, -128),
-         _mm_setr_epi8(-128, -128, -128, -128, -128, -128, -128, -128, -128, -128, 7, -128, 10, -128, 13, -128)},
+         _mm_setr_epi8(-128, -128, -128, -128, -128, -128, -128, -128, -128, -128, 7, -128, 10, -128, 13,
+                       -128)},
         {_mm_setr_epi8(1, -128, 4, -128, 7, -128, 10, -128, 13, -128, -128, -128, -128, -128, -128, -128),
-         _mm_setr_epi8(-128, -128, -128, -128, -128, -128, -128, -128, -128, -128, 8, -128, 11, -128, 14, -128)},
+         _mm_setr_epi8(-128, -128, -128, -128, -128, -128, -128, -128, -128, -128, 8, -128, 11, -128, 14,
+                       -128)},
         {_mm_setr_epi8(2, -128, 5, -128, 8, -128, 11, -128, 14, -128, -128, -128, -128, -128, -128, -128),
-         _mm_setr_epi8(-128, -128, -128, -128, -128, -128, -128, -128, -128, -128, 9, -128, 12, -128, 15, -128)}};
+         _mm_setr_epi8(-128, -128, -128, -128, -128, -128, -128, -128, -128, -128, 9, -128, 12, -128, 15,
+                       -128)}};
     const __m128i tripleFirst = _mm_setr_epi8(0, 0, 0, 1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4, 5);
     const __m128i tripleLast = _mm_setr_epi8(5, 5, 6, 6, 6, 7, 7, 7, 0, 0, 0, 0, 0, 0, 0, 0);
     int x = 0;
@@ -112,8 +115,10 @@ __attribute__((target("ssse3"))) int GreyRow32Vector(const unsigned char* in, un
         // Sums fit the low 16 bits of each lane, so the 16-bit multiply
         // leaves the high halves 0.
         const __m128i means = MeanOfSums(sums);
-        const __m128i grey = _mm_or_si128(_mm_or_si128(means, _mm_slli_epi32(means, 8)), _mm_slli_epi32(means, 16));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_or_si128(grey, _mm_and_si128(pixels, alphaMask)));
+        const __m128i grey =
+            _mm_or_si128(_mm_or_si128(means, _mm_slli_epi32(means, 8)), _mm_slli_epi32(means, 16));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out),
+                         _mm_or_si128(grey, _mm_and_si128(pixels, alphaMask)));
     }
     return x;
 }

@@ -32,8 +32,8 @@ struct SumFinisher {
 };
 
 // One output pixel, its inside neighbours read as Kind reads them (AnyPixels:
-// through the pixel helpers). Outside neighbours all share one colour, so their contribution is that colour times the weights not visited
-// inside; the wrapping sums make this equal to adding them one by one, and it
+// through the pixel helpers). Outside neighbours all share one colour, so their contribution is that colour
+// times the weights not visited inside; the wrapping sums make this equal to adding them one by one, and it
 // keeps sizes far beyond the image cheap.
 template <class Kind>
 uint32_t ConvolvePixel(const ImageView& src, const int* kernel, int64_t size, uint32_t totalWeight,
@@ -60,7 +60,8 @@ uint32_t ConvolvePixel(const ImageView& src, const int* kernel, int64_t size, ui
     const bool lastInside = lastX >= 0 && lastY >= 0 && lastX < src.width && lastY < src.height;
     const int alpha =
         size <= 0 ? 0
-                  : AlphaOf(lastInside ? Kind::Read(src, static_cast<int>(lastX), static_cast<int>(lastY)) : outside);
+                  : AlphaOf(lastInside ? Kind::Read(src, static_cast<int>(lastX), static_cast<int>(lastY))
+                                       : outside);
     return PackColor(finish(blue), finish(green), finish(red), alpha);
 }
 
@@ -94,7 +95,8 @@ struct ShortSums {
             while (b != 0) a %= b, std::swap(a, b);
             common = a;
         }
-        for (int i = 0; i < size; ++i) rowFactors[i] = static_cast<int16_t>(kernel[firstRow * size + i] / common);
+        for (int i = 0; i < size; ++i)
+            rowFactors[i] = static_cast<int16_t>(kernel[firstRow * size + i] / common);
         for (int j = 0; j < size; ++j) {
             const int lead = kernel[j * size + firstColumn];
             if (lead % rowFactors[firstColumn] != 0) return;
@@ -109,8 +111,10 @@ struct ShortSums {
         if (size <= 0 || size > 7) return;
         int64_t low = 0, high = 0;  // extreme sums over byte inputs
         for (int n = 0; n < size * size; ++n) {
-            if (kernel[n] < 0) low += 255 * static_cast<int64_t>(kernel[n]);
-            else high += 255 * static_cast<int64_t>(kernel[n]);
+            if (kernel[n] < 0)
+                low += 255 * static_cast<int64_t>(kernel[n]);
+            else
+                high += 255 * static_cast<int64_t>(kernel[n]);
             weights[n] = static_cast<int16_t>(kernel[n] < -32768 ? 0 : kernel[n] > 32767 ? 0 : kernel[n]);
         }
         // Partial sums lie between the extremes too, so 16-bit lanes never wrap.
@@ -263,9 +267,10 @@ __attribute__((target("avx2"))) inline __m256i WidenedAvx2(const unsigned char* 
 }
 
 template <int kSize>
-__attribute__((target("avx2"))) size_t ConvolveSeparableAvx2(const unsigned char* const* tapRows, int runtimeSize,
-                                                              int bytesPerPixel, size_t lanes, const ShortSums& plan,
-                                                              int16_t* columns, unsigned char* out) {
+__attribute__((target("avx2"))) size_t ConvolveSeparableAvx2(const unsigned char* const* tapRows,
+                                                             int runtimeSize, int bytesPerPixel, size_t lanes,
+                                                             const ShortSums& plan, int16_t* columns,
+                                                             unsigned char* out) {
     const int size = kSize != 0 ? kSize : runtimeSize;
     if (lanes < 32) return 0;
     const size_t reach = lanes + static_cast<size_t>(size - 1) * bytesPerPixel;
@@ -309,9 +314,10 @@ __attribute__((target("avx2"))) size_t ConvolveSeparableAvx2(const unsigned char
             const int16_t f = plan.rowFactors[i];
             if (f == 0) continue;
             const int16_t* at = columns + static_cast<size_t>(i) * bytesPerPixel + n;
-            low = _mm256_add_epi16(low, ScaledAvx2(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(at)), f));
-            high = _mm256_add_epi16(high,
-                                    ScaledAvx2(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(at + 16)), f));
+            low = _mm256_add_epi16(low,
+                                   ScaledAvx2(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(at)), f));
+            high = _mm256_add_epi16(
+                high, ScaledAvx2(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(at + 16)), f));
         }
         // The pack interleaves 128-bit halves; the permute puts the bytes back in order.
         const __m256i packed = _mm256_packus_epi16(finish(low), finish(high));
@@ -334,8 +340,8 @@ const bool kHasAvx2 = __builtin_cpu_supports("avx2");
 // After each row, `afterRow(y)` runs while that row's bytes are still cached.
 template <int kBytes, class AfterRow>
 void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* kernel, int size,
-                      const SumFinisher& finish, Span xs, Span ys, uint32_t* sums, const unsigned char* outsideRow,
-                      bool vectorise, bool wide, AfterRow&& afterRow) {
+                      const SumFinisher& finish, Span xs, Span ys, uint32_t* sums,
+                      const unsigned char* outsideRow, bool vectorise, bool wide, AfterRow&& afterRow) {
     const int half = size / 2;
     auto rowAt = [&](int64_t index) {
         return index < 0 || index >= src.height ? outsideRow : src.Row(static_cast<int>(index));
@@ -345,16 +351,15 @@ void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* ker
     const unsigned char* tapRows[7];
     // Column sums of the separable form: the row's lanes plus the window's reach.
     int16_t* columns = plan.usable && plan.separable
-                           ? static_cast<int16_t*>(std::malloc((lanes + static_cast<size_t>(size) * kBytes) *
-                                                               sizeof(int16_t)))
+                           ? static_cast<int16_t*>(
+                                 std::malloc((lanes + static_cast<size_t>(size) * kBytes) * sizeof(int16_t)))
                            : nullptr;
     for (int64_t y = ys.first; y <= ys.last; ++y) {
         unsigned char* out = dst.Row(static_cast<int>(y)) + xs.first * kBytes;
         size_t done = 0;
 #if defined(__SSE2__)
         if (plan.usable) {
-            for (int j = 0; j < size; ++j)
-                tapRows[j] = rowAt(y - half + j) + (xs.first - half) * kBytes;
+            for (int j = 0; j < size; ++j) tapRows[j] = rowAt(y - half + j) + (xs.first - half) * kBytes;
             const bool separable = plan.separable && columns != nullptr;
 #if defined(__x86_64__)
             if (wide && separable)
@@ -414,8 +419,9 @@ void ConvolveView(const ImageView& src, const ImageView& dst, const int* kernel,
         // image would cost more taps than the pixel path's clipped windows.
         ys = size <= 7 ? Span{0, src.height - 1} : InteriorOutputs(size, src.height);
         if (xs.Count() > 0 && ys.Count() > 0)
-            sums = static_cast<uint32_t*>(std::malloc(static_cast<size_t>(xs.Count()) * bytes * sizeof(uint32_t) +
-                                                      static_cast<size_t>(src.width) * bytes));
+            sums = static_cast<uint32_t*>(
+                std::malloc(static_cast<size_t>(xs.Count()) * bytes * sizeof(uint32_t) +
+                            static_cast<size_t>(src.width) * bytes));
         if (sums == nullptr) xs = ys = Span{};  // nothing interior, or no memory: all general
     }
     // Pixels outside the interior (all of them when there is none), read and
@@ -429,25 +435,31 @@ void ConvolveView(const ImageView& src, const ImageView& dst, const int* kernel,
             for (int x = 0; x < src.width; ++x) {
                 if (interiorRow && x == xs.first) x = static_cast<int>(xs.last) + 1;
                 if (x >= src.width) break;
-                Kind::Write(dst, x, y, ConvolvePixel<Kind>(src, kernel, size, totalWeight, outside, finish, x, y));
+                Kind::Write(dst, x, y,
+                            ConvolvePixel<Kind>(src, kernel, size, totalWeight, outside, finish, x, y));
             }
         };
         if (sums == nullptr) {
             for (int y = 0; y < src.height; ++y) border(y);
             return;
         }
-        unsigned char* outsideRow = reinterpret_cast<unsigned char*>(sums + static_cast<size_t>(xs.Count()) * bytes);
+        unsigned char* outsideRow =
+            reinterpret_cast<unsigned char*>(sums + static_cast<size_t>(xs.Count()) * bytes);
         const unsigned char channels[4] = {
             static_cast<unsigned char>(BlueOf(outside)), static_cast<unsigned char>(GreenOf(outside)),
             static_cast<unsigned char>(RedOf(outside)), static_cast<unsigned char>(AlphaOf(outside))};
-        for (size_t n = 0; n < static_cast<size_t>(src.width) * bytes; ++n) outsideRow[n] = channels[n % bytes];
+        for (size_t n = 0; n < static_cast<size_t>(src.width) * bytes; ++n)
+            outsideRow[n] = channels[n % bytes];
         for (int64_t y = 0; y < ys.first; ++y) border(y);
         if (bytes == 1)
-            ConvolveInterior<1>(src, dst, kernel, size, finish, xs, ys, sums, outsideRow, vectorise, wide, border);
+            ConvolveInterior<1>(src, dst, kernel, size, finish, xs, ys, sums, outsideRow, vectorise, wide,
+                                border);
         if (bytes == 3)
-            ConvolveInterior<3>(src, dst, kernel, size, finish, xs, ys, sums, outsideRow, vectorise, wide, border);
+            ConvolveInterior<3>(src, dst, kernel, size, finish, xs, ys, sums, outsideRow, vectorise, wide,
+                                border);
         if (bytes == 4)
-            ConvolveInterior<4>(src, dst, kernel, size, finish, xs, ys, sums, outsideRow, vectorise, wide, border);
+            ConvolveInterior<4>(src, dst, kernel, size, finish, xs, ys, sums, outsideRow, vectorise, wide,
+                                border);
         for (int64_t y = ys.last + 1; y < src.height; ++y) border(y);
     });
     std::free(sums);

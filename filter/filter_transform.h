@@ -17,15 +17,15 @@ public:
     QResult Edge(IQEL* image, int size, IQEL** result) override;    // morphology.cpp
     QResult Dilate(IQEL* image, int size, IQEL** result) override;  // morphology.cpp
     QResult Filter(IQEL* image, int* kernel, int size, int divisor, int offset,
-                   IQEL** result) override;                      // convolution.cpp
-    QResult Contour(IQEL* image, IQEL** result) override;         // morphology.cpp
-    QResult Jitter(IQEL* image, int amount, IQEL** result) override;  // noise.cpp
-    QResult Noise(IQEL* image, int amount, IQEL** result) override;   // noise.cpp
-    QResult Median(IQEL* image, int size, IQEL** result) override;   // median.cpp
-    QResult Emboss(IQEL* image, IQEL** result) override;              // convolution.cpp
-    QResult Blur(IQEL* image, IQEL** result) override;                // convolution.cpp
-    QResult Soften(IQEL* image, IQEL** result) override;              // convolution.cpp
-    QResult Sharpen(IQEL* image, IQEL** result) override;             // convolution.cpp
+                   IQEL** result) override;                                // convolution.cpp
+    QResult Contour(IQEL* image, IQEL** result) override;                  // morphology.cpp
+    QResult Jitter(IQEL* image, int amount, IQEL** result) override;       // noise.cpp
+    QResult Noise(IQEL* image, int amount, IQEL** result) override;        // noise.cpp
+    QResult Median(IQEL* image, int size, IQEL** result) override;         // median.cpp
+    QResult Emboss(IQEL* image, IQEL** result) override;                   // convolution.cpp
+    QResult Blur(IQEL* image, IQEL** result) override;                     // convolution.cpp
+    QResult Soften(IQEL* image, IQEL** result) override;                   // convolution.cpp
+    QResult Sharpen(IQEL* image, IQEL** result) override;                  // convolution.cpp
     QResult GaussianBlur(IQEL* image, int level, IQEL** result) override;  // convolution.cpp
 
     // Class-only: convolution with 16-bit kernel entries.

@@ -229,8 +229,8 @@ struct OrderLanes {
 // of 3 x 3 medians, one lane per output, from three rows of keys starting one
 // column left of the first output. Returns how many outputs it took.
 template <class V>
-__attribute__((always_inline)) inline size_t Median3Choices(const unsigned char* const* keyRows, size_t outputs,
-                                                            unsigned char* choices) {
+__attribute__((always_inline)) inline size_t Median3Choices(const unsigned char* const* keyRows,
+                                                            size_t outputs, unsigned char* choices) {
     size_t n = 0;
     for (; n + sizeof(V) <= outputs; n += sizeof(V)) {
         V k[9], p[9];
@@ -252,8 +252,8 @@ __attribute__((always_inline)) inline size_t Median3Choices(const unsigned char*
 // largest key t with at most 12 of the 25 keys below t is the key of rank 12.
 // Keys are stored with the top bit flipped so signed comparisons order them.
 template <class V>
-__attribute__((always_inline)) inline size_t Median5Choices(const unsigned char* const* keyRows, size_t outputs,
-                                                            unsigned char* choices) {
+__attribute__((always_inline)) inline size_t Median5Choices(const unsigned char* const* keyRows,
+                                                            size_t outputs, unsigned char* choices) {
     constexpr int kCount = 25, kRank = 12;
     size_t n = 0;
     for (; n + sizeof(V) <= outputs; n += sizeof(V)) {
@@ -331,9 +331,10 @@ template <int kBytes>
 __attribute__((target("avx2"))) size_t RowKeysAvx2(const unsigned char* p, size_t count, unsigned char flip,
                                                    unsigned char* to) {
     constexpr int b = kBytes;
-    const __m128i blueGreen4 = _mm_setr_epi8(0, -1, 1, -1, b, -1, b + 1, -1, 2 * b, -1, 2 * b + 1, -1, 3 * b, -1,
-                                             3 * b + 1, -1);
-    const __m128i red4 = _mm_setr_epi8(2, -1, -1, -1, b + 2, -1, -1, -1, 2 * b + 2, -1, -1, -1, 3 * b + 2, -1, -1, -1);
+    const __m128i blueGreen4 =
+        _mm_setr_epi8(0, -1, 1, -1, b, -1, b + 1, -1, 2 * b, -1, 2 * b + 1, -1, 3 * b, -1, 3 * b + 1, -1);
+    const __m128i red4 =
+        _mm_setr_epi8(2, -1, -1, -1, b + 2, -1, -1, -1, 2 * b + 2, -1, -1, -1, 3 * b + 2, -1, -1, -1);
     const __m256i blueGreen = _mm256_broadcastsi128_si256(blueGreen4);
     const __m256i red = _mm256_broadcastsi128_si256(red4);
     const __m256i blueGreenWeights = _mm256_set1_epi32(117 | (601 << 16));
@@ -349,8 +350,9 @@ __attribute__((target("avx2"))) size_t RowKeysAvx2(const unsigned char* p, size_
         const __m256i pixels = _mm256_inserti128_si256(
             _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))),
             _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4 * kBytes)), 1);
-        const __m256i sums = _mm256_add_epi32(_mm256_madd_epi16(_mm256_shuffle_epi8(pixels, blueGreen), blueGreenWeights),
-                                              _mm256_madd_epi16(_mm256_shuffle_epi8(pixels, red), redWeights));
+        const __m256i sums =
+            _mm256_add_epi32(_mm256_madd_epi16(_mm256_shuffle_epi8(pixels, blueGreen), blueGreenWeights),
+                             _mm256_madd_epi16(_mm256_shuffle_epi8(pixels, red), redWeights));
         const __m256i keys = _mm256_shuffle_epi8(_mm256_srli_epi32(sums, 10), lowBytes);
         const __m256i packed = _mm256_permutevar8x32_epi32(keys, _mm256_setr_epi32(0, 4, 0, 0, 0, 0, 0, 0));
         _mm_storel_epi64(reinterpret_cast<__m128i*>(to + x),
@@ -393,8 +395,10 @@ bool MedianColour(const ImageView& src, const ImageView& dst, FilterPath path) {
         RowKeys<kBytes>(row + done * kBytes, w - done, kFlip, to + kHalf + done);
     };
     auto chooseSteps = [&](const unsigned char* const* rows, size_t lanes, unsigned char* to) {
-        if (lanes == 32) return kSize == 3 ? Median3ChoicesAvx2(rows, lanes, to) : Median5ChoicesAvx2(rows, lanes, to);
-        return kSize == 3 ? Median3Choices<KeyLanes16>(rows, lanes, to) : Median5Choices<RankLanes16>(rows, lanes, to);
+        if (lanes == 32)
+            return kSize == 3 ? Median3ChoicesAvx2(rows, lanes, to) : Median5ChoicesAvx2(rows, lanes, to);
+        return kSize == 3 ? Median3Choices<KeyLanes16>(rows, lanes, to)
+                          : Median5Choices<RankLanes16>(rows, lanes, to);
     };
     for (int r = 0; r + 1 < kSize; ++r) computeKeys(r - kHalf, keys[r]);
     // Offsets of the window positions from the output pixel.
@@ -408,7 +412,8 @@ bool MedianColour(const ImageView& src, const ImageView& dst, FilterPath path) {
         const size_t lanes = wide ? 32 : 16;
         if (vectorise && w >= lanes) {
             if (wide)
-                done = kSize == 3 ? Median3ChoicesAvx2(keys, w, choices) : Median5ChoicesAvx2(keys, w, choices);
+                done =
+                    kSize == 3 ? Median3ChoicesAvx2(keys, w, choices) : Median5ChoicesAvx2(keys, w, choices);
             else
                 done = kSize == 3 ? Median3Choices<KeyLanes16>(keys, w, choices)
                                   : Median5Choices<RankLanes16>(keys, w, choices);
@@ -443,7 +448,8 @@ bool MedianColour(const ImageView& src, const ImageView& dst, FilterPath path) {
             int x = kHalf;
             for (; x < width - kHalf - 1; ++x)
                 std::memcpy(out + x * kBytes, at + x * kBytes + offsets[choices[x]], kWord);
-            for (; x < width - kHalf; ++x) std::memcpy(out + x * kBytes, at + x * kBytes + offsets[choices[x]], kBytes);
+            for (; x < width - kHalf; ++x)
+                std::memcpy(out + x * kBytes, at + x * kBytes + offsets[choices[x]], kBytes);
             for (x = 0; x < kHalf; ++x) copyChecked(x);
             for (x = width - kHalf; x < width; ++x) copyChecked(x);
         }
@@ -463,10 +469,11 @@ void MedianView(const ImageView& src, const ImageView& dst, int size, FilterPath
         return;
     }
     if (path != FilterPath::General && src.bits != nullptr && (effectiveSize == 3 || effectiveSize == 5)) {
-        const bool done = src.bitCount == 24   ? effectiveSize == 3 ? MedianColour<BgrPixels, 3>(src, dst, path)
-                                                                    : MedianColour<BgrPixels, 5>(src, dst, path)
-                          : src.bitCount == 32 ? effectiveSize == 3 ? MedianColour<BgraPixels, 3>(src, dst, path)
-                                                                    : MedianColour<BgraPixels, 5>(src, dst, path)
+        const bool done = src.bitCount == 24 ? effectiveSize == 3 ? MedianColour<BgrPixels, 3>(src, dst, path)
+                                                                  : MedianColour<BgrPixels, 5>(src, dst, path)
+                          : src.bitCount == 32 ? effectiveSize == 3
+                                                     ? MedianColour<BgraPixels, 3>(src, dst, path)
+                                                     : MedianColour<BgraPixels, 5>(src, dst, path)
                                                : false;
         if (done) return;
     }

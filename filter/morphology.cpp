@@ -51,7 +51,8 @@ uint32_t ExtremumPixel(const ImageView& src, Extremum extremum, int64_t size, ui
     // The alpha is the last neighbour's, the bottom-right one.
     const int64_t lastX = left + size - 1, lastY = top + size - 1;
     const bool lastInside = lastX >= 0 && lastY >= 0 && lastX < src.width && lastY < src.height;
-    const int alpha = AlphaOf(lastInside ? Kind::Read(src, static_cast<int>(lastX), static_cast<int>(lastY)) : outside);
+    const int alpha =
+        AlphaOf(lastInside ? Kind::Read(src, static_cast<int>(lastX), static_cast<int>(lastY)) : outside);
     return Combine(extremum, low, high, alpha);
 }
 
@@ -88,13 +89,13 @@ size_t RowExtremesVector(const unsigned char* columnLow, const unsigned char* co
             l = _mm_loadu_si128(reinterpret_cast<const __m128i*>(columnLow + n));
             for (int i = 1; i < size; ++i)
                 l = _mm_min_epu8(l, _mm_loadu_si128(reinterpret_cast<const __m128i*>(
-                                         columnLow + static_cast<size_t>(i) * bytesPerPixel + n)));
+                                        columnLow + static_cast<size_t>(i) * bytesPerPixel + n)));
         }
         if (extremum != Extremum::Minimum) {
             h = _mm_loadu_si128(reinterpret_cast<const __m128i*>(columnHigh + n));
             for (int i = 1; i < size; ++i)
                 h = _mm_max_epu8(h, _mm_loadu_si128(reinterpret_cast<const __m128i*>(
-                                         columnHigh + static_cast<size_t>(i) * bytesPerPixel + n)));
+                                        columnHigh + static_cast<size_t>(i) * bytesPerPixel + n)));
         }
         const __m128i result = extremum == Extremum::Minimum   ? l
                                : extremum == Extremum::Maximum ? h
@@ -152,7 +153,8 @@ __attribute__((target("avx2"))) size_t MinMax3Avx2(const unsigned char* const ro
         __m256i current = ColumnExtreme32Avx2<kMinimum>(top, middle, bottom, 0);
         for (; n + 64 <= rowLanes && n + 32 <= lanes; n += 32) {
             const __m256i next = ColumnExtreme32Avx2<kMinimum>(top, middle, bottom, n + 32);
-            const __m256i straddle = _mm256_permute2x128_si256(current, next, 0x21);  // lanes n + 16 to n + 47
+            const __m256i straddle =
+                _mm256_permute2x128_si256(current, next, 0x21);  // lanes n + 16 to n + 47
             const __m256i once = _mm256_alignr_epi8(straddle, current, kBytes);
             const __m256i twice = _mm256_alignr_epi8(straddle, current, 2 * kBytes);
             const __m256i all = Extreme32Avx2<kMinimum>(Extreme32Avx2<kMinimum>(current, once), twice);
@@ -209,8 +211,9 @@ void ExtremumInterior(const ImageView& src, const ImageView& dst, Extremum extre
 #if defined(__x86_64__)
         if (wide && size == 3 && extremum != Extremum::Range) {
             const unsigned char* const rows[3] = {rowAt(y - 1), rowAt(y), rowAt(y + 1)};
-            const size_t done = extremum == Extremum::Minimum ? MinMax3Avx2<kBytes, true>(rows, outLanes, out)
-                                                              : MinMax3Avx2<kBytes, false>(rows, outLanes, out);
+            const size_t done = extremum == Extremum::Minimum
+                                    ? MinMax3Avx2<kBytes, true>(rows, outLanes, out)
+                                    : MinMax3Avx2<kBytes, false>(rows, outLanes, out);
             if (done == outLanes) {
                 if (kBytes == 4)
                     for (size_t n = 3; n < outLanes; n += 4) out[n] = rows[2][(xs.first + 1) * 4 + n];
@@ -222,8 +225,9 @@ void ExtremumInterior(const ImageView& src, const ImageView& dst, Extremum extre
 #if defined(__SSE2__)
         if (vectorise) {
             for (int j = 0; j < size; ++j) windowRows[j] = rowAt(y - half + j);
-            columnDone = size == 3 ? ColumnExtremesVector<3>(windowRows, size, rowLanes, columnLow, columnHigh)
-                                   : ColumnExtremesVector<0>(windowRows, size, rowLanes, columnLow, columnHigh);
+            columnDone = size == 3
+                             ? ColumnExtremesVector<3>(windowRows, size, rowLanes, columnLow, columnHigh)
+                             : ColumnExtremesVector<0>(windowRows, size, rowLanes, columnLow, columnHigh);
         }
 #endif
         first = rowAt(y - half);
@@ -238,8 +242,10 @@ void ExtremumInterior(const ImageView& src, const ImageView& dst, Extremum extre
         }
 #if defined(__SSE2__)
         if (vectorise) {
-            rowDone = size == 3 ? RowExtremesVector<3>(columnLow, columnHigh, size, kBytes, outLanes, extremum, out)
-                                : RowExtremesVector<0>(columnLow, columnHigh, size, kBytes, outLanes, extremum, out);
+            rowDone =
+                size == 3
+                    ? RowExtremesVector<3>(columnLow, columnHigh, size, kBytes, outLanes, extremum, out)
+                    : RowExtremesVector<0>(columnLow, columnHigh, size, kBytes, outLanes, extremum, out);
         }
 #endif
         // Output lane n of the interior starts its window at lane n of the row.
@@ -327,13 +333,17 @@ void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremu
         const unsigned char channels[4] = {
             static_cast<unsigned char>(BlueOf(outside)), static_cast<unsigned char>(GreenOf(outside)),
             static_cast<unsigned char>(RedOf(outside)), static_cast<unsigned char>(AlphaOf(outside))};
-        for (size_t n = 0; n < static_cast<size_t>(src.width) * bytes; ++n) outsideRow[n] = channels[n % bytes];
+        for (size_t n = 0; n < static_cast<size_t>(src.width) * bytes; ++n)
+            outsideRow[n] = channels[n % bytes];
         if (bytes == 1)
-            ExtremumInterior<1>(src, dst, extremum, size, xs, ys, scratch, outsideRow, vectorise, wide, borderColumns);
+            ExtremumInterior<1>(src, dst, extremum, size, xs, ys, scratch, outsideRow, vectorise, wide,
+                                borderColumns);
         if (bytes == 3)
-            ExtremumInterior<3>(src, dst, extremum, size, xs, ys, scratch, outsideRow, vectorise, wide, borderColumns);
+            ExtremumInterior<3>(src, dst, extremum, size, xs, ys, scratch, outsideRow, vectorise, wide,
+                                borderColumns);
         if (bytes == 4)
-            ExtremumInterior<4>(src, dst, extremum, size, xs, ys, scratch, outsideRow, vectorise, wide, borderColumns);
+            ExtremumInterior<4>(src, dst, extremum, size, xs, ys, scratch, outsideRow, vectorise, wide,
+                                borderColumns);
     });
     std::free(scratch);
 }

@@ -22,7 +22,9 @@ QResult Deliver(IUnknown* created, const IID* iid, void** object) {
     return holder->QueryInterface(*iid, object);
 }
 
-QResult CreateCollection(void*, const IID* iid, void** object) { return Deliver(GlobalCollection(), iid, object); }
+QResult CreateCollection(void*, const IID* iid, void** object) {
+    return Deliver(GlobalCollection(), iid, object);
+}
 QResult CreateComponentString(void*, const IID* iid, void** object) {
     return Deliver(NewComponentString(L"", L""), iid, object);
 }
@@ -61,7 +63,9 @@ QResult CreateBuiltInComponent(const std::wstring& component, const IID* iid, vo
 
 // The runtime owns the global collection itself, so a collection handed over
 // here is not kept; the call is accepted for symmetry with other modules.
-QELHOST_EXPORT QResult InitializeModule(void* /*reserved*/, IComponentCollection* /*collection*/) { return QEL_OK; }
+QELHOST_EXPORT QResult InitializeModule(void* /*reserved*/, IComponentCollection* /*collection*/) {
+    return QEL_OK;
+}
 
 QELHOST_EXPORT QResult CreateFunction(tagREFString name, QELCreateInstanceFn* out) {
     const uint32_t length = static_cast<uint32_t>(name.length);

@@ -62,11 +62,13 @@ struct Layout {
 QResult MakeLayout(int width, int height, int planes, int bitCount, unsigned colourModel, Layout* out) {
     if (width < 0 || height < 0 || planes < 1 || planes > kMaxPlanes || !SupportedBitCount(bitCount))
         return QEL_E_INVALIDARG;
-    const unsigned long long rowBits = static_cast<unsigned long long>(width) * static_cast<unsigned>(bitCount);
+    const unsigned long long rowBits =
+        static_cast<unsigned long long>(width) * static_cast<unsigned>(bitCount);
     const unsigned long long stride = (rowBits + 31) / 32 * 4;
     if (stride > static_cast<unsigned long long>(INT_MAX)) return QEL_E_INVALIDARG;
     const unsigned long long planeBytes = stride * static_cast<unsigned long long>(height);
-    if (planeBytes > (static_cast<unsigned long long>(PTRDIFF_MAX) - kSlackBytes) / static_cast<unsigned>(planes))
+    if (planeBytes >
+        (static_cast<unsigned long long>(PTRDIFF_MAX) - kSlackBytes) / static_cast<unsigned>(planes))
         return QEL_E_INVALIDARG;
     if (planeBytes * static_cast<unsigned>(planes) > kMaxImageBytes) return QEL_E_OUTOFMEMORY;
     Layout layout;
@@ -78,7 +80,8 @@ QResult MakeLayout(int width, int height, int planes, int bitCount, unsigned col
     layout.stride = static_cast<int>(stride);
     layout.buffers.resize(static_cast<size_t>(planes));
     for (PlaneBuffer& buffer : layout.buffers) {
-        buffer.bytes = static_cast<unsigned char*>(std::calloc(static_cast<size_t>(planeBytes) + kSlackBytes, 1));
+        buffer.bytes =
+            static_cast<unsigned char*>(std::calloc(static_cast<size_t>(planeBytes) + kSlackBytes, 1));
         if (buffer.bytes == nullptr) return QEL_E_OUTOFMEMORY;
     }
     *out = std::move(layout);
@@ -168,7 +171,8 @@ public:
             if (stride != nullptr) *stride = 0;
             return QEL_E_INVALIDARG;
         }
-        if (bits != nullptr) *bits = layout_.planes == 0 ? nullptr : layout_.buffers[static_cast<size_t>(plane)].bytes;
+        if (bits != nullptr)
+            *bits = layout_.planes == 0 ? nullptr : layout_.buffers[static_cast<size_t>(plane)].bytes;
         if (stride != nullptr) *stride = layout_.stride;
         return QEL_OK;
     }
@@ -201,14 +205,16 @@ public:
         for (int plane = 0; plane < planes; ++plane) {
             unsigned char* sourceBits = nullptr;
             int sourceStride = 0;
-            if (source->GetBits(plane, &reserved, &sourceBits, &sourceStride) < 0 || sourceBits == nullptr) continue;
+            if (source->GetBits(plane, &reserved, &sourceBits, &sourceStride) < 0 || sourceBits == nullptr)
+                continue;
             unsigned char* target = layout.buffers[static_cast<size_t>(plane)].bytes;
             for (int y = 0; y < height; ++y)
                 std::memcpy(target + static_cast<ptrdiff_t>(y) * layout.stride,
                             sourceBits + static_cast<ptrdiff_t>(y) * sourceStride, rowBytes);
         }
         std::vector<RGBQUAD> palette;
-        SmartPtr<IQELImagePalette> sourcePalette = QueryAs<IQELImagePalette>(source, qel::iid::IQELImagePalette);
+        SmartPtr<IQELImagePalette> sourcePalette =
+            QueryAs<IQELImagePalette>(source, qel::iid::IQELImagePalette);
         if (sourcePalette) {
             RGBQUAD* entries = nullptr;
             unsigned count = 0;
@@ -224,7 +230,8 @@ public:
         for (int plane = 0; plane < layout_.planes; ++plane) {
             unsigned char* bits = layout_.buffers[static_cast<size_t>(plane)].bytes;
             for (int y = 0; y < layout_.height; ++y)
-                FillRow(bits + static_cast<ptrdiff_t>(y) * layout_.stride, layout_.width, layout_.bitCount, colour);
+                FillRow(bits + static_cast<ptrdiff_t>(y) * layout_.stride, layout_.width, layout_.bitCount,
+                        colour);
         }
         return QEL_OK;
     }

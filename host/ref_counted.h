@@ -19,17 +19,17 @@ private:
     std::atomic<uint32_t> count_{1};
 };
 
-#define QELHOST_REFCOUNT_METHODS                                        \
-    uint32_t AddRef() override { return refCount_.Increment(); }        \
-    uint32_t Release() override {                                       \
-        const uint32_t remaining = refCount_.Decrement();               \
-        if (remaining == 0) delete this;                                \
-        return remaining;                                               \
-    }                                                                   \
-                                                                        \
-private:                                                                \
-    RefCount refCount_;                                                 \
-                                                                        \
+#define QELHOST_REFCOUNT_METHODS                                 \
+    uint32_t AddRef() override { return refCount_.Increment(); } \
+    uint32_t Release() override {                                \
+        const uint32_t remaining = refCount_.Decrement();        \
+        if (remaining == 0) delete this;                         \
+        return remaining;                                        \
+    }                                                            \
+                                                                 \
+private:                                                         \
+    RefCount refCount_;                                          \
+                                                                 \
 public:
 
 // Copies a counted string (only the low 32 bits of its length count).

@@ -43,7 +43,8 @@ uint32_t ReadInside(const unsigned char* row, int x, int bpp) {
 }  // namespace
 
 const RGBQUAD DefaultPalette[256] = {
-#define QEL_GREY(i) {i, i, i, 0}
+#define QEL_GREY(i) \
+    { i, i, i, 0 }
 #define QEL_GREY4(i) QEL_GREY(i), QEL_GREY(i + 1), QEL_GREY(i + 2), QEL_GREY(i + 3)
 #define QEL_GREY16(i) QEL_GREY4(i), QEL_GREY4(i + 4), QEL_GREY4(i + 8), QEL_GREY4(i + 12)
 #define QEL_GREY64(i) QEL_GREY16(i), QEL_GREY16(i + 16), QEL_GREY16(i + 32), QEL_GREY16(i + 48)

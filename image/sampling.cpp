@@ -108,9 +108,10 @@ float CatmullRomSigned(float t) {  // method 15
 // Indexed by method number; null where the method is not a 4x4 kernel.
 using KernelFunction = float (*)(float);
 constexpr KernelFunction kFourByFourKernels[16] = {
-    nullptr,          nullptr,  CubicBSpline, CubicConvolution, CatmullRomAbsolute, nullptr,
-    Box,              Hermite,  DampedHermite, Sinc,            CosineSum,          Jinc,
-    Gaussian,         QuadraticBSpline, Mitchell, CatmullRomSigned};
+    nullptr,         nullptr, CubicBSpline, CubicConvolution, CatmullRomAbsolute,
+    nullptr,         Box,     Hermite,      DampedHermite,    Sinc,
+    CosineSum,       Jinc,    Gaussian,     QuadraticBSpline, Mitchell,
+    CatmullRomSigned};
 
 // Lanczos window of radius 6 (method 5).
 float WindowedSinc(float t) {
@@ -131,9 +132,9 @@ double Horner(const double* coefficients, int highest, double s) {
 
 // J1(p) / p for p below 8, as a ratio of polynomials in s = p squared.
 double KernelBessel_J1(double s) {
-    static const double Pone[9] = {5.811993540016061e+20, -6.672106568924916e+19, 2.3164335806340024e+18,
-                                   -3.588817569910106e+16, 290879526383477.56,    -1322983480332.1265,
-                                   3413234182.3017006,     -4695753.530642996,    2701.1227108923235};
+    static const double Pone[9] = {5.811993540016061e+20,  -6.672106568924916e+19, 2.3164335806340024e+18,
+                                   -3.588817569910106e+16, 290879526383477.56,     -1322983480332.1265,
+                                   3413234182.3017006,     -4695753.530642996,     2701.1227108923235};
     static const double Qone[9] = {1.1623987080032122e+21, 1.185770712190321e+19, 6.092061398917522e+16,
                                    208166122130760.75,     524371026216.76495,    1013863514.358674,
                                    1501793.5949985855,     1606.9315734814877,    1.0};
@@ -212,8 +213,8 @@ void InterpolatingSampler::ComputeAxis(float position, SampleAxis* axis) const {
 uint32_t InterpolatingSampler::Sample(float x, float y) const {
     if (kernel_ == Kernel::None) {
         if (method_ == 0)
-            return GetPixelColor(bits_, TruncateToInt(x + 0.5f), TruncateToInt(y + 0.5f), width_, height_, stride_,
-                                 bpp_);
+            return GetPixelColor(bits_, TruncateToInt(x + 0.5f), TruncateToInt(y + 0.5f), width_, height_,
+                                 stride_, bpp_);
         return GetBilinearColor(bits_, TruncateToInt(x), TruncateToInt(y), width_, height_, stride_, bpp_);
     }
     SampleAxis column, row;
@@ -265,8 +266,8 @@ template <int kBytes, int kTaps>
 uint32_t InterpolatingSampler::FastBlock(const InterpolatingSampler& self, const SampleAxis& column,
                                          const SampleAxis& row) {
     constexpr int kBack = kTaps == 4 ? 1 : 5;
-    const unsigned char* first =
-        RowAt(self.bits_, row.base - kBack, self.stride_) + static_cast<ptrdiff_t>(column.base - kBack) * kBytes;
+    const unsigned char* first = RowAt(self.bits_, row.base - kBack, self.stride_) +
+                                 static_cast<ptrdiff_t>(column.base - kBack) * kBytes;
     float blue = 0.0f, green = 0.0f, red = 0.0f, alpha = 0.0f;
     for (int j = 0; j < kTaps; ++j) {
         const unsigned char* pixel = first + static_cast<ptrdiff_t>(j) * self.stride_;

@@ -123,17 +123,21 @@ namespace {
 // Eight bytes of each row through the mix: widened, the single-precision
 // operations of the scalar rule in its order, clamped and truncated.
 __attribute__((target("avx2"))) inline __m256i MixEightAvx2(const unsigned char* a, const unsigned char* b,
-                                                           __m256 factorA, __m256 factorB, __m256 offset) {
-    const __m256 va = _mm256_cvtepi32_ps(_mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a))));
-    const __m256 vb = _mm256_cvtepi32_ps(_mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(b))));
-    const __m256 v = _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(va, factorA), _mm256_mul_ps(vb, factorB)), offset);
+                                                            __m256 factorA, __m256 factorB, __m256 offset) {
+    const __m256 va =
+        _mm256_cvtepi32_ps(_mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a))));
+    const __m256 vb =
+        _mm256_cvtepi32_ps(_mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(b))));
+    const __m256 v =
+        _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(va, factorA), _mm256_mul_ps(vb, factorB)), offset);
     return _mm256_cvttps_epi32(_mm256_min_ps(_mm256_max_ps(v, _mm256_setzero_ps()), _mm256_set1_ps(255.0f)));
 }
 
 // The AVX2 form of the step below, eight lanes per operation, for processors
 // that have it (chosen at run time; the build itself assumes only SSE2).
 __attribute__((target("avx2"))) size_t MixRowAvx2(unsigned char* out, const unsigned char* a,
-                                                  const unsigned char* b, size_t count, const LinearMix& mix) {
+                                                  const unsigned char* b, size_t count,
+                                                  const LinearMix& mix) {
     const __m256 factorA = _mm256_set1_ps(mix.factorA), factorB = _mm256_set1_ps(mix.factorB);
     const __m256 offset = _mm256_set1_ps(mix.offset);
     size_t i = 0;

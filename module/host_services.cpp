@@ -73,8 +73,8 @@ QELCreateInstanceFn MODULECreateFunction(tagREFString module, tagREFString compo
 
 IComponentCollection* GLOBALComponents() {
     if (!gGlobalComponentCollection) {
-        QELCreateInstanceFn create = MODULECreateFunction(MakeREFString(kCollectionsModule),
-                                                          MakeREFString(kGlobalCollectionName));
+        QELCreateInstanceFn create =
+            MODULECreateFunction(MakeREFString(kCollectionsModule), MakeREFString(kGlobalCollectionName));
         if (create != nullptr) {
             IComponentCollection* collection = nullptr;
             create(nullptr, &IID_IComponentCollection, reinterpret_cast<void**>(&collection));

@@ -16,7 +16,9 @@
 template <class T>
 class CObject : public IUnknown {
 public:
-    QResult QueryInterface(const IID& iid, void** object) override { return InternalQueryInterface(iid, object); }
+    QResult QueryInterface(const IID& iid, void** object) override {
+        return InternalQueryInterface(iid, object);
+    }
     uint32_t AddRef() override { return InternalAddRef(); }
     uint32_t Release() override { return InternalRelease(); }
 
@@ -97,11 +99,11 @@ protected:
 };
 
 // One implementation of the IUnknown slots for every base of component T.
-#define QEL_COMPONENT_IUNKNOWN(T)                                                                  \
-public:                                                                                            \
-    QResult QueryInterface(const IID& iid, void** object) override {                              \
-        return CObject<T>::InternalQueryInterface(iid, object);                                    \
-    }                                                                                              \
-    uint32_t AddRef() override { return CObject<T>::InternalAddRef(); }                            \
-    uint32_t Release() override { return CObject<T>::InternalRelease(); }                         \
+#define QEL_COMPONENT_IUNKNOWN(T)                                         \
+public:                                                                   \
+    QResult QueryInterface(const IID& iid, void** object) override {      \
+        return CObject<T>::InternalQueryInterface(iid, object);           \
+    }                                                                     \
+    uint32_t AddRef() override { return CObject<T>::InternalAddRef(); }   \
+    uint32_t Release() override { return CObject<T>::InternalRelease(); } \
     static const tagREFString m_ObjectName;

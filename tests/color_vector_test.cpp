@@ -27,13 +27,14 @@ TEST(GreyVectorRows, GiveTheScalarBytesForEveryWidth) {
     for (int bitCount : {24, 32}) {
         for (int width = 1; width <= 40; ++width) {
             const int height = 1 + width % 5;
-            BufferImage* source =
-                BufferImage::Make(width, height, bitCount, QEL_MODEL_BGR, static_cast<int>(seed % 4), (seed & 1) != 0);
+            BufferImage* source = BufferImage::Make(width, height, bitCount, QEL_MODEL_BGR,
+                                                    static_cast<int>(seed % 4), (seed & 1) != 0);
             source->FillRandom(seed++);
             const std::vector<unsigned char> expected = Grey(source, color::GreyLanes::Scalar, 0);
             const std::vector<unsigned char> actual = Grey(source, color::GreyLanes::Vector, 3);
-            ASSERT_EQ(actual, expected) << bitCount << "-bit width " << width << "\n"
-                                        << qeltest::HexRows(actual, static_cast<size_t>(width) * bitCount / 8);
+            ASSERT_EQ(actual, expected)
+                << bitCount << "-bit width " << width << "\n"
+                << qeltest::HexRows(actual, static_cast<size_t>(width) * bitCount / 8);
             EXPECT_TRUE(source->GuardsIntact());
             source->Release();
         }

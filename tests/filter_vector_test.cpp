@@ -35,14 +35,14 @@ void ExpectPathsAgree(IQEL* source, const char* what, Run&& run) {
     run(s, ReadImageView(plain.get()), FilterPath::Plain);
     run(s, ReadImageView(general.get()), FilterPath::General);
     const auto expected = PixelBytes(general.get());
-    ASSERT_EQ(PixelBytes(plain.get()), expected) << what << " plain, " << p.bitCount << " bits, " << p.width
-                                                 << "x" << p.height;
+    ASSERT_EQ(PixelBytes(plain.get()), expected)
+        << what << " plain, " << p.bitCount << " bits, " << p.width << "x" << p.height;
     ASSERT_EQ(PixelBytes(fast.get()), expected)
         << what << " fast, " << p.bitCount << " bits, " << p.width << "x" << p.height << "\n"
         << HexRows(PixelBytes(fast.get()), p.RowBytes()) << "expected\n"
         << HexRows(expected, p.RowBytes());
-    ASSERT_EQ(PixelBytes(baseline.get()), expected) << what << " baseline, " << p.bitCount << " bits, "
-                                                    << p.width << "x" << p.height;
+    ASSERT_EQ(PixelBytes(baseline.get()), expected)
+        << what << " baseline, " << p.bitCount << " bits, " << p.width << "x" << p.height;
     ASSERT_TRUE(fast->GuardsIntact() && plain->GuardsIntact() && general->GuardsIntact() &&
                 baseline->GuardsIntact());
 }
@@ -54,15 +54,15 @@ TEST(FilterVectorSteps, ConvolutionMatchesScalarLoops) {
         int size, divisor, offset;
     };
     const std::vector<Kernel> kernels = {
-        {{1, 1, 1, 1, 1, 1, 1, 1, 1}, 3, 9, 0},                      // 16-bit sums, divided
-        {{-1, -1, -1, -1, 15, -1, -1, -1, -1}, 3, 7, 0},             // negative sums
-        {{0, 0, -1, 0, 0, 0, 1, 0, 0}, 3, 0, 127},                   // no division, offset
-        {{2, -3, 5, 1}, 2, 1, -20},                                  // even size, divisor 1
-        {{1, 2, 1, 2, 4, 2, 1, 2, 1}, 3, -1, 300},                   // negative divisor: scalar
-        {{128, 0, 0, 0, 0, 0, 0, 0, 1}, 3, 3, 0},                    // sums just past 16 bits
-        {{127, 1, -128, 0, 0, 0, 0, 0, 0}, 3, 2, -40000},            // offset past 16 bits
-        {{-128, 0, 0, 0, 0, 0, 0, 0, 0}, 3, 255, 1},                 // sum reaching -32640
-        {{1, 2, 1, 2, 4, 2, 1, 2, 1}, 3, 16, 0},                     // separable, summed down then across
+        {{1, 1, 1, 1, 1, 1, 1, 1, 1}, 3, 9, 0},            // 16-bit sums, divided
+        {{-1, -1, -1, -1, 15, -1, -1, -1, -1}, 3, 7, 0},   // negative sums
+        {{0, 0, -1, 0, 0, 0, 1, 0, 0}, 3, 0, 127},         // no division, offset
+        {{2, -3, 5, 1}, 2, 1, -20},                        // even size, divisor 1
+        {{1, 2, 1, 2, 4, 2, 1, 2, 1}, 3, -1, 300},         // negative divisor: scalar
+        {{128, 0, 0, 0, 0, 0, 0, 0, 1}, 3, 3, 0},          // sums just past 16 bits
+        {{127, 1, -128, 0, 0, 0, 0, 0, 0}, 3, 2, -40000},  // offset past 16 bits
+        {{-128, 0, 0, 0, 0, 0, 0, 0, 0}, 3, 255, 1},       // sum reaching -32640
+        {{1, 2, 1, 2, 4, 2, 1, 2, 1}, 3, 16, 0},           // separable, summed down then across
     };
     // A separable 5 x 5 kernel with negative and zero factors: column (1, -2, 0, 3, 1)
     // times row (2, 0, -1, 1, 1).
@@ -79,18 +79,21 @@ TEST(FilterVectorSteps, ConvolutionMatchesScalarLoops) {
             Owned src(BufferImage::Make(width, height, bpp, ModelFor(bpp), width % 3, width % 2 == 1));
             src->FillRandom(static_cast<uint32_t>(random()));
             for (const Kernel& k : all) {
-                ExpectPathsAgree(src.get(), "convolution", [&](const ImageView& s, const ImageView& d, FilterPath p) {
-                    ConvolveView(s, d, k.weights.data(), k.size, k.divisor, k.offset, p);
-                });
+                ExpectPathsAgree(src.get(), "convolution",
+                                 [&](const ImageView& s, const ImageView& d, FilterPath p) {
+                                     ConvolveView(s, d, k.weights.data(), k.size, k.divisor, k.offset, p);
+                                 });
             }
             // Every weight pattern of a 5 x 5 kernel within 16-bit sums, random divisors.
             for (int trial = 0; trial < 4; ++trial) {
                 std::vector<int> weights(25);
                 for (int& w : weights) w = static_cast<int>(random() % 11) - 5;
-                const int divisor = static_cast<int>(random() % 300) - 20, offset = static_cast<int>(random() % 80) - 40;
-                ExpectPathsAgree(src.get(), "random 5x5", [&](const ImageView& s, const ImageView& d, FilterPath p) {
-                    ConvolveView(s, d, weights.data(), 5, divisor, offset, p);
-                });
+                const int divisor = static_cast<int>(random() % 300) - 20,
+                          offset = static_cast<int>(random() % 80) - 40;
+                ExpectPathsAgree(src.get(), "random 5x5",
+                                 [&](const ImageView& s, const ImageView& d, FilterPath p) {
+                                     ConvolveView(s, d, weights.data(), 5, divisor, offset, p);
+                                 });
             }
         }
     }
@@ -106,9 +109,10 @@ TEST(FilterVectorSteps, ConvolutionExtremeSumsDivideExactly) {
             for (size_t n = 0; n < p.RowBytes(); ++n) p.Row(y)[n] = seed == 0 ? 255 : (n % 7 == 0 ? 0 : 255);
         for (int divisor = 2; divisor < 200; divisor += 7) {
             const int weights[9] = {16, 16, 16, 16, 0, -16, 16, 16, 16};
-            ExpectPathsAgree(src.get(), "extreme sums", [&](const ImageView& s, const ImageView& d, FilterPath path) {
-                ConvolveView(s, d, weights, 3, divisor, 3, path);
-            });
+            ExpectPathsAgree(src.get(), "extreme sums",
+                             [&](const ImageView& s, const ImageView& d, FilterPath path) {
+                                 ConvolveView(s, d, weights, 3, divisor, 3, path);
+                             });
         }
     }
 }
@@ -148,9 +152,10 @@ TEST(FilterVectorSteps, MediansMatchScalarLoops) {
                 for (int y = 0; y < height; ++y)
                     for (size_t n = 0; n < p.RowBytes(); ++n) p.Row(y)[n] &= 0xC3;
                 for (int size : {3, 2, 5}) {
-                    ExpectPathsAgree(src.get(), "median", [&](const ImageView& s, const ImageView& d, FilterPath path) {
-                        MedianView(s, d, size, path);
-                    });
+                    ExpectPathsAgree(src.get(), "median",
+                                     [&](const ImageView& s, const ImageView& d, FilterPath path) {
+                                         MedianView(s, d, size, path);
+                                     });
                 }
             }
         }

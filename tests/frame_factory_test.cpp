@@ -95,8 +95,8 @@ TEST(CreateInstance, RefusesOtherInterfacesWithNullOutput) {
 }
 
 TEST(QueryInterface, CountsAndIdentityAcrossInterfacePointers) {
-    SmartPtr<IQELColorTransform> colour = TestHost().Create<IQELColorTransform>(
-        L"QELColorTransform", qel::iid::IQELColorTransform);
+    SmartPtr<IQELColorTransform> colour =
+        TestHost().Create<IQELColorTransform>(L"QELColorTransform", qel::iid::IQELColorTransform);
     ASSERT_TRUE(colour);
     SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(colour.Get(), qel::iid::IObjectInfo);
     ASSERT_TRUE(info);

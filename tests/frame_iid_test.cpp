@@ -5,7 +5,9 @@
 
 namespace {
 
-uint8_t ByteOf(const IID& iid, int index) { return static_cast<uint8_t>(iid.words[index / 4] >> (8 * (index % 4))); }
+uint8_t ByteOf(const IID& iid, int index) {
+    return static_cast<uint8_t>(iid.words[index / 4] >> (8 * (index % 4)));
+}
 
 void ExpectBytes(const IID& iid, std::initializer_list<uint8_t> leading) {
     int index = 0;

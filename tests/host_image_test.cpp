@@ -149,7 +149,7 @@ TEST(ImageDIB, AssignCopiesSizeFormatPixelsAndPalette) {
 TEST(RuntimeStrings, CreatableStringAppendsAndLocatorsResolve) {
     SmartPtr<ICreatableString> text;
     ASSERT_EQ(TestHost().Collection()->CreateComponent(qel::REF(L"CreatableString"),
-                                                        &qel::iid::ICreatableString, text.OutVoid()),
+                                                       &qel::iid::ICreatableString, text.OutVoid()),
               QEL_OK);
     const wchar_t letters[] = L"QELImageDIB";
     for (int i = 0; i < 11; ++i) text->AppendChars(1, &letters[i]);
@@ -173,12 +173,13 @@ TEST(RuntimeStrings, CreatableStringAppendsAndLocatorsResolve) {
 TEST(RuntimeCollection, CreatesTheModuleComponentsByName) {
     SmartPtr<IQELMaths> maths;
     EXPECT_EQ(TestHost().Collection()->CreateComponent(qel::REF(L"QELMaths"), &qel::iid::IQELMaths,
-                                                        maths.OutVoid()),
+                                                       maths.OutVoid()),
               QEL_OK);
     EXPECT_TRUE(maths);
     SmartPtr<IUnknown> none;
-    EXPECT_EQ(TestHost().Collection()->CreateComponent(qel::REF(L"Nothing"), &qel::iid::IUnknown, none.OutVoid()),
-              QEL_E_FAIL);
+    EXPECT_EQ(
+        TestHost().Collection()->CreateComponent(qel::REF(L"Nothing"), &qel::iid::IUnknown, none.OutVoid()),
+        QEL_E_FAIL);
     EXPECT_FALSE(none);
 }
 

@@ -2,6 +2,8 @@
 // module by the folder rule, its failure message and retry, and the two roads
 // to a new image. Loader state and the module's caches are process-wide, so
 // each case runs in a child process of its own.
+#include "module/host_services.h"
+
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,7 +14,6 @@
 #include <functional>
 #include <string>
 
-#include "module/host_services.h"
 #include "module/iids.h"
 #include "support/forwarding_collection.h"
 #include "support/test_image.h"
@@ -44,7 +45,8 @@ ChildResult RunInChild(const std::function<int()>& body) {
     ChildResult result;
     char buffer[512];
     ssize_t got;
-    while ((got = read(pipeEnds[0], buffer, sizeof(buffer))) > 0) result.output.append(buffer, static_cast<size_t>(got));
+    while ((got = read(pipeEnds[0], buffer, sizeof(buffer))) > 0)
+        result.output.append(buffer, static_cast<size_t>(got));
     close(pipeEnds[0]);
     int status = 0;
     waitpid(child, &status, 0);
@@ -101,7 +103,8 @@ TEST(GlobalComponents, ReportsAMissingCollectionsModuleAndRetries) {
         << result.output;
     EXPECT_EQ(Count(result.output, "\n"), 2u) << "one line per failed attempt:\n" << result.output;
     EXPECT_NE(result.output.find("CollectionsEx.so: cannot open shared object file"), std::string::npos)
-        << "the loader's own message follows:\n" << result.output;
+        << "the loader's own message follows:\n"
+        << result.output;
 }
 
 TEST(GlobalComponents, UsesTheHandedOverCollectionWithoutLoadingAnything) {
@@ -127,7 +130,8 @@ TEST(ModuleCreateFunction, RefusesNamesLongerThanThePathBuffer) {
         const std::wstring huge(100000, L'y');
         if (MODULECreateFunction(tagREFString{fits.size(), fits.c_str()}, qel::REF(L"Anything")) != nullptr)
             return 10;
-        if (MODULECreateFunction(tagREFString{tooLong.size(), tooLong.c_str()}, qel::REF(L"Anything")) != nullptr)
+        if (MODULECreateFunction(tagREFString{tooLong.size(), tooLong.c_str()}, qel::REF(L"Anything")) !=
+            nullptr)
             return 11;
         if (MODULECreateFunction(tagREFString{huge.size(), huge.c_str()}, qel::REF(L"Anything")) != nullptr)
             return 12;
@@ -135,13 +139,15 @@ TEST(ModuleCreateFunction, RefusesNamesLongerThanThePathBuffer) {
     });
     EXPECT_EQ(result.exitCode, 0);
     // Only the name that fits reaches the loader and its message.
-    EXPECT_EQ(Count(result.output, "Module not available ./_binLIN64/" + std::string(248, 'x') + ".so, error"), 1u);
+    EXPECT_EQ(
+        Count(result.output, "Module not available ./_binLIN64/" + std::string(248, 'x') + ".so, error"), 1u);
     EXPECT_EQ(Count(result.output, "Module not available"), 1u) << result.output;
 }
 
 TEST(ModuleCreateFunction, LoadsASiblingAndAsksItForTheComponent) {
     const ChildResult result = RunInChild([] {
-        QELCreateInstanceFn create = MODULECreateFunction(qel::REF(L"CollectionsEx"), qel::REF(L"QELImageDIB"));
+        QELCreateInstanceFn create =
+            MODULECreateFunction(qel::REF(L"CollectionsEx"), qel::REF(L"QELImageDIB"));
         if (create == nullptr) return 10;
         SmartPtr<IQELImage> image;
         if (create(nullptr, &IID_IQELImage, image.OutVoid()) != QEL_OK || !image) return 11;

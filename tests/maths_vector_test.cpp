@@ -19,19 +19,21 @@ unsigned char ScalarMix(const LinearMix& mix, unsigned char a, unsigned char b) 
 TEST(MathsVectorSteps, MixRowEqualsScalarRuleOnEveryBytePair) {
     const float inf = std::numeric_limits<float>::infinity();
     const float nan = std::numeric_limits<float>::quiet_NaN();
-    const LinearMix mixes[] = {{0.5f, 0.5f, 0.0f},     {0.7f, -0.3f, 12.5f}, {1.0f / 3.0f, 2.0f / 3.0f, 0.49999997f},
-                               {-1.0f, 1.0f, 255.0f},  {1e30f, 1e-30f, -1e30f}, {inf, 0.0f, 0.0f},
-                               {nan, 1.0f, 0.0f},      {0.1f, 0.2f, -0.0f},  {3.0e-8f, 0.99999994f, 0.5f}};
+    const LinearMix mixes[] = {
+        {0.5f, 0.5f, 0.0f},    {0.7f, -0.3f, 12.5f},    {1.0f / 3.0f, 2.0f / 3.0f, 0.49999997f},
+        {-1.0f, 1.0f, 255.0f}, {1e30f, 1e-30f, -1e30f}, {inf, 0.0f, 0.0f},
+        {nan, 1.0f, 0.0f},     {0.1f, 0.2f, -0.0f},     {3.0e-8f, 0.99999994f, 0.5f}};
     // Row lengths whose remainders after 32-byte steps reach the 16-byte step and the scalar loop.
     std::vector<unsigned char> a(65536 + 31), b(65536 + 31), out(65536 + 31);
-    for (size_t i = 0; i < 65536; ++i) a[i] = static_cast<unsigned char>(i >> 8), b[i] = static_cast<unsigned char>(i);
+    for (size_t i = 0; i < 65536; ++i)
+        a[i] = static_cast<unsigned char>(i >> 8), b[i] = static_cast<unsigned char>(i);
     for (const LinearMix& mix : mixes) {
         for (size_t count : {size_t{65536}, size_t{65536 + 31}, size_t{7}, size_t{33}, size_t{48}}) {
             MixRow(out.data(), a.data(), b.data(), count, mix);
             for (size_t i = 0; i < count; ++i) {
                 ASSERT_EQ(out[i], ScalarMix(mix, a[i], b[i]))
-                    << "a " << int(a[i]) << " b " << int(b[i]) << " factors " << mix.factorA << ", " << mix.factorB
-                    << " offset " << mix.offset;
+                    << "a " << int(a[i]) << " b " << int(b[i]) << " factors " << mix.factorA << ", "
+                    << mix.factorB << " offset " << mix.offset;
             }
         }
     }

@@ -15,7 +15,8 @@ TEST(MirrorVectorRows, EveryWidthReversesItsPixels) {
     uint32_t seed = 11;
     for (int width = 1; width <= 40; ++width) {
         const int height = 1 + width % 3;
-        BufferImage* source = BufferImage::Make(width, height, 24, QEL_MODEL_BGR, static_cast<int>(seed % 4), (seed & 1) != 0);
+        BufferImage* source =
+            BufferImage::Make(width, height, 24, QEL_MODEL_BGR, static_cast<int>(seed % 4), (seed & 1) != 0);
         source->FillRandom(seed++);
         SmartPtr<IQEL> mirrored;
         ASSERT_EQ(Transform()->Mirror(source, mirrored.Out()), QEL_OK);

@@ -54,8 +54,9 @@ protected:
         std::string command = "./qel";
         std::istringstream words(arguments);
         for (std::string word; words >> word;) {
-            const bool file = word.find('.') != std::string::npos && word[0] != '-' && word.find('/') == std::string::npos &&
-                              word.find(',') == std::string::npos && !std::isdigit(static_cast<unsigned char>(word[0]));
+            const bool file = word.find('.') != std::string::npos && word[0] != '-' &&
+                              word.find('/') == std::string::npos && word.find(',') == std::string::npos &&
+                              !std::isdigit(static_cast<unsigned char>(word[0]));
             command += " '" + (file ? Path(word) : word) + "'";
         }
         command += " >'" + Path("stdout") + "' 2>'" + Path("stderr") + "'";
@@ -70,7 +71,9 @@ protected:
     // Files of the test folder other than the captured output.
     std::vector<std::string> Listing() {
         const std::string listing = Path("listing");
-        std::system(("ls -A '" + dir_ + "' | grep -v -e '^stdout$' -e '^stderr$' -e '^listing$' >'" + listing + "'").c_str());
+        std::system(
+            ("ls -A '" + dir_ + "' | grep -v -e '^stdout$' -e '^stderr$' -e '^listing$' >'" + listing + "'")
+                .c_str());
         std::vector<std::string> names;
         std::istringstream in(ReadFile(listing));
         for (std::string name; std::getline(in, name);) names.push_back(name);
@@ -84,8 +87,9 @@ protected:
 
 std::string Pam(int width, int height, int depth, const char* tuple, const std::vector<uint8_t>& samples,
                 int maxval = 255) {
-    std::string pam = "P7\nWIDTH " + std::to_string(width) + "\nHEIGHT " + std::to_string(height) + "\nDEPTH " +
-                      std::to_string(depth) + "\nMAXVAL " + std::to_string(maxval) + "\nTUPLTYPE " + tuple + "\nENDHDR\n";
+    std::string pam = "P7\nWIDTH " + std::to_string(width) + "\nHEIGHT " + std::to_string(height) +
+                      "\nDEPTH " + std::to_string(depth) + "\nMAXVAL " + std::to_string(maxval) +
+                      "\nTUPLTYPE " + tuple + "\nENDHDR\n";
     return pam + std::string(samples.begin(), samples.end());
 }
 
@@ -108,7 +112,8 @@ uint32_t Crc32(const std::string& bytes) {
 }
 
 std::string BigEndian(uint32_t v) {
-    return std::string{static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8), static_cast<char>(v)};
+    return std::string{static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8),
+                       static_cast<char>(v)};
 }
 
 std::string Chunk(const std::string& type, const std::string& data) {
@@ -180,7 +185,8 @@ TEST_F(QelTool, GreyAlphaAndBilevelKeepTheirValues) {
     ASSERT_EQ(Qel("ga.pam ga.png").status, 0);
     ASSERT_EQ(Qel("ga.png back.pam").status, 0);
     std::string tuple;
-    EXPECT_EQ(PamSamples(ReadFile(Path("back.pam")), &tuple), (std::vector<uint8_t>{10, 10, 10, 200, 250, 250, 250, 7}));
+    EXPECT_EQ(PamSamples(ReadFile(Path("back.pam")), &tuple),
+              (std::vector<uint8_t>{10, 10, 10, 200, 250, 250, 250, 7}));
     // A 1-bit PNG stays 1-bit through PNG and PAM.
     WriteFile(Path("bw.png"), Png(10, 2, 1, 0, std::string("\0\xA5\x40\0\x0F\xC0", 6)));
     EXPECT_EQ(Qel("bw.png").out, "10x2, 1-bit MONO\n");
@@ -193,12 +199,14 @@ TEST_F(QelTool, GreyAlphaAndBilevelKeepTheirValues) {
 
 TEST_F(QelTool, NetpbmSamplesScaleToBytesAndAlphaSurvives) {
     // 16-bit grey+alpha: 0x0000, 0x01FF, 0x8080, 0xFFFF scale to 0, 2, 128, 255.
-    WriteFile(Path("ga16.pam"), Pam(2, 1, 2, "GRAYSCALE_ALPHA", {0x01, 0xFF, 0x80, 0x80, 0xFF, 0xFF, 0x00, 0x00}, 65535));
+    WriteFile(Path("ga16.pam"),
+              Pam(2, 1, 2, "GRAYSCALE_ALPHA", {0x01, 0xFF, 0x80, 0x80, 0xFF, 0xFF, 0x00, 0x00}, 65535));
     EXPECT_EQ(Qel("ga16.pam").out, "2x1, 32-bit ARGB\n");
     ASSERT_EQ(Qel("ga16.pam once.pam").status, 0);
     ASSERT_EQ(Qel("once.pam twice.pam").status, 0);
     std::string tuple;
-    EXPECT_EQ(PamSamples(ReadFile(Path("twice.pam")), &tuple), (std::vector<uint8_t>{2, 2, 2, 128, 255, 255, 255, 0}));
+    EXPECT_EQ(PamSamples(ReadFile(Path("twice.pam")), &tuple),
+              (std::vector<uint8_t>{2, 2, 2, 128, 255, 255, 255, 0}));
     EXPECT_EQ(tuple, "RGB_ALPHA");
     EXPECT_EQ(ReadFile(Path("twice.pam")), ReadFile(Path("once.pam")));
     // Plain PGM with maxval 1000: 500 rounds up to 128, 999 to 255.
@@ -212,7 +220,8 @@ TEST_F(QelTool, NetpbmSamplesScaleToBytesAndAlphaSurvives) {
         SCOPED_TRACE(file);
         EXPECT_EQ(Qel(file).out, "10x1, 1-bit MONO\n");
         ASSERT_EQ(Qel(std::string(file) + " bw.pam").status, 0);
-        EXPECT_EQ(PamSamples(ReadFile(Path("bw.pam")), &tuple), (std::vector<uint8_t>{0, 1, 0, 1, 1, 0, 1, 0, 1, 0}));
+        EXPECT_EQ(PamSamples(ReadFile(Path("bw.pam")), &tuple),
+                  (std::vector<uint8_t>{0, 1, 0, 1, 1, 0, 1, 0, 1, 0}));
         EXPECT_EQ(tuple, "BLACKANDWHITE");
     }
 }
@@ -225,7 +234,8 @@ TEST_F(QelTool, PalettePngKeepsItsPaletteAndSixteenBitIsReduced) {
     EXPECT_EQ(Qel("same.png").out, "3x1, 8-bit MONO with palette\n");
     ASSERT_EQ(Qel("same.png colours.pam").status, 0);
     std::string tuple;
-    EXPECT_EQ(PamSamples(ReadFile(Path("colours.pam")), &tuple), (std::vector<uint8_t>{16, 32, 48, 255, 0, 0, 0, 128, 0}));
+    EXPECT_EQ(PamSamples(ReadFile(Path("colours.pam")), &tuple),
+              (std::vector<uint8_t>{16, 32, 48, 255, 0, 0, 0, 128, 0}));
     // 16-bit grey samples 0x0000, 0x01FF, 0xFFFF scale to 0, 2, 255.
     WriteFile(Path("deep.png"), Png(3, 1, 16, 0, std::string("\0\x00\x00\x01\xFF\xFF\xFF", 7)));
     EXPECT_EQ(Qel("deep.png").out, "3x1, 8-bit MONO\n");
@@ -236,8 +246,9 @@ TEST_F(QelTool, PalettePngKeepsItsPaletteAndSixteenBitIsReduced) {
 TEST_F(QelTool, JpegRoundTripStaysClose) {
     std::vector<uint8_t> samples;
     for (int y = 0; y < 16; ++y)
-        for (int x = 0; x < 16; ++x) samples.push_back(static_cast<uint8_t>(x * 8)), samples.push_back(static_cast<uint8_t>(y * 8)),
-            samples.push_back(100);
+        for (int x = 0; x < 16; ++x)
+            samples.push_back(static_cast<uint8_t>(x * 8)), samples.push_back(static_cast<uint8_t>(y * 8)),
+                samples.push_back(100);
     WriteFile(Path("in.pam"), Pam(16, 16, 3, "RGB", samples));
     ASSERT_EQ(Qel("in.pam a.jpg --quality 95").status, 0);
     EXPECT_EQ(Qel("a.jpg").out, "16x16, 24-bit BGR\n");
@@ -260,19 +271,64 @@ TEST_F(QelTool, JpegRoundTripStaysClose) {
 // component code has not landed yet fails with "not implemented"; anything
 // else must succeed.
 TEST_F(QelTool, EveryOperationNameIsReachable) {
-    const char* steps[] = {
-        "colorize 30", "lut 0:255,255:0", "negative", "grayscale", "shiftrgb 10 0 -10", "gamma 2.2", "light 10",
-        "alpha 128", "transparent FFFFFF", "alphakey 100 000000", "threshold", "flip", "mirror", "rotate 30",
-        "skew 0.2", "resample 40x30", "depth 24", "rotatepaste 15", "swaprb", "quad 0,0 100,0 0,80 100,80",
-        "transform 1,0,5,0,1,5", "transformpaste 1,0,5,0,1,5", "flipall", "bulge", "pinch", "swirl", "polar", "fold",
-        "circle 2", "erode", "edge", "dilate", "filter 1,1,1,1,1,1,1,1,1", "contour", "jitter", "noise", "median",
-        "emboss", "blur", "soften", "sharpen", "gaussian", "fill 0", "copy pattern", "addscale pattern", "scale 2",
-        "subtract pattern", "blank", "add pattern", "resample 50% --nearest", "Median 3", "GaussianBlur 2"};
+    const char* steps[] = {"colorize 30",
+                           "lut 0:255,255:0",
+                           "negative",
+                           "grayscale",
+                           "shiftrgb 10 0 -10",
+                           "gamma 2.2",
+                           "light 10",
+                           "alpha 128",
+                           "transparent FFFFFF",
+                           "alphakey 100 000000",
+                           "threshold",
+                           "flip",
+                           "mirror",
+                           "rotate 30",
+                           "skew 0.2",
+                           "resample 40x30",
+                           "depth 24",
+                           "rotatepaste 15",
+                           "swaprb",
+                           "quad 0,0 100,0 0,80 100,80",
+                           "transform 1,0,5,0,1,5",
+                           "transformpaste 1,0,5,0,1,5",
+                           "flipall",
+                           "bulge",
+                           "pinch",
+                           "swirl",
+                           "polar",
+                           "fold",
+                           "circle 2",
+                           "erode",
+                           "edge",
+                           "dilate",
+                           "filter 1,1,1,1,1,1,1,1,1",
+                           "contour",
+                           "jitter",
+                           "noise",
+                           "median",
+                           "emboss",
+                           "blur",
+                           "soften",
+                           "sharpen",
+                           "gaussian",
+                           "fill 0",
+                           "copy pattern",
+                           "addscale pattern",
+                           "scale 2",
+                           "subtract pattern",
+                           "blank",
+                           "add pattern",
+                           "resample 50% --nearest",
+                           "Median 3",
+                           "GaussianBlur 2"};
     const std::string list = Qel("list").out;
     for (const char* step : steps) {
         SCOPED_TRACE(step);
-        const std::string name(step, std::string(step).find(' ') == std::string::npos ? std::string(step).size()
-                                                                                       : std::string(step).find(' '));
+        const std::string name(step, std::string(step).find(' ') == std::string::npos
+                                         ? std::string(step).size()
+                                         : std::string(step).find(' '));
         const Outcome outcome = Qel(std::string("sample ") + step + " out.png");
         if (outcome.status == 1 && outcome.err.find("not implemented") != std::string::npos) continue;
         EXPECT_EQ(outcome.status, 0) << outcome.err;
@@ -280,7 +336,8 @@ TEST_F(QelTool, EveryOperationNameIsReachable) {
         EXPECT_TRUE(Exists(Path("out.png")));
     }
     // The list shows every operation under its component.
-    for (const char* heading : {"QELColorTransform\n", "QELTransform\n", "QELDeform\n", "QELFilterTransform\n", "QELMaths\n"})
+    for (const char* heading :
+         {"QELColorTransform\n", "QELTransform\n", "QELDeform\n", "QELFilterTransform\n", "QELMaths\n"})
         EXPECT_NE(list.find(heading), std::string::npos) << heading;
     EXPECT_NE(list.find("  median [SIZE]"), std::string::npos);
 }
@@ -300,7 +357,8 @@ TEST_F(QelTool, ChainEqualsTheStepsRunOneAfterAnother) {
 
 TEST_F(QelTool, TimeOptionReportsEachStep) {
     const Outcome outcome = Qel("sample --time flip negative out.png");
-    if (outcome.status == 1 && outcome.err.find("not implemented") != std::string::npos) GTEST_SKIP() << outcome.err;
+    if (outcome.status == 1 && outcome.err.find("not implemented") != std::string::npos)
+        GTEST_SKIP() << outcome.err;
     ASSERT_EQ(outcome.status, 0) << outcome.err;
     for (const char* step : {"ms  read sample\n", "ms  flip\n", "ms  negative\n", "ms  write "})
         EXPECT_NE(outcome.err.find(step), std::string::npos) << outcome.err;
@@ -390,8 +448,9 @@ TEST_F(QelTool, CommandLineMistakesExitWithStatusTwo) {
         SCOPED_TRACE(c.arguments);
         const Outcome outcome = Qel(c.arguments);
         EXPECT_EQ(outcome.status, 2);
-        const std::string message =
-            std::string(c.message).rfind("out.bmp", 0) == 0 ? "qel: " + Path(c.message) : std::string(c.message);
+        const std::string message = std::string(c.message).rfind("out.bmp", 0) == 0
+                                        ? "qel: " + Path(c.message)
+                                        : std::string(c.message);
         EXPECT_EQ(outcome.err.rfind(message, 0), 0u) << outcome.err;
         EXPECT_EQ(Listing(), std::vector<std::string>());
     }
@@ -404,9 +463,10 @@ TEST_F(QelTool, FailingOperationLeavesAnExistingOutputAlone) {
     EXPECT_EQ(outcome.status, 1);
     const bool notImplemented = outcome.err.find("not implemented") != std::string::npos;
     if (!notImplemented) {
-        EXPECT_EQ(outcome.err,
-                  "qel: scale8: failed with 0xF0040031 (the image is not MONO) on a 320x240, 32-bit ARGB image "
-                  "(accepts 32-bit MONO images)\n");
+        EXPECT_EQ(
+            outcome.err,
+            "qel: scale8: failed with 0xF0040031 (the image is not MONO) on a 320x240, 32-bit ARGB image "
+            "(accepts 32-bit MONO images)\n");
     }
     EXPECT_EQ(ReadFile(Path("out.png")), "keep me");
     EXPECT_EQ(Listing(), std::vector<std::string>{"out.png"});

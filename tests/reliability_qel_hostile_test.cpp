@@ -29,7 +29,9 @@ std::string ReadFile(const std::string& path) {
     text << in.rdbuf();
     return text.str();
 }
-void WriteFile(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
+void WriteFile(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
 bool Exists(const std::string& path) {
     struct stat info;
     return stat(path.c_str(), &info) == 0;
@@ -44,8 +46,8 @@ uint32_t Crc32(const std::string& bytes) {
     return ~crc;
 }
 std::string BigEndian(uint32_t value) {
-    return std::string{static_cast<char>(value >> 24), static_cast<char>(value >> 16), static_cast<char>(value >> 8),
-                       static_cast<char>(value)};
+    return std::string{static_cast<char>(value >> 24), static_cast<char>(value >> 16),
+                       static_cast<char>(value >> 8), static_cast<char>(value)};
 }
 // A PNG signature and a well-formed IHDR chunk (correct CRC) for any size,
 // followed by an empty image data chunk and the end chunk.
@@ -54,7 +56,8 @@ std::string PngWithSize(uint32_t width, uint32_t height) {
         return BigEndian(static_cast<uint32_t>(data.size())) + type + data + BigEndian(Crc32(type + data));
     };
     const std::string header = BigEndian(width) + BigEndian(height) + std::string("\x08\x02\x00\x00\x00", 5);
-    return std::string("\x89PNG\r\n\x1a\n", 8) + chunk("IHDR", header) + chunk("IDAT", "") + chunk("IEND", "");
+    return std::string("\x89PNG\r\n\x1a\n", 8) + chunk("IHDR", header) + chunk("IDAT", "") +
+           chunk("IEND", "");
 }
 
 class QelHostile : public ::testing::Test {
@@ -149,21 +152,31 @@ TEST_F(QelHostile, HeadersWhoseByteCountOverflowsAreRefusedBeforeAllocating) {
     ExpectRefused("maxval.pgm", "P5\n2 2\n0\nabcd");
     ExpectRefused("short.pgm", "P5\n3 3\n255\nab");
     ExpectRefused("text.pgm", "P2\n2 2\n255\n1 2 x 4\n");
-    ExpectRefused("huge.pam", "P7\nWIDTH 99999999\nHEIGHT 99999999\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n");
+    ExpectRefused("huge.pam",
+                  "P7\nWIDTH 99999999\nHEIGHT 99999999\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n");
     ExpectRefused("deep.pam", "P7\nWIDTH 1\nHEIGHT 1\nDEPTH 4000000000\nMAXVAL 255\nENDHDR\nx");
     // Start of frame with 65535 x 65535, then nothing.
-    ExpectRefused("huge.jpg", std::string("\xFF\xD8\xFF\xC0\x00\x11\x08\xFF\xFF\xFF\xFF\x03\x01\x22\x00\x02\x11\x01\x03\x11\x01"
-                                          "\xFF\xD9",
-                                          23));
+    ExpectRefused(
+        "huge.jpg",
+        std::string("\xFF\xD8\xFF\xC0\x00\x11\x08\xFF\xFF\xFF\xFF\x03\x01\x22\x00\x02\x11\x01\x03\x11\x01"
+                    "\xFF\xD9",
+                    23));
     ExpectRefused("empty.png", "");
 }
 
 TEST_F(QelHostile, AbsurdArgumentsAreUsageErrors) {
     const std::vector<std::vector<std::string>> chains = {
-        {"resample", "2147483648x2"},     {"resample", "65536x65536"}, {"resample", "0x5"},
-        {"resample", "nan%"},             {"gamma", "nan"},            {"gamma", "inf"},
-        {"median", "1000000"},            {"rotate", "2147483648"},    {"light", "1e999", "0"},
-        {"resample", "-5x-5"},            {"noise", "99999999999999999999"},
+        {"resample", "2147483648x2"},
+        {"resample", "65536x65536"},
+        {"resample", "0x5"},
+        {"resample", "nan%"},
+        {"gamma", "nan"},
+        {"gamma", "inf"},
+        {"median", "1000000"},
+        {"rotate", "2147483648"},
+        {"light", "1e999", "0"},
+        {"resample", "-5x-5"},
+        {"noise", "99999999999999999999"},
     };
     for (const std::vector<std::string>& chain : chains) {
         std::vector<std::string> words = {"sample"};
@@ -193,8 +206,9 @@ TEST_F(QelHostile, ResultsAboveThePixelLimitAreRefusedBeforeTheModuleMakesThem) 
 
     // A raised limit lets a small image grow past the default's share of it.
     WriteFile(Path("tiny.pgm"), "P5\n20 10\n255\n" + std::string(200, '\x40'));
-    ExpectFailure({Path("tiny.pgm"), "resample", "1000%", "resample", "1000%", "--max-pixels", "1999999", out},
-                  "qel: resample: result 2000x1000 is above the pixel limit 1999999 " + limit);
+    ExpectFailure(
+        {Path("tiny.pgm"), "resample", "1000%", "resample", "1000%", "--max-pixels", "1999999", out},
+        "qel: resample: result 2000x1000 is above the pixel limit 1999999 " + limit);
     ExpectResult({Path("tiny.pgm"), "resample", "1000%", "resample", "1000%", "--max-pixels", "2000000"},
                  "2000x1000, 8-bit MONO");
 
@@ -211,9 +225,11 @@ TEST_F(QelHostile, ResultsAboveThePixelLimitAreRefusedBeforeTheModuleMakesThem) 
     const std::string tiny = Path("tiny.pgm");
     ExpectFailure({"--max-pixels", "14999", tiny, "quad", "0,0", "150,0", "0,100", "200,120", out},
                   "qel: quad: result 150x100 is above the pixel limit 14999 " + limit);
-    ExpectResult({"--max-pixels", "15000", tiny, "quad", "0,0", "150,0", "0,100", "200,120"}, "150x100, 8-bit MONO");
-    ExpectFailure({"--max-pixels", "9999", tiny, "quad", "0,0", "5,0", "0,5", "5,5", "--size", "100x100", out},
-                  "qel: quad: result 100x100 is above the pixel limit 9999 " + limit);
+    ExpectResult({"--max-pixels", "15000", tiny, "quad", "0,0", "150,0", "0,100", "200,120"},
+                 "150x100, 8-bit MONO");
+    ExpectFailure(
+        {"--max-pixels", "9999", tiny, "quad", "0,0", "5,0", "0,5", "5,5", "--size", "100x100", out},
+        "qel: quad: result 100x100 is above the pixel limit 9999 " + limit);
 
     // Transform makes its --size.
     ExpectFailure({"sample", "transform", "1,0,0,0,1,0", "--size", "30000x30000", out},
@@ -230,22 +246,26 @@ TEST_F(QelHostile, FilesAboveThePixelLimitAreRefusedInEveryFormat) {
         ExpectFailure({"--max-pixels", "850", file, "negative", out},
                       "qel: " + file + ": image 37x23 is above the pixel limit 850 " + limit);
         const bool alpha = extension == "png" || extension == "pam";
-        ExpectResult({"--max-pixels", "851", file, "negative"}, alpha ? "37x23, 32-bit ARGB" : "37x23, 24-bit BGR");
+        ExpectResult({"--max-pixels", "851", file, "negative"},
+                     alpha ? "37x23, 32-bit ARGB" : "37x23, 24-bit BGR");
     }
     // Second images are held to it too, and so is the built-in chart.
     WriteFile(Path("small.ppm"), "P6\n2 2\n255\n" + std::string(12, '\x10'));
     ExpectFailure({"--max-pixels", "850", Path("small.ppm"), "subtract", Path("37x23.png"), out},
-                  "qel: subtract: failed with 0x80004005 (the operation failed; the image's format may not be supported): " +
+                  "qel: subtract: failed with 0x80004005 (the operation failed; the image's format may not "
+                  "be supported): " +
                       Path("37x23.png") + ": image 37x23 is above the pixel limit 850 " + limit);
     ExpectFailure({"--max-pixels", "76799", "sample", "blur", out},
                   "qel: sample: image 320x240 is above the pixel limit 76799 " + limit);
 }
 
 TEST_F(QelHostile, PixelLimitsThatAreNotPositiveWholeNumbersAreUsageErrors) {
-    for (const std::string value : {"0", "-5", "abc", "", "1e9", "12x", "+7", " 7", "0x100", "99999999999999999999"}) {
+    for (const std::string value :
+         {"0", "-5", "abc", "", "1e9", "12x", "+7", " 7", "0x100", "99999999999999999999"}) {
         const Outcome outcome = Qel({"--max-pixels", value, "sample", "blur", Path("out.png")});
         EXPECT_EQ(outcome.status, 2) << "'" << value << "'";
-        EXPECT_EQ(outcome.err, "qel: bad --max-pixels '" + value + "': expected a whole number of pixels from 1 up\n");
+        EXPECT_EQ(outcome.err,
+                  "qel: bad --max-pixels '" + value + "': expected a whole number of pixels from 1 up\n");
         EXPECT_FALSE(Exists(Path("out.png"))) << "'" << value << "'";
     }
     const Outcome missing = Qel({"sample", "blur", "--max-pixels"});

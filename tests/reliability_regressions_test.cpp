@@ -26,8 +26,8 @@ SmartPtr<BufferImage> Random(int w, int h, int bpp, unsigned model, uint32_t see
 // to int conversion of NaN), and its centring overflowed.
 TEST(Regression, RotatePasteByNonFiniteAngleDrawsNothing) {
     SmartPtr<BufferImage> source = Random(6, 5, 24, QEL_MODEL_BGR, 1);
-    for (const double angle : {std::nan(""), std::numeric_limits<double>::infinity(),
-                               -std::numeric_limits<double>::infinity()}) {
+    for (const double angle :
+         {std::nan(""), std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity()}) {
         SmartPtr<BufferImage> target = Random(7, 4, 32, QEL_MODEL_ARGB, 2);
         const std::vector<unsigned char> before = target->Snapshot();
         EXPECT_EQ(Transform()->RotatePaste(source.Get(), target.Get(), angle, 3, 0), QEL_OK) << angle;

@@ -136,7 +136,8 @@ TEST(ReliabilityThreads, SharedSourceAndComponentsKeepReferencesBalanced) {
             filter->Sharpen(input.Get(), out.Out());
             digests[t].push_back(PixelDigest(out.Get()));
             handedOver[t].push_back(out.Detach());
-            SmartPtr<IQELTransform> transform = QueryAs<IQELTransform>(c.transform.Get(), qel::iid::IQELTransform);
+            SmartPtr<IQELTransform> transform =
+                QueryAs<IQELTransform>(c.transform.Get(), qel::iid::IQELTransform);
             transform->Mirror(input.Get(), out.Out());
         }
     });

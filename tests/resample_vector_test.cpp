@@ -25,8 +25,8 @@ const GridCase kCases[] = {{13, 11, 26, 22}, {40, 37, 83, 75}, {17, 29, 51, 30},
 
 std::vector<unsigned char> Grid(BufferImage* source, const GridCase& c, int method, GridLanes lanes,
                                 int destPadding) {
-    BufferImage* dest = BufferImage::Make(c.newWidth, c.newHeight, ReadImageView(source).bitCount, QEL_MODEL_BGR,
-                                          destPadding);
+    BufferImage* dest = BufferImage::Make(c.newWidth, c.newHeight, ReadImageView(source).bitCount,
+                                          QEL_MODEL_BGR, destPadding);
     const ImageView from = ReadImageView(source), to = ReadImageView(dest);
     InterpolateGrid(from, to, static_cast<float>(c.width) / static_cast<float>(c.newWidth),
                     static_cast<float>(c.height) / static_cast<float>(c.newHeight), method, lanes);
@@ -42,7 +42,8 @@ TEST(ResampleVectorSteps, PairedLanesGiveTheScalarBytesForEveryKernel) {
     for (int bitCount : {24, 32}) {
         for (const GridCase& c : kCases) {
             const bool bottomUp = (seed & 1) != 0;
-            BufferImage* source = BufferImage::Make(c.width, c.height, bitCount, QEL_MODEL_BGR, seed % 3, bottomUp);
+            BufferImage* source =
+                BufferImage::Make(c.width, c.height, bitCount, QEL_MODEL_BGR, seed % 3, bottomUp);
             source->FillRandom(seed++);
             for (int method = 2; method <= 15; ++method) {
                 const std::vector<unsigned char> expected = Grid(source, c, method, GridLanes::Scalar, 0);
@@ -66,11 +67,13 @@ TEST(ResampleVectorSteps, ClampedSumsMatchOnHardEdges) {
         BufferImage* source = BufferImage::Make(31, 23, bitCount, QEL_MODEL_BGR);
         for (int y = 0; y < 23; ++y)
             for (int x = 0; x < 31 * bitCount / 8; ++x)
-                source->Row(y)[x] = static_cast<unsigned char>(((x / (bitCount / 8)) % 5 == 2 || y % 7 == 3) ? 0 : 255);
+                source->Row(y)[x] =
+                    static_cast<unsigned char>(((x / (bitCount / 8)) % 5 == 2 || y % 7 == 3) ? 0 : 255);
         const GridCase c{31, 23, 70, 61};
         for (int method : {3, 4, 5, 9, 15}) {
             const std::vector<unsigned char> expected = Grid(source, c, method, GridLanes::Scalar, 0);
-            EXPECT_EQ(Grid(source, c, method, GridLanes::Avx2, 0), expected) << bitCount << " method " << method;
+            EXPECT_EQ(Grid(source, c, method, GridLanes::Avx2, 0), expected)
+                << bitCount << " method " << method;
         }
         source->Release();
     }
@@ -83,14 +86,18 @@ TEST(ResampleVectorSteps, HalvingRowsGiveTheScalarBytes) {
     uint32_t seed = 3;
     for (int bytes : {1, 3, 4}) {
         for (int width = 1; width <= 60; ++width) {
-            BufferImage* source = BufferImage::Make(2 * width, 2, 8 * bytes, QEL_MODEL_BGR, 0, (seed & 1) != 0);
+            BufferImage* source =
+                BufferImage::Make(2 * width, 2, 8 * bytes, QEL_MODEL_BGR, 0, (seed & 1) != 0);
             source->FillRandom(seed++);
             std::vector<ptrdiff_t> starts(static_cast<size_t>(width));
-            for (int x = 0; x < width; ++x) starts[static_cast<size_t>(x)] = static_cast<ptrdiff_t>(2) * x * bytes;
+            for (int x = 0; x < width; ++x)
+                starts[static_cast<size_t>(x)] = static_cast<ptrdiff_t>(2) * x * bytes;
             ASSERT_TRUE(BlocksFollowEachOther(starts.data(), width, bytes));
             std::vector<unsigned char> expected(static_cast<size_t>(width) * bytes, 0x5A), actual = expected;
-            HalveRow(source->Row(0), source->Row(1), starts.data(), expected.data(), width, bytes, BoxLanes::Scalar);
-            HalveRow(source->Row(0), source->Row(1), starts.data(), actual.data(), width, bytes, BoxLanes::Ssse3);
+            HalveRow(source->Row(0), source->Row(1), starts.data(), expected.data(), width, bytes,
+                     BoxLanes::Scalar);
+            HalveRow(source->Row(0), source->Row(1), starts.data(), actual.data(), width, bytes,
+                     BoxLanes::Ssse3);
             ASSERT_EQ(actual, expected) << bytes << " bytes, width " << width;
             EXPECT_TRUE(source->GuardsIntact());
             source->Release();

@@ -21,9 +21,10 @@ struct TurnCase {
 // Turns about the centre as Rotate keeps the size, output frames larger and
 // smaller than the source, widths that leave a partial group of eight, and
 // images barely wider than the drawn margin.
-const TurnCase kCases[] = {{37, 29, 37, 29, 30, true},  {40, 40, 57, 57, 45, false}, {13, 31, 31, 13, -75, true},
-                           {9, 9, 9, 9, 10, true},      {64, 21, 70, 50, 137, false}, {23, 50, 23, 50, 200, true},
-                           {8, 8, 12, 12, 3, true},     {51, 17, 19, 41, -33, false}};
+const TurnCase kCases[] = {{37, 29, 37, 29, 30, true},   {40, 40, 57, 57, 45, false},
+                           {13, 31, 31, 13, -75, true},  {9, 9, 9, 9, 10, true},
+                           {64, 21, 70, 50, 137, false}, {23, 50, 23, 50, 200, true},
+                           {8, 8, 12, 12, 3, true},      {51, 17, 19, 41, -33, false}};
 
 TurnGeometry GeometryOf(const TurnCase& c) {
     const float theta = -static_cast<float>(c.degrees) * 1.5707964f / 90.0f;
@@ -31,14 +32,16 @@ TurnGeometry GeometryOf(const TurnCase& c) {
     turn.k = static_cast<float>(std::cos(static_cast<double>(theta)));
     turn.s = static_cast<float>(std::sin(static_cast<double>(theta)));
     turn.aboutCentre = c.aboutCentre;
-    turn.startX = c.aboutCentre ? -static_cast<float>(c.destWidth) * 0.5f : 3.25f - static_cast<float>(c.destWidth) * 0.5f;
+    turn.startX = c.aboutCentre ? -static_cast<float>(c.destWidth) * 0.5f
+                                : 3.25f - static_cast<float>(c.destWidth) * 0.5f;
     turn.startY = c.aboutCentre ? -static_cast<float>(c.destHeight) * 0.5f : 1.5f;
     return turn;
 }
 
 std::vector<unsigned char> Drawn(BufferImage* source, const TurnCase& c, int destBitCount, int method,
                                  TurnLanes lanes, int destPadding) {
-    BufferImage* dest = BufferImage::Make(c.destWidth, c.destHeight, destBitCount, QEL_MODEL_BGR, destPadding);
+    BufferImage* dest =
+        BufferImage::Make(c.destWidth, c.destHeight, destBitCount, QEL_MODEL_BGR, destPadding);
     dest->FillRandom(99);  // pixels outside the drawn area keep these bytes (same padding, same bytes)
     DrawTurned(ReadImageView(source), ReadImageView(dest), GeometryOf(c), method, lanes);
     EXPECT_TRUE(dest->GuardsIntact());
@@ -53,7 +56,8 @@ TEST(RotateVectorSteps, EightLanesGiveTheScalarBytesForEveryKernel) {
     for (int bitCount : {24, 32}) {
         for (const TurnCase& c : kCases) {
             const bool bottomUp = (seed & 1) != 0;
-            BufferImage* source = BufferImage::Make(c.width, c.height, bitCount, QEL_MODEL_BGR, seed % 3, bottomUp);
+            BufferImage* source =
+                BufferImage::Make(c.width, c.height, bitCount, QEL_MODEL_BGR, seed % 3, bottomUp);
             source->FillRandom(seed++);
             for (int destBitCount : {bitCount, 32}) {
                 for (int method = 0; method <= 15; ++method) {
@@ -63,8 +67,9 @@ TEST(RotateVectorSteps, EightLanesGiveTheScalarBytesForEveryKernel) {
                     const std::vector<unsigned char> actual =
                         Drawn(source, c, destBitCount, method, TurnLanes::Avx2, destPadding);
                     ASSERT_EQ(actual, expected)
-                        << bitCount << "-bit " << c.width << "x" << c.height << " into " << destBitCount << "-bit "
-                        << c.destWidth << "x" << c.destHeight << " turned " << c.degrees << " method " << method << "\n"
+                        << bitCount << "-bit " << c.width << "x" << c.height << " into " << destBitCount
+                        << "-bit " << c.destWidth << "x" << c.destHeight << " turned " << c.degrees
+                        << " method " << method << "\n"
                         << qeltest::HexRows(actual, static_cast<size_t>(c.destWidth) * destBitCount / 8);
                 }
             }
@@ -83,10 +88,12 @@ TEST(RotateVectorSteps, ClampedSumsMatchOnHardEdges) {
         BufferImage* source = BufferImage::Make(33, 27, bitCount, QEL_MODEL_BGR);
         for (int y = 0; y < 27; ++y)
             for (int x = 0; x < 33 * bytes; ++x)
-                source->Row(y)[x] = static_cast<unsigned char>(((x / bytes) % 5 == 2 || y % 7 == 3) ? 0 : 255);
+                source->Row(y)[x] =
+                    static_cast<unsigned char>(((x / bytes) % 5 == 2 || y % 7 == 3) ? 0 : 255);
         const TurnCase c{33, 27, 33, 27, 21, true};
         for (int method : {2, 3, 4}) {
-            const std::vector<unsigned char> expected = Drawn(source, c, bitCount, method, TurnLanes::Scalar, 0);
+            const std::vector<unsigned char> expected =
+                Drawn(source, c, bitCount, method, TurnLanes::Scalar, 0);
             EXPECT_EQ(Drawn(source, c, bitCount, method, TurnLanes::Avx2, 0), expected)
                 << bitCount << " method " << method;
         }

@@ -1,5 +1,7 @@
 // Interpolated sampling: kernel weights, bounds, alpha rules, the Bessel
 // function, and the interior fast path against a tap-by-tap reference.
+#include "image/sampling.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,7 +9,6 @@
 #include <vector>
 
 #include "image/pixel.h"
-#include "image/sampling.h"
 #include "support/test_image.h"
 
 namespace {
@@ -19,8 +20,11 @@ struct Buffer {
     unsigned char* bits = nullptr;
     int stride = 0, width = 0, height = 0, bpp = 0;
     Buffer(int w, int h, int bitCount, int padding = 0, bool bottomUp = false)
-        : image(BufferImage::Make(w, h, bitCount, bitCount == 32 ? QEL_MODEL_ARGB : QEL_MODEL_BGR, padding, bottomUp)),
-          width(w), height(h), bpp(bitCount) {
+        : image(BufferImage::Make(w, h, bitCount, bitCount == 32 ? QEL_MODEL_ARGB : QEL_MODEL_BGR, padding,
+                                  bottomUp)),
+          width(w),
+          height(h),
+          bpp(bitCount) {
         int reserved = 0;
         image->GetBits(0, &reserved, &bits, &stride);
     }
@@ -49,7 +53,8 @@ uint32_t ReferenceSample(const Buffer& b, float x, float y, int method) {
     float sums[4] = {};
     for (int j = 0; j < taps; ++j)
         for (int i = 0; i < taps; ++i) {
-            const uint32_t c = GetPixelColor(b.bits, fx - back + i, fy - back + j, b.width, b.height, b.stride, b.bpp);
+            const uint32_t c =
+                GetPixelColor(b.bits, fx - back + i, fy - back + j, b.width, b.height, b.stride, b.bpp);
             const float w = row.weights[j] * column.weights[i];
             sums[0] += w * static_cast<float>(BlueOf(c));
             sums[1] += w * static_cast<float>(GreenOf(c));
@@ -59,7 +64,8 @@ uint32_t ReferenceSample(const Buffer& b, float x, float y, int method) {
     const bool interior4 = fx + 2 < b.width && fx > 0 && fy + 2 < b.height && fy >= 1;
     if (!window && !(interior4 && b.bpp == 32)) sums[3] = 0.0f;
     int channel[4];
-    for (int k = 0; k < 4; ++k) channel[k] = sums[k] > 255.0f ? 255 : sums[k] < 0.0f ? 0 : static_cast<int>(sums[k]);
+    for (int k = 0; k < 4; ++k)
+        channel[k] = sums[k] > 255.0f ? 255 : sums[k] < 0.0f ? 0 : static_cast<int>(sums[k]);
     return PackColor(channel[0], channel[1], channel[2], channel[3]);
 }
 
@@ -79,8 +85,9 @@ TEST(KernelWeights, HalfPixelPositionOfEveryKernel) {
         {9, {-1 / (1.5 * M_PI), 2 / M_PI, 2 / M_PI, -1 / (1.5 * M_PI)}},
         {10, {0.34, 0.34, 0.34, 0.34}},
         {11, {j1Far / 3, j1Near, j1Near, j1Far / 3}},
-        {12, {0.7978846 * std::exp(-4.5), 0.7978846 * std::exp(-0.5), 0.7978846 * std::exp(-0.5),
-              0.7978846 * std::exp(-4.5)}},
+        {12,
+         {0.7978846 * std::exp(-4.5), 0.7978846 * std::exp(-0.5), 0.7978846 * std::exp(-0.5),
+          0.7978846 * std::exp(-4.5)}},
         {13, {0, 0.5, 0.5, 0}},
         {14, {-0.0347222, 0.5347222, 0.5347222, -0.0347222}},
         {15, {-0.0625, 0.5625, 0.5625, -0.0625}},
@@ -90,7 +97,8 @@ TEST(KernelWeights, HalfPixelPositionOfEveryKernel) {
         SampleAxis axis;
         sampler.ComputeAxis(0.5f, &axis);
         EXPECT_EQ(axis.base, 0);
-        for (int i = 0; i < 4; ++i) EXPECT_NEAR(axis.weights[i], c.w[i], 2e-6) << "method " << c.method << " tap " << i;
+        for (int i = 0; i < 4; ++i)
+            EXPECT_NEAR(axis.weights[i], c.w[i], 2e-6) << "method " << c.method << " tap " << i;
     }
 }
 
@@ -151,8 +159,9 @@ TEST_F(SamplingGrey, NearestRoundsByTruncatingHalfUp) {
 
 TEST_F(SamplingGrey, BilinearAndUnknownMethodsReadTheTruncatedPixel) {
     for (int method : {1, -1, 16, 100}) {
-        EXPECT_EQ(image.At(3.9f, 2.9f, method), PackColor(32, 100, 14, 255)) << method;  // interior: alpha 255
-        EXPECT_EQ(image.At(8.2f, 2.0f, method), PackColor(82, 100, 14, 0)) << method;   // last column
+        EXPECT_EQ(image.At(3.9f, 2.9f, method), PackColor(32, 100, 14, 255))
+            << method;                                                                 // interior: alpha 255
+        EXPECT_EQ(image.At(8.2f, 2.0f, method), PackColor(82, 100, 14, 0)) << method;  // last column
         EXPECT_EQ(image.At(-0.5f, 2.0f, method), PackColor(2, 100, 14, 255)) << method;  // trunc(-0.5) = 0
         EXPECT_EQ(image.At(9.0f, 2.0f, method), PackColor(0, 100, 0, 1)) << method;
     }
@@ -217,7 +226,7 @@ TEST(SamplingPaths, FastPathMatchesReferenceOnRandomImages) {
     const struct {
         int w, h, bpp, padding;
         bool bottomUp;
-    } images[] = {{1, 1, 24, 0, false}, {2, 3, 32, 0, false}, {13, 9, 24, 3, false}, {13, 9, 32, 5, true},
+    } images[] = {{1, 1, 24, 0, false},  {2, 3, 32, 0, false},   {13, 9, 24, 3, false}, {13, 9, 32, 5, true},
                   {17, 15, 24, 0, true}, {19, 14, 32, 0, false}, {11, 7, 8, 1, false},  {9, 9, 4, 0, true},
                   {21, 5, 1, 2, false},  {6, 6, 16, 0, false},   {10, 8, 28, 0, false}};
     unsigned seed = 1;

@@ -41,11 +41,20 @@ std::string Html(const std::string& text) {
     std::string out;
     for (char c : text) {
         switch (c) {
-            case '&': out += "&amp;"; break;
-            case '<': out += "&lt;"; break;
-            case '>': out += "&gt;"; break;
-            case '"': out += "&quot;"; break;
-            default: out.push_back(c);
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            default:
+                out.push_back(c);
         }
     }
     return out;
@@ -84,7 +93,8 @@ void Composite(const Raster& thumb, Raster* sheet, int left, int top) {
             const uint8_t* s = thumb.At(x, y);
             uint8_t* d = sheet->At(left + x, top + y);
             const int backdrop = ((x / 8) + (y / 8)) % 2 ? 200 : 150;
-            for (int c = 0; c < 3; ++c) d[c] = static_cast<uint8_t>((s[c] * s[3] + backdrop * (255 - s[3]) + 127) / 255);
+            for (int c = 0; c < 3; ++c)
+                d[c] = static_cast<uint8_t>((s[c] * s[3] + backdrop * (255 - s[3]) + 127) / 255);
             d[3] = 255;
         }
 }
@@ -100,10 +110,12 @@ bool WriteContactSheet(OperationContext& context, const Raster& original, const 
         sheet.rgba[i] = 40, sheet.rgba[i + 1] = 44, sheet.rgba[i + 2] = 52, sheet.rgba[i + 3] = 255;
     const uint8_t white[4] = {235, 235, 235, 255}, red[4] = {255, 110, 100, 255};
     for (int cell = 0; cell < cells; ++cell) {
-        const int left = gap + (cell % columns) * (side + gap), top = gap + (cell / columns) * (side + label + gap);
+        const int left = gap + (cell % columns) * (side + gap),
+                  top = gap + (cell / columns) * (side + label + gap);
         const Entry* entry = cell == 0 ? nullptr : &entries[static_cast<size_t>(cell - 1)];
         const Raster& thumb = entry == nullptr ? original : entry->thumbnail;
-        if (thumb.width > 0) Composite(thumb, &sheet, left + (side - thumb.width) / 2, top + (side - thumb.height) / 2);
+        if (thumb.width > 0)
+            Composite(thumb, &sheet, left + (side - thumb.width) / 2, top + (side - thumb.height) / 2);
         const std::string caption = entry == nullptr ? "ORIGINAL" : entry->name;
         DrawText(&sheet, left, top + side + 3, caption.substr(0, static_cast<size_t>(side / 6)),
                  entry != nullptr && entry->file.empty() ? red : white);
@@ -134,7 +146,9 @@ int RunGallery(OperationContext& context, IQEL* input, const GalleryOptions& opt
     int failures = 0;
     for (size_t n = 0; n < operations.size(); ++n) {
         const OperationSpec& op = operations[n];
-        if (terminal) std::fprintf(stderr, "\r\033[K[%2zu/%zu] %s", n + 1, operations.size(), op.gallery), std::fflush(stderr);
+        if (terminal)
+            std::fprintf(stderr, "\r\033[K[%2zu/%zu] %s", n + 1, operations.size(), op.gallery),
+                std::fflush(stderr);
         Entry entry;
         entry.name = op.name;
         entry.step = op.gallery;
@@ -152,7 +166,8 @@ int RunGallery(OperationContext& context, IQEL* input, const GalleryOptions& opt
         if (ok) {
             const auto start = std::chrono::steady_clock::now();
             ok = RunStep(context, step, image, &note, &error);
-            entry.milliseconds = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+            entry.milliseconds =
+                std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
         }
         if (ok) {
             entry.thumbnail = Thumbnail(ToRaster(image.Get()), side);
@@ -163,7 +178,8 @@ int RunGallery(OperationContext& context, IQEL* input, const GalleryOptions& opt
                 entry.file = file;
                 entry.outcome = Milliseconds(entry.milliseconds) + (note.empty() ? "" : ", " + note);
             } else {
-                entry.outcome = "no picture: " + (entry.thumbnail.width > 0 ? error : std::string("empty result"));
+                entry.outcome =
+                    "no picture: " + (entry.thumbnail.width > 0 ? error : std::string("empty result"));
                 ++failures;
             }
         } else {
@@ -181,18 +197,24 @@ int RunGallery(OperationContext& context, IQEL* input, const GalleryOptions& opt
     std::string page =
         "<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>qel gallery</title>\n<style>\n"
         "body{font-family:sans-serif;background:#20242c;color:#e8e8e8;margin:2em}\n"
-        "figure{display:inline-block;margin:0 1em 1.5em 0;padding:.6em;background:#2c313c;border-radius:6px;vertical-align:top}\n"
+        "figure{display:inline-block;margin:0 1em 1.5em "
+        "0;padding:.6em;background:#2c313c;border-radius:6px;vertical-align:top}\n"
         "img{background:repeating-conic-gradient(#999 0 25%,#c8c8c8 0 50%) 0 0/16px 16px;margin-right:4px}\n"
-        "figcaption{max-width:" + std::to_string(2 * side + 8) + "px;font-size:13px;margin-top:.4em}\n"
+        "figcaption{max-width:" +
+        std::to_string(2 * side + 8) +
+        "px;font-size:13px;margin-top:.4em}\n"
         "code{color:#ffd479}.failed{color:#ff7a70}\n</style></head><body>\n"
-        "<h1>qel gallery</h1>\n<p>Input: " + Html(options.inputName) + " (" + Html(DescribeFormat(input)) + "). " +
-        std::to_string(entries.size() - static_cast<size_t>(failures)) + " of " + std::to_string(entries.size()) +
+        "<h1>qel gallery</h1>\n<p>Input: " +
+        Html(options.inputName) + " (" + Html(DescribeFormat(input)) + "). " +
+        std::to_string(entries.size() - static_cast<size_t>(failures)) + " of " +
+        std::to_string(entries.size()) +
         " operations ran. <a href=\"contact-sheet.png\">Contact sheet</a>.</p>\n";
     for (const Entry& entry : entries) {
         page += "<figure><img src=\"original.png\" alt=\"original\">";
         if (!entry.file.empty()) page += "<img src=\"" + entry.file + "\" alt=\"" + Html(entry.name) + "\">";
         page += "<figcaption><b>" + Html(entry.name) + "</b> <code>" + Html(entry.step) + "</code><br>";
-        page += entry.file.empty() ? "<span class=\"failed\">" + Html(entry.outcome) + "</span>" : Html(entry.outcome);
+        page += entry.file.empty() ? "<span class=\"failed\">" + Html(entry.outcome) + "</span>"
+                                   : Html(entry.outcome);
         page += "</figcaption></figure>\n";
     }
     page += "</body></html>\n";
@@ -200,7 +222,8 @@ int RunGallery(OperationContext& context, IQEL* input, const GalleryOptions& opt
         std::fprintf(stderr, "qel: %sindex.html: %s\n", folder.c_str(), error.c_str());
         return 1;
     }
-    std::printf("gallery: %sindex.html, %zu operations, %d without a result\n", folder.c_str(), entries.size(), failures);
+    std::printf("gallery: %sindex.html, %zu operations, %d without a result\n", folder.c_str(),
+                entries.size(), failures);
     return 0;
 }
 

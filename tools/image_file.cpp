@@ -2,9 +2,8 @@
 // the write-to-a-temporary-then-rename that keeps failed saves invisible.
 #include "tools/image_file.h"
 
-#include <unistd.h>
-
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <cerrno>
@@ -49,9 +48,12 @@ SmartPtr<IQEL> LoadImageFile(const qel::Host& host, const std::string& path, lon
         return SmartPtr<IQEL>();
     }
     static const unsigned char kPngSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
-    if (got == 8 && std::memcmp(magic, kPngSignature, 8) == 0) return ReadPng(in.file, host, maxPixels, error);
-    if (got >= 3 && magic[0] == 0xFF && magic[1] == 0xD8 && magic[2] == 0xFF) return ReadJpeg(in.file, host, maxPixels, error);
-    if (got >= 2 && magic[0] == 'P' && magic[1] >= '1' && magic[1] <= '7') return ReadNetpbm(in.file, host, maxPixels, error);
+    if (got == 8 && std::memcmp(magic, kPngSignature, 8) == 0)
+        return ReadPng(in.file, host, maxPixels, error);
+    if (got >= 3 && magic[0] == 0xFF && magic[1] == 0xD8 && magic[2] == 0xFF)
+        return ReadJpeg(in.file, host, maxPixels, error);
+    if (got >= 2 && magic[0] == 'P' && magic[1] >= '1' && magic[1] <= '7')
+        return ReadNetpbm(in.file, host, maxPixels, error);
     *error = "unsupported file format (qel reads PNG, JPEG, PBM, PGM, PPM and PAM)";
     return SmartPtr<IQEL>();
 }
@@ -106,13 +108,17 @@ bool WriteAtomically(const std::string& path, std::string* error, Write write) {
 bool SaveImageFile(IQEL* image, const std::string& path, int quality, std::string* error) {
     const std::string extension = LowerExtension(path);
     if (!IsWritableImageName(path)) {
-        *error = "unsupported output format '." + extension + "' (qel writes .png, .jpg, .pgm, .ppm, .pnm, .pam)";
+        *error =
+            "unsupported output format '." + extension + "' (qel writes .png, .jpg, .pgm, .ppm, .pnm, .pam)";
         return false;
     }
     return WriteAtomically(path, error, [&](FILE* out) {
         if (extension == "png") return WritePng(out, image, error);
         if (extension == "jpg" || extension == "jpeg") return WriteJpeg(out, image, quality, error);
-        const char kind = extension == "pgm" ? 'g' : extension == "ppm" ? 'p' : extension == "pam" ? 'a' : 'n';
+        const char kind = extension == "pgm"   ? 'g'
+                          : extension == "ppm" ? 'p'
+                          : extension == "pam" ? 'a'
+                                               : 'n';
         return WriteNetpbm(out, image, kind, error);
     });
 }

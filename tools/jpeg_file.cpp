@@ -1,14 +1,13 @@
 // JPEG through libjpeg-turbo. Errors and warnings (a truncated or damaged
 // stream only warns) both end the call by longjmp, with the state kept in a
 // struct owned by the caller as in the PNG codec.
-// jpeglib.h needs size_t and FILE declared first.
 #include <csetjmp>
 #include <cstddef>
 #include <cstdio>
-
-#include <jpeglib.h>
-
 #include <vector>
+
+// jpeglib.h needs size_t and FILE declared first.
+#include <jpeglib.h>
 
 #include "tools/codecs.h"
 #include "tools/pixel_limit.h"
@@ -54,7 +53,8 @@ bool DecodeJpeg(JpegReadState* s, FILE* file, const qel::Host* host, long long m
     s->info.out_color_space = grey ? JCS_GRAYSCALE : JCS_EXT_BGR;
     // No scaling is asked for, so the output has the frame's size; refuse it
     // before the decoder sets up its row buffers.
-    if (!WithinPixelLimit(s->info.image_width, s->info.image_height, maxPixels, "image", &s->message)) return false;
+    if (!WithinPixelLimit(s->info.image_width, s->info.image_height, maxPixels, "image", &s->message))
+        return false;
     jpeg_start_decompress(&s->info);
     s->image = host->NewImage(static_cast<int>(s->info.output_width), static_cast<int>(s->info.output_height),
                               grey ? 8 : 24, grey ? QEL_MODEL_MONO : QEL_MODEL_BGR);
@@ -111,7 +111,8 @@ SmartPtr<IQEL> ReadJpeg(FILE* file, const qel::Host& host, long long maxPixels, 
     const bool ok = DecodeJpeg(&s, file, &host, maxPixels);
     jpeg_destroy_decompress(&s.info);
     if (!ok) {
-        *error = s.message.empty() ? "corrupt or truncated JPEG (" + std::string(s.errors.message) + ")" : s.message;
+        *error = s.message.empty() ? "corrupt or truncated JPEG (" + std::string(s.errors.message) + ")"
+                                   : s.message;
         return SmartPtr<IQEL>();
     }
     return SmartPtr<IQEL>(s.image.Detach());

@@ -1,10 +1,10 @@
 // The netpbm family (PBM, PGM, PPM, plain and raw, and PAM) through libnetpbm's
 // tuple-row interface, with the library's fatal errors turned into returns.
+#include <netpbm/pam.h>
+
 #include <csetjmp>
 #include <cstring>
 #include <string>
-
-#include <netpbm/pam.h>
 
 #include "tools/codecs.h"
 #include "tools/pixel_limit.h"
@@ -93,8 +93,8 @@ SmartPtr<IQEL> ReadNetpbm(FILE* file, const qel::Host& host, long long maxPixels
         *error = ReadFailure(file);
         return SmartPtr<IQEL>();
     }
-    if (header.width < 1 || header.height < 1 || header.maxval < 1 || header.maxval > 65535 || header.depth < 1 ||
-        header.depth > 4) {
+    if (header.width < 1 || header.height < 1 || header.maxval < 1 || header.maxval > 65535 ||
+        header.depth < 1 || header.depth > 4) {
         *error = "unsupported netpbm dimensions, depth or maximum value";
         return SmartPtr<IQEL>();
     }
@@ -103,12 +103,15 @@ SmartPtr<IQEL> ReadNetpbm(FILE* file, const qel::Host& host, long long maxPixels
     const unsigned depth = header.depth;
     const unsigned maxval = static_cast<unsigned>(header.maxval);
     // PBM arrives as a BLACKANDWHITE view whose samples are 1 for white.
-    const bool blackAndWhite = std::strncmp(header.tuple_type, PAM_PBM_TUPLETYPE, std::strlen(PAM_PBM_TUPLETYPE)) == 0;
+    const bool blackAndWhite =
+        std::strncmp(header.tuple_type, PAM_PBM_TUPLETYPE, std::strlen(PAM_PBM_TUPLETYPE)) == 0;
     const bool alpha = depth == 2 || depth == 4;
     const bool colour = depth >= 3;
     const int bitCount = blackAndWhite && depth == 1 ? 1 : alpha ? 32 : colour ? 24 : 8;
     SmartPtr<IQELImageDIB> image = host.NewImage(width, height, bitCount,
-                                                 bitCount == 32 ? QEL_MODEL_ARGB : colour ? QEL_MODEL_BGR : QEL_MODEL_MONO);
+                                                 bitCount == 32 ? QEL_MODEL_ARGB
+                                                 : colour       ? QEL_MODEL_BGR
+                                                                : QEL_MODEL_MONO);
     if (!image) {
         *error = "cannot make an image of that size";
         return SmartPtr<IQEL>();
@@ -137,10 +140,14 @@ SmartPtr<IQEL> ReadNetpbm(FILE* file, const qel::Host& host, long long maxPixels
                 const unsigned value = s[c] < maxval ? static_cast<unsigned>(s[c]) : maxval;
                 v[c] = static_cast<uint8_t>((value * 255u + maxval / 2) / maxval);
             }
-            if (bitCount == 8) row[x] = v[0];
-            else if (bitCount == 24) row[3 * x] = v[2], row[3 * x + 1] = v[1], row[3 * x + 2] = v[0];
-            else if (colour) row[4 * x] = v[2], row[4 * x + 1] = v[1], row[4 * x + 2] = v[0], row[4 * x + 3] = v[3];
-            else row[4 * x] = row[4 * x + 1] = row[4 * x + 2] = v[0], row[4 * x + 3] = v[1];
+            if (bitCount == 8)
+                row[x] = v[0];
+            else if (bitCount == 24)
+                row[3 * x] = v[2], row[3 * x + 1] = v[1], row[3 * x + 2] = v[0];
+            else if (colour)
+                row[4 * x] = v[2], row[4 * x + 1] = v[1], row[4 * x + 2] = v[0], row[4 * x + 3] = v[3];
+            else
+                row[4 * x] = row[4 * x + 1] = row[4 * x + 2] = v[0], row[4 * x + 3] = v[1];
         }
     }
     return SmartPtr<IQEL>(image.Detach());

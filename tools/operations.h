@@ -13,21 +13,21 @@
 namespace qeltool {
 
 enum class ParamKind {
-    Int,     // whole number, also 0x hex
-    Float,   // decimal number
-    Size,    // WxH, or N% of the current image
-    Point,   // X,Y; each coordinate a number or a percentage of the image
-    IntList, // comma-separated whole numbers
-    Curve,   // in:out,in:out,... lookup-table points
-    File,    // an image file, or the built-in "sample" or "pattern"
-    Colour,  // RRGGBB in hex
-    Flag,    // an option without a value
-    Model,   // MONO, BGR, ARGB, ABGR or 0
-    Matrix,  // six comma-separated numbers of an affine map
+    Int,      // whole number, also 0x hex
+    Float,    // decimal number
+    Size,     // WxH, or N% of the current image
+    Point,    // X,Y; each coordinate a number or a percentage of the image
+    IntList,  // comma-separated whole numbers
+    Curve,    // in:out,in:out,... lookup-table points
+    File,     // an image file, or the built-in "sample" or "pattern"
+    Colour,   // RRGGBB in hex
+    Flag,     // an option without a value
+    Model,    // MONO, BGR, ARGB, ABGR or 0
+    Matrix,   // six comma-separated numbers of an affine map
 };
 
 struct Param {
-    const char* name;          // "angle" for a positional value, "--method" for an option
+    const char* name;  // "angle" for a positional value, "--method" for an option
     ParamKind kind;
     const char* defaultValue;  // nullptr: required (positional) or absent (option)
     double min, max;           // for Int and Float
@@ -68,9 +68,9 @@ struct OperationSpec {
     const char* method;     // the interface operation called
     const char* summary;
     std::vector<Param> params;
-    const char* accepts;    // image formats that give a meaningful result
-    const char* example;    // a command line
-    const char* gallery;    // representative step for the gallery
+    const char* accepts;  // image formats that give a meaningful result
+    const char* example;  // a command line
+    const char* gallery;  // representative step for the gallery
     RunFunction run;
 };
 

@@ -58,7 +58,8 @@ void ChooseReadFormat(PngState* s, int* bitCount, unsigned* model, bool* keepPal
     }
     // Everything with alpha or transparency becomes blue, green, red, alpha.
     png_set_expand(s->png);
-    if (colourType == PNG_COLOR_TYPE_GRAY || colourType == PNG_COLOR_TYPE_GRAY_ALPHA) png_set_gray_to_rgb(s->png);
+    if (colourType == PNG_COLOR_TYPE_GRAY || colourType == PNG_COLOR_TYPE_GRAY_ALPHA)
+        png_set_gray_to_rgb(s->png);
     png_set_add_alpha(s->png, 0xFF, PNG_FILLER_AFTER);
     png_set_bgr(s->png);
     *model = QEL_MODEL_ARGB;
@@ -137,8 +138,8 @@ bool EncodePng(PngState* s, FILE* file, IQEL* image) {
     int colourType = PNG_COLOR_TYPE_GRAY, depth = 8;
     if (raw) {
         depth = p.bitCount == 1 ? 1 : p.bitCount == 4 ? 4 : 8;
-        colourType = p.bitCount == 24 ? PNG_COLOR_TYPE_RGB
-                     : p.bitCount == 32 ? PNG_COLOR_TYPE_RGB_ALPHA
+        colourType = p.bitCount == 24     ? PNG_COLOR_TYPE_RGB
+                     : p.bitCount == 32   ? PNG_COLOR_TYPE_RGB_ALPHA
                      : s->palette.empty() ? PNG_COLOR_TYPE_GRAY
                                           : PNG_COLOR_TYPE_PALETTE;
     } else {
@@ -154,7 +155,8 @@ bool EncodePng(PngState* s, FILE* file, IQEL* image) {
     if (!raw) {
         const size_t rowBytes = s->raster.rgba.size() / static_cast<size_t>(height);
         s->rows.resize(static_cast<size_t>(height));
-        for (int y = 0; y < height; ++y) s->rows[static_cast<size_t>(y)] = &s->raster.rgba[static_cast<size_t>(y) * rowBytes];
+        for (int y = 0; y < height; ++y)
+            s->rows[static_cast<size_t>(y)] = &s->raster.rgba[static_cast<size_t>(y) * rowBytes];
     }
     png_write_image(s->png, s->rows.data());
     png_write_end(s->png, nullptr);
@@ -174,7 +176,8 @@ bool WritePng(FILE* file, IQEL* image, std::string* error) {
     const bool direct = p.bitCount == 24 || (p.bitCount == 32 && p.colourModel != QEL_MODEL_MONO);
     if (indexed || direct) {
         if (indexed) {
-            for (const RGBQUAD& q : PaletteOf(image)) s.palette.push_back(png_color{q.rgbRed, q.rgbGreen, q.rgbBlue});
+            for (const RGBQUAD& q : PaletteOf(image))
+                s.palette.push_back(png_color{q.rgbRed, q.rgbGreen, q.rgbBlue});
             if (s.palette.size() > (1u << p.bitCount)) s.palette.resize(1u << p.bitCount);
         }
         s.rows.resize(static_cast<size_t>(p.height));
@@ -183,8 +186,8 @@ bool WritePng(FILE* file, IQEL* image, std::string* error) {
         s.raster = ToRaster(image);
         // Pack the raster to the channels the file will hold.
         const int channels = (s.raster.grey ? 1 : 3) + (s.raster.alpha ? 1 : 0);
-        std::vector<uint8_t> packed(static_cast<size_t>(s.raster.width) * static_cast<size_t>(s.raster.height) *
-                                    static_cast<size_t>(channels));
+        std::vector<uint8_t> packed(static_cast<size_t>(s.raster.width) *
+                                    static_cast<size_t>(s.raster.height) * static_cast<size_t>(channels));
         size_t out = 0;
         for (size_t i = 0; i < s.raster.rgba.size(); i += 4) {
             packed[out++] = s.raster.rgba[i];

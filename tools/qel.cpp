@@ -75,8 +75,8 @@ bool TakeGlobalOption(const std::vector<std::string>& words, size_t* i, Options*
         ++*i;
         return true;
     }
-    const bool valued =
-        word == "--quality" || word == "--seed" || word == "-o" || word == "--thumb" || word == "--max-pixels";
+    const bool valued = word == "--quality" || word == "--seed" || word == "-o" || word == "--thumb" ||
+                        word == "--max-pixels";
     if (!valued) {
         *taken = false;
         return true;
@@ -131,7 +131,8 @@ bool OnlyGlobalOptionsFrom(const std::vector<std::string>& words, size_t from) {
     return true;
 }
 
-SmartPtr<IQEL> LoadInput(const qel::Host& host, const std::string& name, long long maxPixels, std::string* error) {
+SmartPtr<IQEL> LoadInput(const qel::Host& host, const std::string& name, long long maxPixels,
+                         std::string* error) {
     if (name == "sample") return qeltool::LoadSampleChart(host, maxPixels, error);
     std::string reason;
     SmartPtr<IQEL> image = qeltool::LoadImageFile(host, name, maxPixels, &reason);
@@ -142,8 +143,8 @@ SmartPtr<IQEL> LoadInput(const qel::Host& host, const std::string& name, long lo
 bool LoadHost(qel::Host* host) {
     std::string error;
     if (host->Load(qel::DefaultModuleFolder(), &error)) return true;
-    std::fprintf(stderr, "qel: cannot load the imaging module from %s: %s\n", qel::DefaultModuleFolder().c_str(),
-                 error.c_str());
+    std::fprintf(stderr, "qel: cannot load the imaging module from %s: %s\n",
+                 qel::DefaultModuleFolder().c_str(), error.c_str());
     return false;
 }
 
@@ -163,7 +164,8 @@ int Gallery(const std::vector<std::string>& words) {
         std::string error;
         if (!TakeGlobalOption(words, &i, &options, &taken, &error)) return UsageError("gallery: " + error);
         if (taken) continue;
-        if (!input.empty() || words[i].rfind("-", 0) == 0) return UsageError("gallery: unexpected '" + words[i] + "'");
+        if (!input.empty() || words[i].rfind("-", 0) == 0)
+            return UsageError("gallery: unexpected '" + words[i] + "'");
         input = words[i++];
     }
     if (options.output.empty()) return UsageError("gallery: say where to write it with -o DIR");
@@ -195,7 +197,8 @@ int Chain(const std::vector<std::string>& words) {
         if (taken) continue;
         const std::string& word = words[i];
         if (word.rfind("--", 0) == 0) {
-            const std::string after = steps.empty() ? "" : " for " + std::string(steps.back().operation->name);
+            const std::string after =
+                steps.empty() ? "" : " for " + std::string(steps.back().operation->name);
             return UsageError("unknown option '" + word + "'" + after);
         }
         if (qeltool::FindOperation(word) != nullptr) {
@@ -217,7 +220,9 @@ int Chain(const std::vector<std::string>& words) {
         ++i;
     }
     if (!options.output.empty() && !qeltool::IsWritableImageName(options.output))
-        return UsageError(options.output + ": unsupported output format (qel writes .png, .jpg, .jpeg, .pgm, .ppm, .pnm, .pam)");
+        return UsageError(
+            options.output +
+            ": unsupported output format (qel writes .png, .jpg, .jpeg, .pgm, .ppm, .pnm, .pam)");
 
     qel::Host host;
     if (!LoadHost(&host)) return kExitFailure;

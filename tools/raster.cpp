@@ -19,10 +19,14 @@ std::vector<RGBQUAD> PaletteOf(IQEL* image) {
 
 std::string ModelName(unsigned colourModel) {
     switch (colourModel) {
-        case QEL_MODEL_MONO: return "MONO";
-        case QEL_MODEL_BGR: return "BGR";
-        case QEL_MODEL_ARGB: return "ARGB";
-        case QEL_MODEL_ABGR: return "ABGR";
+        case QEL_MODEL_MONO:
+            return "MONO";
+        case QEL_MODEL_BGR:
+            return "BGR";
+        case QEL_MODEL_ARGB:
+            return "ARGB";
+        case QEL_MODEL_ABGR:
+            return "ABGR";
         default: {
             char text[16];
             std::snprintf(text, sizeof(text), "0x%08X", colourModel);
@@ -34,7 +38,8 @@ std::string ModelName(unsigned colourModel) {
 std::string DescribeFormat(IQEL* image) {
     const qel::Pixels p = qel::PixelsOf(image);
     char text[96];
-    std::snprintf(text, sizeof(text), "%dx%d, %d-bit %s", p.width, p.height, p.bitCount, ModelName(p.colourModel).c_str());
+    std::snprintf(text, sizeof(text), "%dx%d, %d-bit %s", p.width, p.height, p.bitCount,
+                  ModelName(p.colourModel).c_str());
     std::string description = text;
     if (!PaletteOf(image).empty()) description += " with palette";
     return description;
@@ -45,9 +50,12 @@ namespace {
 // Index of pixel x in a row of 1-, 4- or 8-bit pixels.
 unsigned IndexAt(const uint8_t* row, int x, int bitCount) {
     switch (bitCount) {
-        case 1: return (row[x >> 3] >> (7 - (x & 7))) & 1u;
-        case 4: return (x & 1) ? row[x >> 1] & 0x0Fu : row[x >> 1] >> 4;
-        default: return row[x];
+        case 1:
+            return (row[x >> 3] >> (7 - (x & 7))) & 1u;
+        case 4:
+            return (x & 1) ? row[x >> 1] & 0x0Fu : row[x >> 1] >> 4;
+        default:
+            return row[x];
     }
 }
 
@@ -108,22 +116,29 @@ SmartPtr<IQEL> FromRaster(const qel::Host& host, const Raster& raster, int bitCo
             const uint8_t* in = raster.At(x, y);
             // Rec. 601 luma in 8-bit fixed point, the weights summing to 256.
             const uint8_t grey =
-                raster.grey ? in[0] : static_cast<uint8_t>((77 * in[0] + 150 * in[1] + 29 * in[2] + 128) >> 8);
+                raster.grey ? in[0]
+                            : static_cast<uint8_t>((77 * in[0] + 150 * in[1] + 29 * in[2] + 128) >> 8);
             switch (bitCount) {
                 case 1:
                     if (grey >= 128) row[x >> 3] = static_cast<uint8_t>(row[x >> 3] | 0x80 >> (x & 7));
                     break;
-                case 8: row[x] = grey; break;
-                case 24: row[3 * x] = in[2], row[3 * x + 1] = in[1], row[3 * x + 2] = in[0]; break;
+                case 8:
+                    row[x] = grey;
+                    break;
+                case 24:
+                    row[3 * x] = in[2], row[3 * x + 1] = in[1], row[3 * x + 2] = in[0];
+                    break;
                 case 32:
                     if (colourModel == QEL_MODEL_MONO) {
                         const int32_t v = grey;
                         std::memcpy(row + 4 * x, &v, 4);
                     } else {
-                        row[4 * x] = in[2], row[4 * x + 1] = in[1], row[4 * x + 2] = in[0], row[4 * x + 3] = in[3];
+                        row[4 * x] = in[2], row[4 * x + 1] = in[1], row[4 * x + 2] = in[0],
+                                row[4 * x + 3] = in[3];
                     }
                     break;
-                default: break;
+                default:
+                    break;
             }
         }
     }
@@ -140,21 +155,25 @@ Raster Thumbnail(const Raster& source, int maxSide) {
     const int longest = std::max(source.width, source.height);
     if (longest <= maxSide || longest == 0) return source;
     const int width = std::max(1, static_cast<int>(static_cast<long long>(source.width) * maxSide / longest));
-    const int height = std::max(1, static_cast<int>(static_cast<long long>(source.height) * maxSide / longest));
+    const int height =
+        std::max(1, static_cast<int>(static_cast<long long>(source.height) * maxSide / longest));
     Raster thumb(width, height);
     thumb.grey = source.grey, thumb.alpha = source.alpha;
     for (int y = 0; y < height; ++y) {
         const int y0 = static_cast<int>(static_cast<long long>(y) * source.height / height);
-        const int y1 = std::max(y0 + 1, static_cast<int>(static_cast<long long>(y + 1) * source.height / height));
+        const int y1 =
+            std::max(y0 + 1, static_cast<int>(static_cast<long long>(y + 1) * source.height / height));
         for (int x = 0; x < width; ++x) {
             const int x0 = static_cast<int>(static_cast<long long>(x) * source.width / width);
-            const int x1 = std::max(x0 + 1, static_cast<int>(static_cast<long long>(x + 1) * source.width / width));
+            const int x1 =
+                std::max(x0 + 1, static_cast<int>(static_cast<long long>(x + 1) * source.width / width));
             unsigned sum[4] = {0, 0, 0, 0};
             for (int sy = y0; sy < y1; ++sy)
                 for (int sx = x0; sx < x1; ++sx)
                     for (int c = 0; c < 4; ++c) sum[c] += source.At(sx, sy)[c];
             const unsigned count = static_cast<unsigned>((x1 - x0) * (y1 - y0));
-            for (int c = 0; c < 4; ++c) thumb.At(x, y)[c] = static_cast<uint8_t>((sum[c] + count / 2) / count);
+            for (int c = 0; c < 4; ++c)
+                thumb.At(x, y)[c] = static_cast<uint8_t>((sum[c] + count / 2) / count);
         }
     }
     return thumb;

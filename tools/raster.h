@@ -19,8 +19,11 @@ struct Raster {
     bool alpha = false;  // the image it came from carries an alpha channel
 
     Raster() = default;
-    Raster(int w, int h) : width(w), height(h), rgba(static_cast<size_t>(w) * static_cast<size_t>(h) * 4, 0) {}
-    uint8_t* At(int x, int y) { return &rgba[(static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(x)) * 4]; }
+    Raster(int w, int h)
+        : width(w), height(h), rgba(static_cast<size_t>(w) * static_cast<size_t>(h) * 4, 0) {}
+    uint8_t* At(int x, int y) {
+        return &rgba[(static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(x)) * 4];
+    }
     const uint8_t* At(int x, int y) const {
         return &rgba[(static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(x)) * 4];
     }

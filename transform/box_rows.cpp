@@ -15,8 +15,10 @@ void HalveRowScalar(const unsigned char* top, const unsigned char* bottom, const
         const unsigned char* up = top + starts[x];
         const unsigned char* down = bottom + starts[x];
         for (int channel = 0; channel < kChannels; ++channel)
-            out[channel] = static_cast<unsigned char>((static_cast<unsigned int>(up[channel]) + up[channel + kBytes] +
-                                                       down[channel] + down[channel + kBytes]) >> 2);
+            out[channel] =
+                static_cast<unsigned char>((static_cast<unsigned int>(up[channel]) + up[channel + kBytes] +
+                                            down[channel] + down[channel + kBytes]) >>
+                                           2);
     }
 }
 
@@ -26,7 +28,7 @@ void HalveRowScalar(const unsigned char* top, const unsigned char* bottom, const
 // two loads, at the first and ending at the last byte it needs, and adds the
 // pairs with a multiply by ones; the two rows' sums are added and shifted.
 struct HalvingShuffles {
-    int first[3], last[3];        // byte range each register reads
+    int first[3], last[3];  // byte range each register reads
     alignas(16) signed char low[3][16], high[3][16];
 
     explicit HalvingShuffles(int bytes) {
@@ -49,7 +51,8 @@ struct HalvingShuffles {
     }
 };
 
-__attribute__((target("ssse3"))) inline __m128i PairSums(const unsigned char* row, const HalvingShuffles& s, int r) {
+__attribute__((target("ssse3"))) inline __m128i PairSums(const unsigned char* row, const HalvingShuffles& s,
+                                                         int r) {
     const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + s.first[r]));
     const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + s.last[r] - 15));
     const __m128i pairs =
@@ -86,11 +89,15 @@ bool BlocksFollowEachOther(const ptrdiff_t* starts, int width, int bytes) {
     return true;
 }
 
-void HalveRow(const unsigned char* top, const unsigned char* bottom, const ptrdiff_t* starts, unsigned char* out,
-              int width, int bytes, BoxLanes lanes) {
+void HalveRow(const unsigned char* top, const unsigned char* bottom, const ptrdiff_t* starts,
+              unsigned char* out, int width, int bytes, BoxLanes lanes) {
     int done = 0;
-    if (lanes == BoxLanes::Ssse3 && kHasSsse3 && bytes != 4) done = HalveRowSsse3(top, bottom, out, width, bytes);
-    if (bytes == 4) HalveRowScalar<4>(top, bottom, starts, out, done, width);
-    else if (bytes == 3) HalveRowScalar<3>(top, bottom, starts, out, done, width);
-    else HalveRowScalar<1>(top, bottom, starts, out, done, width);
+    if (lanes == BoxLanes::Ssse3 && kHasSsse3 && bytes != 4)
+        done = HalveRowSsse3(top, bottom, out, width, bytes);
+    if (bytes == 4)
+        HalveRowScalar<4>(top, bottom, starts, out, done, width);
+    else if (bytes == 3)
+        HalveRowScalar<3>(top, bottom, starts, out, done, width);
+    else
+        HalveRowScalar<1>(top, bottom, starts, out, done, width);
 }

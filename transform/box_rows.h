@@ -17,8 +17,8 @@ BoxLanes BestBoxLanes();
 // bottom + starts[x]. One-byte pixels write one channel, the others three
 // (a fourth byte is left alone). Ssse3 covers 1- and 3-byte pixels and may be
 // asked for only where BlocksFollowEachOther; Scalar runs the rest.
-void HalveRow(const unsigned char* top, const unsigned char* bottom, const ptrdiff_t* starts, unsigned char* out,
-              int width, int bytes, BoxLanes lanes);
+void HalveRow(const unsigned char* top, const unsigned char* bottom, const ptrdiff_t* starts,
+              unsigned char* out, int width, int bytes, BoxLanes lanes);
 
 // True when starts[x] == 2 * x * bytes for every x < width.
 bool BlocksFollowEachOther(const ptrdiff_t* starts, int width, int bytes);

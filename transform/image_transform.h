@@ -18,8 +18,8 @@ public:
     QResult Mirror(IQEL* source, IQEL** result) override;  // orientation.cpp
     QResult Rotate(IQEL* source, IQEL** result, int angle, int method, int forceAlpha,
                    int keepSize) override;  // rotate.cpp
-    QResult Skew(IQEL* source, IQEL** result, float xGain, float yGain, int xPivot, int yPivot,
-                 int reserved, int forceAlpha) override;  // skew_quad.cpp
+    QResult Skew(IQEL* source, IQEL** result, float xGain, float yGain, int xPivot, int yPivot, int reserved,
+                 int forceAlpha) override;  // skew_quad.cpp
     QResult Resample(IQEL* source, IQEL** result, int newWidth, int newHeight, int method,
                      int nearestOnly) override;  // resample.cpp
     QResult IncreaseBpp(IQEL* source, IQEL** result, int bitCount,
@@ -27,15 +27,15 @@ public:
     QResult RotatePaste(IQEL* source, IQEL* target, double angle, int method,
                         int keyColour) override;  // rotate.cpp
     QResult FlipBits(IQEL* image) override;       // orientation.cpp
-    QResult Quad(IQEL* source, IQEL** result, double x1, double y1, double x2, double y2,
-                 double x3, double y3, double x4, double y4, unsigned int newWidth,
-                 unsigned int newHeight, short blend) override;  // skew_quad.cpp
-    QResult Transform(ITransform* transform, IQEL* source, IQEL** result, int xOffset,
-                      int yOffset, unsigned int newWidth, unsigned int newHeight, short unused1,
+    QResult Quad(IQEL* source, IQEL** result, double x1, double y1, double x2, double y2, double x3,
+                 double y3, double x4, double y4, unsigned int newWidth, unsigned int newHeight,
+                 short blend) override;  // skew_quad.cpp
+    QResult Transform(ITransform* transform, IQEL* source, IQEL** result, int xOffset, int yOffset,
+                      unsigned int newWidth, unsigned int newHeight, short unused1,
                       short unused2) override;  // warp.cpp
-    QResult TransformPaste(ITransform* transform, IQEL* source, IQEL* target, int xOffset,
-                           int yOffset, short fillVoids, short unused) override;  // warp.cpp
-    QResult FlipImageAndBits(IQEL* image) override;  // orientation.cpp
+    QResult TransformPaste(ITransform* transform, IQEL* source, IQEL* target, int xOffset, int yOffset,
+                           short fillVoids, short unused) override;  // warp.cpp
+    QResult FlipImageAndBits(IQEL* image) override;                  // orientation.cpp
 
     // Class-only operations, reachable inside the module.
     virtual QResult Rotate4(IQEL* source, IQELImage* dest, int angle);  // orientation.cpp

@@ -29,8 +29,8 @@ struct InteriorRow {
     const float* weights;      // per group: kTaps x group pixels x 4 lanes of column weights
     const int* groups;         // the groups whose every tap lies inside the image
     int groupCount;
-    unsigned char* out;        // the output row
-    int bytes;                 // 3 or 4 bytes a pixel
+    unsigned char* out;  // the output row
+    int bytes;           // 3 or 4 bytes a pixel
 };
 
 __attribute__((always_inline)) inline void LoadPair(PixelPair& pair, const float* row, const int* offsets) {
@@ -49,8 +49,9 @@ __attribute__((always_inline)) inline void StorePair(const PixelPair& sum, unsig
     channels = sum > 255.0f ? high : channels;
     channels = sum < 0.0f ? low : channels;
     const ChannelBytes all = reinterpret_cast<ChannelBytes&>(channels);
-    const ChannelBytes packed = __builtin_shufflevector(all, all, 0, 4, 8, 12, 16, 20, 24, 28, 0, 0, 0, 0, 0, 0,
-                                                       0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0);
+    const ChannelBytes packed =
+        __builtin_shufflevector(all, all, 0, 4, 8, 12, 16, 20, 24, 28, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                                0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0);
     unsigned char pixels[8];
     std::memcpy(pixels, &packed, sizeof pixels);
     if (bytes == 4) {
@@ -128,14 +129,17 @@ void WidenRow(const unsigned char* pixel, int width, float* out) {
 // outside those groups take the sampler's own path. False, with nothing
 // written, when the working memory cannot be had.
 template <int kTaps>
-bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* columns, const ImageView& source,
-                         const ImageView& dest, float yScale) {
+bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* columns,
+                         const ImageView& source, const ImageView& dest, float yScale) {
     constexpr int kBack = kTaps == 4 ? 1 : 5;  // taps before the base position
-    const auto inside = [](int base, int size) { return base - kBack >= 0 && base - kBack + kTaps - 1 < size; };
+    const auto inside = [](int base, int size) {
+        return base - kBack >= 0 && base - kBack + kTaps - 1 < size;
+    };
     const int groupCount = dest.width / kGroupPixels;
     const size_t rowFloats = static_cast<size_t>(source.width) * 4;
     const size_t weightCount = static_cast<size_t>(groupCount) * kTaps * kGroupPixels * 4;
-    std::unique_ptr<int[]> offsets(new (std::nothrow) int[static_cast<size_t>(groupCount) * kGroupPixels + 1]);
+    std::unique_ptr<int[]> offsets(
+        new (std::nothrow) int[static_cast<size_t>(groupCount) * kGroupPixels + 1]);
     std::unique_ptr<float[]> weights(new (std::nothrow) float[weightCount + 1]);
     std::unique_ptr<int[]> groups(new (std::nothrow) int[static_cast<size_t>(groupCount) + 1]);
     std::unique_ptr<int[]> otherColumns(new (std::nothrow) int[static_cast<size_t>(dest.width)]);
@@ -179,8 +183,10 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
             const int sourceRow = row.base - kBack + j;
             float* copy = &ring[static_cast<size_t>(sourceRow % kTaps) * rowFloats];
             if (ringRow[sourceRow % kTaps] != sourceRow) {
-                if (bytes == 4) WidenRow<4>(source.Row(sourceRow), source.width, copy);
-                else WidenRow<3>(source.Row(sourceRow), source.width, copy);
+                if (bytes == 4)
+                    WidenRow<4>(source.Row(sourceRow), source.width, copy);
+                else
+                    WidenRow<3>(source.Row(sourceRow), source.width, copy);
                 ringRow[sourceRow % kTaps] = sourceRow;
             }
             job.taps[j] = copy;
@@ -195,8 +201,8 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
         SumGroupsAvx2(job);
         for (int n = 0; n < otherCount; ++n) {
             const int x = otherColumns[n];
-            SetPixelColor(dest.bits, x, y, dest.width, dest.height, dest.stride, sampler.Sample(columns[x], row),
-                          source.bitCount);
+            SetPixelColor(dest.bits, x, y, dest.width, dest.height, dest.stride,
+                          sampler.Sample(columns[x], row), source.bitCount);
         }
     }
     return true;
@@ -230,8 +236,9 @@ void InterpolateGrid(const ImageView& source, const ImageView& dest, float xScal
         SampleAxis row;
         if (columns) sampler.ComputeAxis(sy, &row);
         for (int x = 0; x < dest.width; ++x) {
-            const uint32_t colour = columns ? sampler.Sample(columns[x], row)
-                                            : sampler.Sample((static_cast<float>(x) + 0.5f) * xScale - 0.5f, sy);
+            const uint32_t colour = columns
+                                        ? sampler.Sample(columns[x], row)
+                                        : sampler.Sample((static_cast<float>(x) + 0.5f) * xScale - 0.5f, sy);
             SetPixelColor(dest.bits, x, y, dest.width, dest.height, dest.stride, colour, source.bitCount);
         }
     }

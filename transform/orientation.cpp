@@ -22,7 +22,8 @@ SmartPtr<IQELImage> NewImageLike(const ImageView& source) {
 void FlipRows(const ImageView& source, const ImageView& dest) {
     // Whole stored rows, padding included; never more than the smaller row holds.
     const size_t rowBytes = static_cast<size_t>(std::min(std::abs(source.stride), std::abs(dest.stride)));
-    for (int i = 0; i < source.height; ++i) std::memcpy(dest.Row(i), source.Row(source.height - 1 - i), rowBytes);
+    for (int i = 0; i < source.height; ++i)
+        std::memcpy(dest.Row(i), source.Row(source.height - 1 - i), rowBytes);
 }
 
 // 3-byte pixels, four a step: a 16-byte load ending at the last byte of the
@@ -31,7 +32,8 @@ void FlipRows(const ImageView& source, const ImageView& dest) {
 // which the following steps or the caller's loop write again. Runs while at
 // least 6 pixels remain, so neither the load nor the store leaves the row.
 // Returns the pixels done.
-__attribute__((target("ssse3"))) int MirrorRow24Ssse3(const unsigned char* row, unsigned char* to, int width) {
+__attribute__((target("ssse3"))) int MirrorRow24Ssse3(const unsigned char* row, unsigned char* to,
+                                                      int width) {
     const __m128i reverse = _mm_setr_epi8(13, 14, 15, 10, 11, 12, 7, 8, 9, 4, 5, 6, 0, 0, 0, 0);
     int x = 0;
     for (; x + 6 <= width; x += 4, to += 12) {
@@ -47,7 +49,8 @@ const bool kHasSsse3 = __builtin_cpu_supports("ssse3");
 template <int kBytes>
 void MirrorRows(const ImageView& source, const ImageView& dest) {
     for (int y = 0; y < source.height; ++y) {
-        const int done = kBytes == 3 && kHasSsse3 ? MirrorRow24Ssse3(source.Row(y), dest.Row(y), source.width) : 0;
+        const int done =
+            kBytes == 3 && kHasSsse3 ? MirrorRow24Ssse3(source.Row(y), dest.Row(y), source.width) : 0;
         const unsigned char* from = source.Row(y) + static_cast<ptrdiff_t>(source.width - 1 - done) * kBytes;
         unsigned char* to = dest.Row(y) + static_cast<ptrdiff_t>(done) * kBytes;
         for (int x = done; x < source.width; ++x, from -= kBytes, to += kBytes) std::memcpy(to, from, kBytes);
@@ -127,7 +130,8 @@ void TurnPlane(const QuarterTurn& turn, unsigned char* sourceBits, int sourceStr
         for (int x = 0; x < destWidth; ++x, to += size) {
             int sx = 0, sy = 0;
             turn.SourceOf(x, y, &sx, &sy);
-            const unsigned char* from = sourceBits + sourceStep * sy + static_cast<ptrdiff_t>(sx) * static_cast<ptrdiff_t>(size);
+            const unsigned char* from =
+                sourceBits + sourceStep * sy + static_cast<ptrdiff_t>(sx) * static_cast<ptrdiff_t>(size);
             if (from < blockStart) continue;  // the shifted read before the first row in memory
             std::memcpy(to, from, size);
         }
@@ -223,7 +227,8 @@ QResult CQELImageTransform::Rotate4(IQEL* source, IQELImage* dest, int angle) {
         else if (pixelBytes == 4)
             TurnPlane<4>(turn, sourceBits, sourceStride, destBits, destStride, destWidth, destHeight, 4);
         else
-            TurnPlane<0>(turn, sourceBits, sourceStride, destBits, destStride, destWidth, destHeight, pixelBytes);
+            TurnPlane<0>(turn, sourceBits, sourceStride, destBits, destStride, destWidth, destHeight,
+                         pixelBytes);
     }
     return QEL_OK;
 }

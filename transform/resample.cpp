@@ -16,8 +16,8 @@
 #include "image/image_view.h"
 #include "module/host_services.h"
 #include "transform/box_rows.h"
-#include "transform/kernel_grid.h"
 #include "transform/image_transform.h"
+#include "transform/kernel_grid.h"
 
 namespace {
 
@@ -66,8 +66,9 @@ void BoxAverage(const ImageView& source, const ImageView& dest, float xScale, fl
         for (int x = 0; x < dest.width; ++x)
             starts[x] = static_cast<ptrdiff_t>(ScaledIndex(x, xScale, source.width - blockWidth)) * kBytes;
     const bool halving = starts && blockWidth == 2 && blockHeight == 2;
-    const BoxLanes halvingLanes =
-        halving && BlocksFollowEachOther(starts.get(), dest.width, kBytes) ? BestBoxLanes() : BoxLanes::Scalar;
+    const BoxLanes halvingLanes = halving && BlocksFollowEachOther(starts.get(), dest.width, kBytes)
+                                      ? BestBoxLanes()
+                                      : BoxLanes::Scalar;
     for (int y = 0; y < dest.height; ++y) {
         const float sy = static_cast<float>(ScaledIndex(y, yScale, source.height - blockHeight));
         const unsigned char* blockRow = source.bits + SourceRowOffset(source, sy, blockHeight);
@@ -104,9 +105,12 @@ void ResampleInto(const ImageView& source, const ImageView& dest, int method, in
     } else if (xScale >= 1.0f && yScale >= 1.0f && nearestOnly == 0) {
         // One byte a pixel is only a whole pixel from 8 bits up; packed
         // 1- and 4-bit rows would be read past their end.
-        if (depth == 32) BoxAverage<4>(source, dest, xScale, yScale);
-        else if (depth == 24) BoxAverage<3>(source, dest, xScale, yScale);
-        else if (depth >= 8) BoxAverage<1>(source, dest, xScale, yScale);
+        if (depth == 32)
+            BoxAverage<4>(source, dest, xScale, yScale);
+        else if (depth == 24)
+            BoxAverage<3>(source, dest, xScale, yScale);
+        else if (depth >= 8)
+            BoxAverage<1>(source, dest, xScale, yScale);
     } else {
         InterpolateGrid(source, dest, xScale, yScale, method, BestGridLanes());
     }
@@ -135,8 +139,9 @@ QResult CQELImageTransform::Resample(IQEL* source, IQEL** result, int newWidth, 
         scaled->Assign(source, 0);
     } else {
         const ImageView to = ReadImageView(scaled.Get());
-        const bool drawable = newWidth > 0 && newHeight > 0 && to.width == newWidth && to.height == newHeight &&
-                              to.bits != nullptr && !from.Empty() && from.bits != nullptr;
+        const bool drawable = newWidth > 0 && newHeight > 0 && to.width == newWidth &&
+                              to.height == newHeight && to.bits != nullptr && !from.Empty() &&
+                              from.bits != nullptr;
         if (drawable) ResampleInto(from, to, method, nearestOnly);
     }
     *result = scaled.Detach();

@@ -52,7 +52,8 @@ void PasteTurned(const ImageView& source, const ImageView& target, float k, floa
     const InterpolatingSampler sampler(source.bits, source.width, source.height, source.stride, method,
                                        source.bitCount);
     const int width = std::min(target.width, frame.width), height = std::min(target.height, frame.height);
-    const float sourceWidth = static_cast<float>(source.width), sourceHeight = static_cast<float>(source.height);
+    const float sourceWidth = static_cast<float>(source.width),
+                sourceHeight = static_cast<float>(source.height);
     const bool blend = source.bitCount > 24;
     for (int j = 0; j < height; ++j) {
         const float turnedY = frame.startY + static_cast<float>(j);
@@ -153,7 +154,9 @@ QResult CQELImageTransform::RotatePaste(IQEL* source, IQEL* target, double angle
     if (to.bits == nullptr) return QEL_OK;
     const TurnedFrame frame = TurnRectangle(from.width, from.height, k, s);
     const uint32_t key = static_cast<uint32_t>(keyColour);
-    if (to.bitCount == 32) PasteTurned<4>(from, to, k, s, frame, method, key);
-    else PasteTurned<3>(from, to, k, s, frame, method, key);
+    if (to.bitCount == 32)
+        PasteTurned<4>(from, to, k, s, frame, method, key);
+    else
+        PasteTurned<3>(from, to, k, s, frame, method, key);
     return QEL_OK;
 }

@@ -112,7 +112,8 @@ struct CubicConvolutionLanes {  // method 3
         const __m256 a = AbsoluteOf(t);
         const __m256 cube = Mul(Mul(a, a), a);
         const __m256 nearPiece = Add(Sub(Splat(1.0f), Mul(Mul(Splat(2.0f), t), t)), cube);
-        const __m256 farPiece = Sub(Add(Sub(Splat(4.0f), Mul(Splat(8.0f), a)), Mul(Mul(Splat(5.0f), t), t)), cube);
+        const __m256 farPiece =
+            Sub(Add(Sub(Splat(4.0f), Mul(Splat(8.0f), a)), Mul(Mul(Splat(5.0f), t), t)), cube);
         return TwoPieces(a, nearPiece, farPiece);
     }
 };
@@ -154,9 +155,11 @@ __attribute__((target("avx2"))) void DrawTurnedAvx2(const ImageView& source, con
                 sx = Add(sx, Splat(at.shiftX));
                 sy = Add(sy, Splat(at.shiftY));
             }
-            const __m256 inside = _mm256_and_ps(
-                _mm256_and_ps(_mm256_cmp_ps(sx, Splat(3.0f), _CMP_GT_OQ), _mm256_cmp_ps(sx, Splat(at.lastX), _CMP_LT_OQ)),
-                _mm256_and_ps(_mm256_cmp_ps(sy, Splat(3.0f), _CMP_GT_OQ), _mm256_cmp_ps(sy, Splat(at.lastY), _CMP_LT_OQ)));
+            const __m256 inside =
+                _mm256_and_ps(_mm256_and_ps(_mm256_cmp_ps(sx, Splat(3.0f), _CMP_GT_OQ),
+                                            _mm256_cmp_ps(sx, Splat(at.lastX), _CMP_LT_OQ)),
+                              _mm256_and_ps(_mm256_cmp_ps(sy, Splat(3.0f), _CMP_GT_OQ),
+                                            _mm256_cmp_ps(sy, Splat(at.lastY), _CMP_LT_OQ)));
             const __m256i inRow = _mm256_cmpgt_epi32(_mm256_set1_epi32(dest.width), column);
             const int drawn = _mm256_movemask_ps(_mm256_and_ps(inside, _mm256_castsi256_ps(inRow)));
             if (drawn == 0) continue;
@@ -170,8 +173,10 @@ __attribute__((target("avx2"))) void DrawTurnedAvx2(const ImageView& source, con
             __m256 columnWeights[4], rowWeights[4];
             for (int n = 0; n < 4; ++n) {
                 const __m256i tapOffset = _mm256_set1_epi32(n - 1);
-                columnWeights[n] = Kernel::Weight(Sub(_mm256_cvtepi32_ps(_mm256_add_epi32(baseX, tapOffset)), sx));
-                rowWeights[n] = Kernel::Weight(Sub(_mm256_cvtepi32_ps(_mm256_add_epi32(baseY, tapOffset)), sy));
+                columnWeights[n] =
+                    Kernel::Weight(Sub(_mm256_cvtepi32_ps(_mm256_add_epi32(baseX, tapOffset)), sx));
+                rowWeights[n] =
+                    Kernel::Weight(Sub(_mm256_cvtepi32_ps(_mm256_add_epi32(baseY, tapOffset)), sy));
             }
             __m256i rowOffset = _mm256_add_epi32(
                 _mm256_mullo_epi32(_mm256_sub_epi32(baseY, one), stride),
@@ -179,16 +184,17 @@ __attribute__((target("avx2"))) void DrawTurnedAvx2(const ImageView& source, con
             __m256 blue = _mm256_setzero_ps(), green = blue, red = blue, alpha = blue;
             for (int tapRow = 0; tapRow < 4; ++tapRow, rowOffset = _mm256_add_epi32(rowOffset, stride)) {
                 __m256i offset = rowOffset;
-                for (int tap = 0; tap < 4; ++tap, offset = _mm256_add_epi32(offset, _mm256_set1_epi32(kSourceBytes))) {
+                for (int tap = 0; tap < 4;
+                     ++tap, offset = _mm256_add_epi32(offset, _mm256_set1_epi32(kSourceBytes))) {
                     // Four bytes from each tap's first byte: a 24-bit tap's fourth
                     // byte belongs to the next tap or the pixel after the block.
                     const __m256i pixel = _mm256_i32gather_epi32(bits, offset, 1);
                     const __m256 weight = Mul(columnWeights[tap], rowWeights[tapRow]);
                     blue = Add(blue, Mul(weight, _mm256_cvtepi32_ps(_mm256_and_si256(pixel, byteMask))));
-                    green = Add(green, Mul(weight, _mm256_cvtepi32_ps(
-                                                       _mm256_and_si256(_mm256_srli_epi32(pixel, 8), byteMask))));
-                    red = Add(red, Mul(weight, _mm256_cvtepi32_ps(
-                                                   _mm256_and_si256(_mm256_srli_epi32(pixel, 16), byteMask))));
+                    green = Add(green, Mul(weight, _mm256_cvtepi32_ps(_mm256_and_si256(
+                                                       _mm256_srli_epi32(pixel, 8), byteMask))));
+                    red = Add(red, Mul(weight, _mm256_cvtepi32_ps(_mm256_and_si256(
+                                                   _mm256_srli_epi32(pixel, 16), byteMask))));
                     if (kSourceBytes == 4)
                         alpha = Add(alpha, Mul(weight, _mm256_cvtepi32_ps(_mm256_srli_epi32(pixel, 24))));
                 }
@@ -196,7 +202,8 @@ __attribute__((target("avx2"))) void DrawTurnedAvx2(const ImageView& source, con
             __m256i packed = _mm256_or_si256(
                 _mm256_or_si256(ChannelLanes(blue), _mm256_slli_epi32(ChannelLanes(green), 8)),
                 _mm256_slli_epi32(ChannelLanes(red), 16));
-            if (kSourceBytes == 4) packed = _mm256_or_si256(packed, _mm256_slli_epi32(ChannelLanes(alpha), 24));
+            if (kSourceBytes == 4)
+                packed = _mm256_or_si256(packed, _mm256_slli_epi32(ChannelLanes(alpha), 24));
             alignas(32) uint32_t colours[8];
             _mm256_store_si256(reinterpret_cast<__m256i*>(colours), packed);
             unsigned char* out = outRow + static_cast<ptrdiff_t>(i0) * kDestBytes;
@@ -219,7 +226,8 @@ using Avx2Drawer = void (*)(const ImageView&, const ImageView&, const TurnGeomet
 
 template <class Kernel>
 Avx2Drawer ChooseDepths(int sourceBytes, int destBytes) {
-    if (sourceBytes == 3) return destBytes == 3 ? &DrawTurnedAvx2<Kernel, 3, 3> : &DrawTurnedAvx2<Kernel, 3, 4>;
+    if (sourceBytes == 3)
+        return destBytes == 3 ? &DrawTurnedAvx2<Kernel, 3, 3> : &DrawTurnedAvx2<Kernel, 3, 4>;
     return &DrawTurnedAvx2<Kernel, 4, 4>;
 }
 
@@ -230,13 +238,18 @@ Avx2Drawer Avx2DrawerFor(const ImageView& source, const ImageView& dest, int met
     if (!kHasAvx2 || (source.bitCount != 24 && source.bitCount != 32)) return nullptr;
     const int sourceBytes = source.bitCount / 8, destBytes = dest.bitCount == 32 ? 4 : 3;
     if (dest.bitCount != 32 && dest.bitCount != source.bitCount) return nullptr;
-    const int64_t reach = (int64_t{source.height} + 1) * std::llabs(source.stride) + int64_t{source.width} * 4;
+    const int64_t reach =
+        (int64_t{source.height} + 1) * std::llabs(source.stride) + int64_t{source.width} * 4;
     if (reach >= int64_t{1} << 31) return nullptr;
     switch (method) {
-        case 2: return ChooseDepths<CubicBSplineLanes>(sourceBytes, destBytes);
-        case 3: return ChooseDepths<CubicConvolutionLanes>(sourceBytes, destBytes);
-        case 4: return ChooseDepths<CatmullRomAbsoluteLanes>(sourceBytes, destBytes);
-        default: return nullptr;
+        case 2:
+            return ChooseDepths<CubicBSplineLanes>(sourceBytes, destBytes);
+        case 3:
+            return ChooseDepths<CubicConvolutionLanes>(sourceBytes, destBytes);
+        case 4:
+            return ChooseDepths<CatmullRomAbsoluteLanes>(sourceBytes, destBytes);
+        default:
+            return nullptr;
     }
 }
 
@@ -252,8 +265,12 @@ void DrawTurned(const ImageView& source, const ImageView& dest, const TurnGeomet
             return;
         }
     }
-    if (dest.bitCount == 32) DrawTurnedScalar<4>(source, dest, turn, method);
-    else if (dest.bitCount >= 24) DrawTurnedScalar<3>(source, dest, turn, method);
-    else if (dest.bitCount == 8) DrawTurnedScalar<1>(source, dest, turn, method);
-    else DrawTurnedScalar<0>(source, dest, turn, method);
+    if (dest.bitCount == 32)
+        DrawTurnedScalar<4>(source, dest, turn, method);
+    else if (dest.bitCount >= 24)
+        DrawTurnedScalar<3>(source, dest, turn, method);
+    else if (dest.bitCount == 8)
+        DrawTurnedScalar<1>(source, dest, turn, method);
+    else
+        DrawTurnedScalar<0>(source, dest, turn, method);
 }

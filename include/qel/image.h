@@ -6,8 +6,8 @@
 // A host image: size, format and the pixel memory of each plane.
 // Row y of a plane starts at bits + y * stride (stride is signed).
 struct IQEL : IUnknown {
-    virtual QResult GetSize(int* width, int* height, int* planes) = 0;                      // slot 3
-    virtual QResult GetFormat(int* bitCount, unsigned int* colourModel, int* reserved) = 0;  // slot 4
+    virtual QResult GetSize(int* width, int* height, int* planes) = 0;                         // slot 3
+    virtual QResult GetFormat(int* bitCount, unsigned int* colourModel, int* reserved) = 0;    // slot 4
     virtual QResult GetBits(int plane, int* reserved, unsigned char** bits, int* stride) = 0;  // slot 5
     // Allocates zeroed pixel memory of that format, replacing any previous content.
     virtual QResult Create(int width, int height, int planes, int bitCount,
@@ -39,7 +39,7 @@ protected:
 
 // Answered only by images that carry a palette.
 struct IQELImagePalette : IUnknown {
-    virtual QResult SetPalette(const RGBQUAD* entries, unsigned int count) = 0;    // slot 3
+    virtual QResult SetPalette(const RGBQUAD* entries, unsigned int count) = 0;      // slot 3
     virtual QResult GetPalette(RGBQUAD** entries, unsigned int* count /*out*/) = 0;  // slot 4
 
 protected:

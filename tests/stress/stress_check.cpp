@@ -38,7 +38,8 @@ Shape RandomShape(Draw& draw) {
     shape.width = draw.Chance(0.5) ? draw.Int(0, 5) : draw.Int(0, 64);
     shape.height = draw.Chance(0.5) ? draw.Int(0, 5) : draw.Int(0, 64);
     shape.bitCount = draw.Pick<int>({1, 4, 8, 8, 16, 24, 24, 32, 32});
-    shape.colourModel = draw.Pick<unsigned>({QEL_MODEL_MONO, QEL_MODEL_BGR, QEL_MODEL_ARGB, QEL_MODEL_ABGR, 0u});
+    shape.colourModel =
+        draw.Pick<unsigned>({QEL_MODEL_MONO, QEL_MODEL_BGR, QEL_MODEL_ARGB, QEL_MODEL_ABGR, 0u});
     shape.padding = draw.Chance(0.5) ? 0 : draw.Int(1, 13);
     shape.bottomUp = draw.Chance(0.3);
     shape.planes = draw.Chance(0.8) ? 1 : draw.Int(2, 3);
@@ -123,11 +124,13 @@ void Call::Finish(IQEL* output) {
     for (size_t i = 0; i < held_.size(); ++i) {
         const Held& held = held_[i];
         const std::string which = "image " + std::to_string(i) + " (" + held.shape.Text() + ")";
-        if (held.buffer != nullptr && !held.buffer->GuardsIntact()) Fail("guard bytes overwritten around " + which);
+        if (held.buffer != nullptr && !held.buffer->GuardsIntact())
+            Fail("guard bytes overwritten around " + which);
         const uint32_t expected = held.refs + (static_cast<IQEL*>(held.image) == output ? 1 : 0);
         const uint32_t refs = qeltest::RefCountOf(held.image);
         if (refs != expected)
-            Fail(which + " holds " + std::to_string(refs) + " references, expected " + std::to_string(expected));
+            Fail(which + " holds " + std::to_string(refs) + " references, expected " +
+                 std::to_string(expected));
         if (held.changes) continue;
         for (int p = 0; p < held.shape.planes; ++p)
             if (Contents(held, p) != held.before[static_cast<size_t>(p)])

@@ -52,7 +52,8 @@ Shape RandomShape(Draw& draw);
 // and checks them afterwards. The first failed check ends the run.
 class Call {
 public:
-    Call(const char* operation, uint64_t callSeed, Draw& draw) : operation_(operation), seed_(callSeed), draw_(draw) {}
+    Call(const char* operation, uint64_t callSeed, Draw& draw)
+        : operation_(operation), seed_(callSeed), draw_(draw) {}
     ~Call();
     Call(const Call&) = delete;
     Call& operator=(const Call&) = delete;

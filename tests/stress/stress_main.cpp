@@ -7,6 +7,8 @@
 //   qel_stress --seed 7 --calls 100000   a fixed number of calls
 //   qel_stress --seed 7 --call 4711      one call again, to reproduce a report
 //   qel_stress --only Median ...         only one operation
+#include <unistd.h>
+
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -14,7 +16,6 @@
 #include <cstring>
 #include <map>
 #include <string>
-#include <unistd.h>
 
 #include "stress/stress_check.h"
 
@@ -40,8 +41,9 @@ void OnSignal(int signal) {
 }
 
 int Usage() {
-    std::fprintf(stderr,
-                 "usage: qel_stress [--seed N] [--seconds N | --calls N | --call N] [--only OPERATION] [--list]\n");
+    std::fprintf(
+        stderr,
+        "usage: qel_stress [--seed N] [--seconds N | --calls N | --call N] [--only OPERATION] [--list]\n");
     return 2;
 }
 
@@ -61,13 +63,18 @@ int main(int argc, char** argv) {
         }
         if (value == nullptr) return Usage();
         ++i;
-        if (option == "--seed") seed = std::strtoull(value, nullptr, 0);
-        else if (option == "--seconds") seconds = std::atof(value);
-        else if (option == "--calls") calls = std::strtoull(value, nullptr, 0);
-        else if (option == "--call") single = std::atoll(value);
+        if (option == "--seed")
+            seed = std::strtoull(value, nullptr, 0);
+        else if (option == "--seconds")
+            seconds = std::atof(value);
+        else if (option == "--calls")
+            calls = std::strtoull(value, nullptr, 0);
+        else if (option == "--call")
+            single = std::atoll(value);
         else if (option == "--only") {
             if (!stress::OnlyOperation(value)) return Usage();
-        } else return Usage();
+        } else
+            return Usage();
     }
     if (seconds <= 0 && calls == 0 && single < 0) calls = 10000;
 

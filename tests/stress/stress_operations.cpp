@@ -80,8 +80,9 @@ float F(double value) { return static_cast<float>(value); }
 // ---- colour ----
 void Colorize(Call& call, Draw& d) {
     IQEL* image = call.Input(true);
-    const QResult r = Get().colour->Colorize(image, static_cast<unsigned char>(d.Int(0, 255)),
-                                             static_cast<unsigned char>(d.Int(0, 255)), F(d.RealParam(-0.5, 1.5)));
+    const QResult r =
+        Get().colour->Colorize(image, static_cast<unsigned char>(d.Int(0, 255)),
+                               static_cast<unsigned char>(d.Int(0, 255)), F(d.RealParam(-0.5, 1.5)));
     if (image == nullptr && r != QEL_E_FAIL) call.Fail("null image not refused");
     call.Finish();
 }
@@ -121,7 +122,8 @@ void SetImageAlphaTransparency(Call& call, Draw& d) {
     call.Finish();
 }
 void SetImageTransparentPixel(Call& call, Draw& d) {
-    Get().colour->SetImageTransparentPixel(call.Input(true), d.Chance(0.5) ? d.Bits32() & 0xFFFFFF : d.Bits32());
+    Get().colour->SetImageTransparentPixel(call.Input(true),
+                                           d.Chance(0.5) ? d.Bits32() & 0xFFFFFF : d.Bits32());
     call.Finish();
 }
 void Threshold(Call& call, Draw& d) {
@@ -140,7 +142,8 @@ void NewImageOf(Call& call, Draw&) {
 void Rotate(Call& call, Draw& d) {
     IQEL* source = call.Input(false);
     SmartPtr<IQEL> result;
-    const int angle = d.Chance(0.3) ? d.Pick<int>({0, 90, -90, 180, 270, 360, -180, 450}) : d.Param(-720, 720);
+    const int angle =
+        d.Chance(0.3) ? d.Pick<int>({0, 90, -90, 180, 270, 360, -180, 450}) : d.Param(-720, 720);
     const QResult r = Get().transform->Rotate(source, d.Chance(0.03) ? nullptr : result.Out(), angle,
                                               d.Param(-2, 17), d.Int(0, 1), d.Int(0, 1));
     (void)r;
@@ -149,8 +152,8 @@ void Rotate(Call& call, Draw& d) {
 void Skew(Call& call, Draw& d) {
     IQEL* source = call.Input(false);
     SmartPtr<IQEL> result;
-    Get().transform->Skew(source, result.Out(), F(d.RealParam(-3, 3)), F(d.RealParam(-3, 3)), d.Param(-70, 70),
-                          d.Param(-70, 70), 0, d.Int(0, 1));
+    Get().transform->Skew(source, result.Out(), F(d.RealParam(-3, 3)), F(d.RealParam(-3, 3)),
+                          d.Param(-70, 70), d.Param(-70, 70), 0, d.Int(0, 1));
     call.Finish(result.Get());
 }
 void Resample(Call& call, Draw& d) {
@@ -165,13 +168,15 @@ void IncreaseBpp(Call& call, Draw& d) {
     IQEL* source = call.Input(false);
     SmartPtr<IQEL> result;
     const int bitCount = d.Chance(0.8) ? d.Pick<int>({1, 4, 8, 16, 24, 32}) : d.Param(-5, 40);
-    Get().transform->IncreaseBpp(source, result.Out(), bitCount, d.Pick<unsigned>({QEL_MODEL_BGR, QEL_MODEL_ARGB, 0u}));
+    Get().transform->IncreaseBpp(source, result.Out(), bitCount,
+                                 d.Pick<unsigned>({QEL_MODEL_BGR, QEL_MODEL_ARGB, 0u}));
     call.Finish(result.Get());
 }
 void RotatePaste(Call& call, Draw& d) {
     IQEL* source = call.Input(false);
     IQEL* target = call.Input(true);
-    Get().transform->RotatePaste(source, target, d.RealParam(-7, 7), d.Param(-2, 17), static_cast<int>(d.Bits32()));
+    Get().transform->RotatePaste(source, target, d.RealParam(-7, 7), d.Param(-2, 17),
+                                 static_cast<int>(d.Bits32()));
     call.Finish();
 }
 void FlipBits(Call& call, Draw&) {
@@ -193,8 +198,8 @@ void Quad(Call& call, Draw& d) {
     const bool derived = width == 0 || width >= 65536 || height == 0 || height >= 65536;
     double points[8];
     for (double& p : points) p = derived ? d.Real(-20, 90) : d.RealParam(-20, 90);
-    Get().transform->Quad(source, result.Out(), points[0], points[1], points[2], points[3], points[4], points[5],
-                          points[6], points[7], width, height, static_cast<short>(d.Int(0, 1)));
+    Get().transform->Quad(source, result.Out(), points[0], points[1], points[2], points[3], points[4],
+                          points[5], points[6], points[7], width, height, static_cast<short>(d.Int(0, 1)));
     call.Finish(result.Get());
 }
 void Transform(Call& call, Draw& d) {
@@ -204,7 +209,8 @@ void Transform(Call& call, Draw& d) {
     int width = 0, height = 0;
     ResultSize(d, &width, &height);
     Get().transform->Transform(d.Chance(0.03) ? nullptr : &transform, source, result.Out(), d.Param(-40, 40),
-                               d.Param(-40, 40), static_cast<unsigned>(width), static_cast<unsigned>(height), 0, 0);
+                               d.Param(-40, 40), static_cast<unsigned>(width), static_cast<unsigned>(height),
+                               0, 0);
     if (transform.refs_ != 1) call.Fail("the caller's transform lost or gained a reference");
     call.Finish(result.Get());
 }
@@ -231,7 +237,9 @@ void Filtered(Call& call, Draw& d, Invoke invoke) {
     invoke(image, inPlace ? nullptr : result.Out());
     call.Finish(result.Get());
 }
-int FilterSize(Draw& d) { return d.Chance(0.05) ? d.Pick<int>({-3, 0, 1000000, std::numeric_limits<int>::max()}) : d.Int(-1, 9); }
+int FilterSize(Draw& d) {
+    return d.Chance(0.05) ? d.Pick<int>({-3, 0, 1000000, std::numeric_limits<int>::max()}) : d.Int(-1, 9);
+}
 void Erode(Call& call, Draw& d) {
     Filtered(call, d, [&](IQEL* i, IQEL** r) { Get().filter->Erode(i, FilterSize(d), r); });
 }
@@ -251,7 +259,8 @@ void Filter(Call& call, Draw& d) {
     for (int& k : kernel) k = d.Chance(0.05) ? d.Param(0, 0) : d.Int(-20, 20);
     const int divisor = d.Chance(0.2) ? d.Pick<int>({0, -1, 1}) : d.Param(-50, 50);
     Filtered(call, d, [&](IQEL* i, IQEL** r) {
-        Get().filter->Filter(i, kernel.empty() ? nullptr : kernel.data(), size, divisor, d.Param(-300, 300), r);
+        Get().filter->Filter(i, kernel.empty() ? nullptr : kernel.data(), size, divisor, d.Param(-300, 300),
+                             r);
     });
 }
 void Contour(Call& call, Draw& d) {
@@ -295,7 +304,8 @@ void Equal(Call& call, Draw& d) {
     const Shape shape = RandomShape(d);
     IQEL* image = call.Image(shape, true);
     IQEL* mask = d.Chance(0.5) ? call.Image(Like(d, image, shape), false) : nullptr;
-    if (Get().maths->Equal(image, mask, static_cast<int>(d.Bits32())) != QEL_OK) call.Fail("Equal did not answer 0");
+    if (Get().maths->Equal(image, mask, static_cast<int>(d.Bits32())) != QEL_OK)
+        call.Fail("Equal did not answer 0");
     call.Finish();
 }
 void Copy(Call& call, Draw& d) {
@@ -312,7 +322,8 @@ void AddScale(Call& call, Draw& d) {
     IQEL* a = call.Image(Like(d, dest, shape), false);
     IQEL* b = call.Image(Like(d, dest, shape), false);
     IQEL* mask = d.Chance(0.4) ? call.Image(Like(d, dest, shape), false) : nullptr;
-    Get().maths->AddScale(dest, a, b, mask, F(d.RealParam(-2, 2)), F(d.RealParam(-2, 2)), F(d.RealParam(-300, 300)));
+    Get().maths->AddScale(dest, a, b, mask, F(d.RealParam(-2, 2)), F(d.RealParam(-2, 2)),
+                          F(d.RealParam(-300, 300)));
     call.Finish();
 }
 void Scale(Call& call, Draw& d) {

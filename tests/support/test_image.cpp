@@ -109,7 +109,8 @@ QResult BufferImage::SetPalette(const RGBQUAD*, unsigned) { return QEL_E_NOTIMPL
 bool BufferImage::GuardsIntact() const {
     for (const auto& plane : storage_) {
         for (size_t i = 0; i < kGuardBytes; ++i)
-            if (plane[i] != kGuardPattern || plane[kGuardBytes + blockBytes_ + i] != kGuardPattern) return false;
+            if (plane[i] != kGuardPattern || plane[kGuardBytes + blockBytes_ + i] != kGuardPattern)
+                return false;
     }
     return true;
 }
@@ -117,7 +118,8 @@ bool BufferImage::GuardsIntact() const {
 void BufferImage::FillRandom(uint32_t seed) {
     std::mt19937 random(seed);
     for (auto& plane : storage_)
-        for (size_t i = 0; i < blockBytes_; ++i) plane[kGuardBytes + i] = static_cast<unsigned char>(random());
+        for (size_t i = 0; i < blockBytes_; ++i)
+            plane[kGuardBytes + i] = static_cast<unsigned char>(random());
 }
 
 std::vector<unsigned char> BufferImage::Snapshot(int plane) const {
