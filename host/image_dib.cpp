@@ -4,6 +4,7 @@
 // end of a row.
 #include <algorithm>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -59,33 +60,67 @@ struct Layout {
     std::vector<PlaneBuffer> buffers;
 };
 
-QResult MakeLayout(int width, int height, int planes, int bitCount, unsigned colourModel, Layout* out) {
+// Checks a requested geometry and works out its stride and plane size.
+QResult MeasureLayout(int width, int height, int planes, int bitCount, int* stride, size_t* planeBytes) {
     if (width < 0 || height < 0 || planes < 1 || planes > kMaxPlanes || !SupportedBitCount(bitCount))
         return QEL_E_INVALIDARG;
     const unsigned long long rowBits =
         static_cast<unsigned long long>(width) * static_cast<unsigned>(bitCount);
-    const unsigned long long stride = (rowBits + 31) / 32 * 4;
-    if (stride > static_cast<unsigned long long>(INT_MAX)) return QEL_E_INVALIDARG;
-    const unsigned long long planeBytes = stride * static_cast<unsigned long long>(height);
-    if (planeBytes >
-        (static_cast<unsigned long long>(PTRDIFF_MAX) - kSlackBytes) / static_cast<unsigned>(planes))
+    const unsigned long long rowStride = (rowBits + 31) / 32 * 4;
+    if (rowStride > static_cast<unsigned long long>(INT_MAX)) return QEL_E_INVALIDARG;
+    const unsigned long long bytes = rowStride * static_cast<unsigned long long>(height);
+    if (bytes > (static_cast<unsigned long long>(PTRDIFF_MAX) - kSlackBytes) / static_cast<unsigned>(planes))
         return QEL_E_INVALIDARG;
-    if (planeBytes * static_cast<unsigned>(planes) > kMaxImageBytes) return QEL_E_OUTOFMEMORY;
+    if (bytes * static_cast<unsigned>(planes) > kMaxImageBytes) return QEL_E_OUTOFMEMORY;
+    *stride = static_cast<int>(rowStride);
+    *planeBytes = static_cast<size_t>(bytes);
+    return QEL_OK;
+}
+
+QResult MakeLayout(int width, int height, int planes, int bitCount, unsigned colourModel, Layout* out) {
+    int stride = 0;
+    size_t planeBytes = 0;
+    const QResult measured = MeasureLayout(width, height, planes, bitCount, &stride, &planeBytes);
+    if (measured != QEL_OK) return measured;
     Layout layout;
     layout.width = width;
     layout.height = height;
     layout.planes = planes;
     layout.bitCount = bitCount;
     layout.colourModel = colourModel;
-    layout.stride = static_cast<int>(stride);
+    layout.stride = stride;
     layout.buffers.resize(static_cast<size_t>(planes));
     for (PlaneBuffer& buffer : layout.buffers) {
-        buffer.bytes =
-            static_cast<unsigned char*>(std::calloc(static_cast<size_t>(planeBytes) + kSlackBytes, 1));
+        buffer.bytes = static_cast<unsigned char*>(std::calloc(planeBytes + kSlackBytes, 1));
         if (buffer.bytes == nullptr) return QEL_E_OUTOFMEMORY;
     }
     *out = std::move(layout);
     return QEL_OK;
+}
+
+// True when `layout` already holds buffers for this geometry, so that a new
+// content can go into them: same size, planes and bit count give the same
+// stride and plane size.
+bool SameGeometry(const Layout& layout, int width, int height, int planes, int bitCount) {
+    return layout.planes > 0 && layout.width == width && layout.height == height && layout.planes == planes &&
+           layout.bitCount == bitCount;
+}
+
+size_t PlaneBytesOf(const Layout& layout) {
+    return static_cast<size_t>(layout.stride) * static_cast<size_t>(layout.height);
+}
+
+// True when the rows of a source plane touch a buffer of `bufferBytes` bytes.
+bool RowsOverlap(const unsigned char* rows, int stride, int height, size_t rowBytes,
+                 const unsigned char* buffer, size_t bufferBytes) {
+    if (height <= 0) return false;
+    const ptrdiff_t lastRow = static_cast<ptrdiff_t>(height - 1) * stride;
+    const auto begin =
+        reinterpret_cast<uintptr_t>(rows) + static_cast<uintptr_t>(std::min<ptrdiff_t>(lastRow, 0));
+    const auto end = reinterpret_cast<uintptr_t>(rows) +
+                     static_cast<uintptr_t>(std::max<ptrdiff_t>(lastRow, 0)) + rowBytes;
+    const auto bufferBegin = reinterpret_cast<uintptr_t>(buffer);
+    return begin < bufferBegin + bufferBytes && bufferBegin < end;
 }
 
 // Writes the packed colour into one row of pixels by bit count.
@@ -135,6 +170,12 @@ void FillRow(unsigned char* row, int width, int bitCount, unsigned colour) {
     }
 }
 
+// One plane of an Assign source, read before anything is changed.
+struct SourcePlane {
+    unsigned char* bits = nullptr;
+    int stride = 0;
+};
+
 class ImageDIB final : public IQELImageDIB, public IQELImagePalette {
 public:
     QELHOST_REFCOUNT_METHODS
@@ -178,6 +219,14 @@ public:
     }
 
     QResult Create(int width, int height, int planes, int bitCount, unsigned colourModel) override {
+        if (SameGeometry(layout_, width, height, planes, bitCount)) {
+            // Clearing the buffers in place costs what calloc's clearing of a
+            // reused heap block costs, without the free and the new block.
+            for (PlaneBuffer& buffer : layout_.buffers)
+                std::memset(buffer.bytes, 0, PlaneBytesOf(layout_) + kSlackBytes);
+            layout_.colourModel = colourModel;
+            return QEL_OK;
+        }
         Layout layout;
         const QResult result = MakeLayout(width, height, planes, bitCount, colourModel, &layout);
         if (result != QEL_OK) return result;
@@ -198,19 +247,52 @@ public:
         unsigned colourModel = 0;
         source->GetSize(&width, &height, &planes);
         source->GetFormat(&bitCount, &colourModel, &reserved);
-        Layout layout;
-        const QResult result = MakeLayout(width, height, planes, bitCount, colourModel, &layout);
-        if (result != QEL_OK) return result;
+        int stride = 0;
+        size_t planeBytes = 0;
+        const QResult measured = MeasureLayout(width, height, planes, bitCount, &stride, &planeBytes);
+        if (measured != QEL_OK) return measured;
         const size_t rowBytes = (static_cast<size_t>(width) * static_cast<size_t>(bitCount) + 7) / 8;
+        std::vector<SourcePlane> sourcePlanes(static_cast<size_t>(planes));
         for (int plane = 0; plane < planes; ++plane) {
-            unsigned char* sourceBits = nullptr;
-            int sourceStride = 0;
-            if (source->GetBits(plane, &reserved, &sourceBits, &sourceStride) < 0 || sourceBits == nullptr)
+            SourcePlane& sourcePlane = sourcePlanes[static_cast<size_t>(plane)];
+            if (source->GetBits(plane, &reserved, &sourcePlane.bits, &sourcePlane.stride) < 0)
+                sourcePlane.bits = nullptr;
+        }
+
+        // The same geometry takes the new pixels into the buffers already
+        // held, saving a cleared allocation; nothing can fail past this
+        // check. Sources whose rows lie in those buffers take a new one.
+        bool reuse = SameGeometry(layout_, width, height, planes, bitCount);
+        for (int plane = 0; reuse && plane < planes; ++plane) {
+            const SourcePlane& sourcePlane = sourcePlanes[static_cast<size_t>(plane)];
+            if (sourcePlane.bits == nullptr) continue;
+            for (const PlaneBuffer& buffer : layout_.buffers)
+                if (RowsOverlap(sourcePlane.bits, sourcePlane.stride, height, rowBytes, buffer.bytes,
+                                PlaneBytesOf(layout_) + kSlackBytes))
+                    reuse = false;
+        }
+        Layout fresh;
+        if (!reuse) {
+            const QResult result = MakeLayout(width, height, planes, bitCount, colourModel, &fresh);
+            if (result != QEL_OK) return result;
+        }
+        Layout& target = reuse ? layout_ : fresh;
+        const size_t padding = static_cast<size_t>(target.stride) - rowBytes;
+        for (int plane = 0; plane < planes; ++plane) {
+            const SourcePlane& sourcePlane = sourcePlanes[static_cast<size_t>(plane)];
+            unsigned char* bits = target.buffers[static_cast<size_t>(plane)].bytes;
+            if (sourcePlane.bits == nullptr) {
+                // A plane the source does not hand out reads as a new image's.
+                if (reuse) std::memset(bits, 0, PlaneBytesOf(target) + kSlackBytes);
                 continue;
-            unsigned char* target = layout.buffers[static_cast<size_t>(plane)].bytes;
-            for (int y = 0; y < height; ++y)
-                std::memcpy(target + static_cast<ptrdiff_t>(y) * layout.stride,
-                            sourceBits + static_cast<ptrdiff_t>(y) * sourceStride, rowBytes);
+            }
+            for (int y = 0; y < height; ++y) {
+                unsigned char* row = bits + static_cast<ptrdiff_t>(y) * target.stride;
+                std::memcpy(row, sourcePlane.bits + static_cast<ptrdiff_t>(y) * sourcePlane.stride, rowBytes);
+                // Row padding and the slack stay zero, as in a new buffer.
+                if (reuse && padding > 0) std::memset(row + rowBytes, 0, padding);
+            }
+            if (reuse) std::memset(bits + PlaneBytesOf(target), 0, kSlackBytes);
         }
         std::vector<RGBQUAD> palette;
         SmartPtr<IQELImagePalette> sourcePalette =
@@ -221,7 +303,8 @@ public:
             if (sourcePalette->GetPalette(&entries, &count) >= 0 && entries != nullptr)
                 palette.assign(entries, entries + std::min(count, kMaxPaletteEntries));
         }
-        layout_ = std::move(layout);
+        if (!reuse) layout_ = std::move(fresh);
+        layout_.colourModel = colourModel;
         palette_ = std::move(palette);
         return QEL_OK;
     }

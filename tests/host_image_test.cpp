@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstring>
+#include <vector>
 
 #include "support/test_image.h"
 
@@ -144,6 +146,70 @@ TEST(ImageDIB, AssignCopiesSizeFormatPixelsAndPalette) {
 
     EXPECT_EQ(target->Assign(target.Get(), 0), QEL_OK) << "assigning to itself changes nothing";
     EXPECT_EQ(qel::PixelsOf(target.Get()).width, 2);
+}
+
+// Assign and Create over an image of the same geometry reuse its buffers:
+// the result must still be exactly what a fresh image would hold.
+TEST(ImageDIB, SameGeometryAssignAndCreateGiveWhatAFreshImageHolds) {
+    for (const int bitCount : {1, 4, 8, 16, 24, 32}) {
+        // Width 5 leaves row padding at every depth but 32, and a bottom-up
+        // source with its own padding checks the row walk.
+        qeltest::BufferImage* raw = qeltest::BufferImage::Make(5, 3, bitCount, QEL_MODEL_BGR, 7, true, 2);
+        SmartPtr<IQELImageDIB> source(raw);
+        raw->FillRandom(static_cast<uint32_t>(bitCount));
+
+        SmartPtr<IQELImageDIB> fresh = NewImage();
+        ASSERT_EQ(fresh->Assign(source.Get(), 0), QEL_OK);
+        SmartPtr<IQELImageDIB> reused = NewImage();
+        ASSERT_EQ(reused->Create(5, 3, 2, bitCount, QEL_MODEL_MONO), QEL_OK);
+        for (int plane = 0; plane < 2; ++plane) {
+            unsigned char* bits = nullptr;
+            int stride = 0, reserved = 0;
+            ASSERT_EQ(reused->GetBits(plane, &reserved, &bits, &stride), QEL_OK);
+            std::memset(bits, 0xA5, static_cast<size_t>(3 * stride + 16));  // old content, padding and slack
+        }
+        unsigned char* before = qel::PixelsOf(reused.Get()).bits;
+        ASSERT_EQ(reused->Assign(source.Get(), 0), QEL_OK);
+        EXPECT_EQ(qel::PixelsOf(reused.Get()).bits, before) << "the buffer is kept";
+        EXPECT_EQ(qel::PixelsOf(reused.Get()).colourModel, QEL_MODEL_BGR);
+        for (int plane = 0; plane < 2; ++plane) {
+            unsigned char *freshBits = nullptr, *reusedBits = nullptr;
+            int stride = 0, reserved = 0;
+            fresh->GetBits(plane, &reserved, &freshBits, &stride);
+            reused->GetBits(plane, &reserved, &reusedBits, &stride);
+            const size_t bytes = static_cast<size_t>(3 * stride + 16);
+            const std::vector<unsigned char> want(freshBits, freshBits + bytes),
+                got(reusedBits, reusedBits + bytes);
+            EXPECT_EQ(got, want) << bitCount << " bits, plane " << plane << ":\n"
+                                 << qeltest::HexRows(got, static_cast<size_t>(stride));
+        }
+        EXPECT_EQ(qeltest::PixelBytes(reused.Get()), qeltest::PixelBytes(source.Get())) << bitCount;
+
+        // Create of the same geometry clears pixels, padding and slack, and takes the new model.
+        ASSERT_EQ(reused->Create(5, 3, 2, bitCount, QEL_MODEL_ARGB), QEL_OK);
+        const qel::Pixels p = qel::PixelsOf(reused.Get());
+        EXPECT_EQ(p.colourModel, QEL_MODEL_ARGB);
+        for (int i = 0; i < 3 * p.stride + 16; ++i)
+            ASSERT_EQ(p.bits[i], 0) << bitCount << " bits, byte " << i;
+    }
+}
+
+TEST(ImageDIB, SameGeometryAssignFollowsThePalette) {
+    const RGBQUAD entries[2] = {{1, 2, 3, 0}, {4, 5, 6, 0}};
+    SmartPtr<IQELImageDIB> paletted = NewImage(), plain = NewImage(), target = NewImage();
+    paletted->Create(4, 2, 1, 8, QEL_MODEL_MONO);
+    paletted->SetPalette(entries, 2);
+    qel::PixelsOf(paletted.Get()).bits[5] = 77;
+    plain->Create(4, 2, 1, 8, QEL_MODEL_MONO);
+    target->Create(4, 2, 1, 8, QEL_MODEL_MONO);
+
+    ASSERT_EQ(target->Assign(paletted.Get(), 0), QEL_OK);
+    SmartPtr<IQELImagePalette> palette = QueryAs<IQELImagePalette>(target.Get(), qel::iid::IQELImagePalette);
+    ASSERT_TRUE(palette) << "the palette travels";
+    EXPECT_EQ(qel::PixelsOf(target.Get()).bits[5], 77);
+    ASSERT_EQ(target->Assign(plain.Get(), 0), QEL_OK);
+    EXPECT_FALSE(QueryAs<IQELImagePalette>(target.Get(), qel::iid::IQELImagePalette)) << "and leaves with it";
+    EXPECT_EQ(qel::PixelsOf(target.Get()).bits[5], 0);
 }
 
 TEST(RuntimeStrings, CreatableStringAppendsAndLocatorsResolve) {
