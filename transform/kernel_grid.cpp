@@ -8,6 +8,10 @@
 #include <memory>
 #include <new>
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 #include "image/sampling.h"
 
 namespace {
@@ -20,91 +24,145 @@ typedef int ChannelPair __attribute__((vector_size(32)));
 typedef unsigned char ChannelBytes __attribute__((vector_size(32)));
 constexpr int kGroupPixels = 8;
 
-// What one output row hands the summing step.
+// What one output row hands the summing step. Groups come in two lists:
+// those whose pixels pair up on a shared first tap (each pair's taps are one
+// 4-float load repeated in both halves of a register) and the rest.
 template <int kTaps>
 struct InteriorRow {
     const float* taps[kTaps];  // float rows holding the taps, top tap row first
     const float* rowWeights;   // kTaps weights of this output row
     const int* offsets;        // per group: each pixel's first tap, in floats from the row start
     const float* weights;      // per group: kTaps x group pixels x 4 lanes of column weights
-    const int* groups;         // the groups whose every tap lies inside the image
+    const int* firstPixels;    // per group: its first output pixel
+    int sharedCount;           // groups 0 to sharedCount - 1 pair up on their taps
     int groupCount;
-    unsigned char* out;  // the output row
-    int bytes;           // 3 or 4 bytes a pixel
+    // Column weight x row weight for every tap, per kind of group, when this
+    // row's weights are among the few seen before; else null.
+    const float* products;
+    const int* weightKinds;  // per group: which block of `products` it takes
+    unsigned char* out;      // the output row
+    int bytes;               // 3 or 4 bytes a pixel
 };
 
-__attribute__((always_inline)) inline void LoadPair(PixelPair& pair, const float* row, const int* offsets) {
+#if defined(__x86_64__)
+// Everything from here to the matching pop is compiled for AVX2 and reached
+// only after the run-time check; the build itself assumes SSE2, where
+// 8-float vectors would be split in two.
+#pragma GCC push_options
+#pragma GCC target("avx2")
+
+inline void LoadPair(PixelPair& pair, const float* row, const int* offsets) {
     PixelQuad first, second;
     std::memcpy(&first, row + offsets[0], sizeof first);
     std::memcpy(&second, row + offsets[1], sizeof second);
     pair = __builtin_shufflevector(first, second, 0, 1, 2, 3, 4, 5, 6, 7);
 }
 
-// Two pixels' sums finished as the sampler finishes one: above 255 gives
-// 255, below 0 gives 0, else truncation (the low byte of a whole number in
-// 0-255); 3 or 4 bytes a pixel are written.
-__attribute__((always_inline)) inline void StorePair(const PixelPair& sum, unsigned char* to, int bytes) {
+// Both pixels of the pair read the same tap: one load fills both halves.
+inline void LoadShared(PixelPair& pair, const float* row, const int* offsets) {
+    pair = reinterpret_cast<PixelPair>(_mm256_broadcast_ps(reinterpret_cast<const __m128*>(row + offsets[0])));
+}
+
+// A pair's sums finished as the sampler finishes one: above 255 gives 255,
+// below 0 gives 0, else truncation toward zero.
+inline __m256i ChannelsOf(const PixelPair& sum) {
     const ChannelPair high = {255, 255, 255, 255, 255, 255, 255, 255}, low = {};
     ChannelPair channels = __builtin_convertvector(sum, ChannelPair);
     channels = sum > 255.0f ? high : channels;
     channels = sum < 0.0f ? low : channels;
-    const ChannelBytes all = reinterpret_cast<ChannelBytes&>(channels);
-    const ChannelBytes packed =
-        __builtin_shufflevector(all, all, 0, 4, 8, 12, 16, 20, 24, 28, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
-                                0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0);
-    unsigned char pixels[8];
-    std::memcpy(pixels, &packed, sizeof pixels);
+    return reinterpret_cast<__m256i>(channels);
+}
+
+// The eight pixels of a group written at once: 32 bytes, or 24 as one
+// 16-byte and one 8-byte store, never past the group's last pixel. The
+// channels are already within 0-255, so the saturating packs only narrow.
+inline void StoreGroup(const PixelPair& sum0, const PixelPair& sum1, const PixelPair& sum2,
+                       const PixelPair& sum3, unsigned char* to, int bytes) {
+    // Packing works within 128-bit halves: the bytes come out as pixels
+    // 0 2 4 6 | 1 3 5 7 and one dword permute puts them in order.
+    const __m256i words01 = _mm256_packs_epi32(ChannelsOf(sum0), ChannelsOf(sum1));
+    const __m256i words23 = _mm256_packs_epi32(ChannelsOf(sum2), ChannelsOf(sum3));
+    const __m256i interleaved = _mm256_packus_epi16(words01, words23);
+    const __m256i pixels = _mm256_permutevar8x32_epi32(interleaved, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
     if (bytes == 4) {
-        std::memcpy(to, pixels, sizeof pixels);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), pixels);
         return;
     }
-    std::memcpy(to, pixels, 3);
-    std::memcpy(to + 3, pixels + 4, 3);
+    const __m256i dropFourth = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0, 1, 2,
+                                                4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+    const __m256i packed = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(pixels, dropFourth),
+                                                       _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 7, 7));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm256_castsi256_si128(packed));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to + 16), _mm256_extracti128_si256(packed, 1));
 }
 
 // Each lane runs the sampler's sum for its pixel and channel: over tap rows,
 // then taps, weight = column weight x row weight, sum += weight x tap. The
-// four pairs are independent sums, so their additions overlap.
-template <int kTaps>
-__attribute__((always_inline)) inline void SumGroups(const InteriorRow<kTaps>& row) {
-    for (int n = 0; n < row.groupCount; ++n) {
-        const int group = row.groups[n];
-        const int* offsets = row.offsets + static_cast<size_t>(group) * kGroupPixels;
-        const float* groupWeights = row.weights + static_cast<size_t>(group) * kTaps * kGroupPixels * 4;
+// four pairs are independent sums, so their additions overlap. With
+// `kProducts` the weights come already multiplied: the same float product,
+// taken once per kind of group instead of once per group.
+template <int kTaps, bool kShared, bool kProducts>
+inline void SumGroups(const InteriorRow<kTaps>& row, int from, int to) {
+    constexpr size_t kColumnBlock = static_cast<size_t>(kTaps) * kGroupPixels * 4;
+    for (int n = from; n < to; ++n) {
+        const int* offsets = row.offsets + static_cast<size_t>(n) * kGroupPixels;
+        const float* groupWeights = kProducts ? row.products + row.weightKinds[n] * kTaps * kColumnBlock
+                                              : row.weights + n * kColumnBlock;
         PixelPair sum0 = {}, sum1 = {}, sum2 = {}, sum3 = {};
         for (int j = 0; j < kTaps; ++j) {
             const float* taps = row.taps[j];
             const float rowWeight = row.rowWeights[j];
-            const float* weight = groupWeights;
+            const float* weight = kProducts ? groupWeights + j * kColumnBlock : groupWeights;
             for (int i = 0; i < kTaps; ++i, weight += 32, taps += 4) {
                 PixelPair tap0, tap1, tap2, tap3, weight0, weight1, weight2, weight3;
-                LoadPair(tap0, taps, offsets);
-                LoadPair(tap1, taps, offsets + 2);
-                LoadPair(tap2, taps, offsets + 4);
-                LoadPair(tap3, taps, offsets + 6);
+                if (kShared) {
+                    LoadShared(tap0, taps, offsets);
+                    LoadShared(tap1, taps, offsets + 2);
+                    LoadShared(tap2, taps, offsets + 4);
+                    LoadShared(tap3, taps, offsets + 6);
+                } else {
+                    LoadPair(tap0, taps, offsets);
+                    LoadPair(tap1, taps, offsets + 2);
+                    LoadPair(tap2, taps, offsets + 4);
+                    LoadPair(tap3, taps, offsets + 6);
+                }
                 std::memcpy(&weight0, weight, sizeof weight0);
                 std::memcpy(&weight1, weight + 8, sizeof weight1);
                 std::memcpy(&weight2, weight + 16, sizeof weight2);
                 std::memcpy(&weight3, weight + 24, sizeof weight3);
-                sum0 += (weight0 * rowWeight) * tap0;
-                sum1 += (weight1 * rowWeight) * tap1;
-                sum2 += (weight2 * rowWeight) * tap2;
-                sum3 += (weight3 * rowWeight) * tap3;
+                if (kProducts) {
+                    sum0 += weight0 * tap0;
+                    sum1 += weight1 * tap1;
+                    sum2 += weight2 * tap2;
+                    sum3 += weight3 * tap3;
+                } else {
+                    sum0 += (weight0 * rowWeight) * tap0;
+                    sum1 += (weight1 * rowWeight) * tap1;
+                    sum2 += (weight2 * rowWeight) * tap2;
+                    sum3 += (weight3 * rowWeight) * tap3;
+                }
             }
         }
-        unsigned char* out = row.out + static_cast<ptrdiff_t>(group) * kGroupPixels * row.bytes;
-        StorePair(sum0, out, row.bytes);
-        StorePair(sum1, out + 2 * row.bytes, row.bytes);
-        StorePair(sum2, out + 4 * row.bytes, row.bytes);
-        StorePair(sum3, out + 6 * row.bytes, row.bytes);
+        StoreGroup(sum0, sum1, sum2, sum3, row.out + static_cast<ptrdiff_t>(row.firstPixels[n]) * row.bytes,
+                   row.bytes);
     }
 }
 
-#if defined(__x86_64__)
-// Compiled for AVX registers and chosen at run time only; the build itself
-// assumes SSE2, where 8-float vectors would be split in two.
-__attribute__((target("avx2"))) void SumGroupsAvx2(const InteriorRow<4>& row) { SumGroups(row); }
-__attribute__((target("avx2"))) void SumGroupsAvx2(const InteriorRow<12>& row) { SumGroups(row); }
+template <int kTaps>
+inline void SumRow(const InteriorRow<kTaps>& row) {
+    if (row.products != nullptr) {
+        SumGroups<kTaps, true, true>(row, 0, row.sharedCount);
+        SumGroups<kTaps, false, true>(row, row.sharedCount, row.groupCount);
+    } else {
+        SumGroups<kTaps, true, false>(row, 0, row.sharedCount);
+        SumGroups<kTaps, false, false>(row, row.sharedCount, row.groupCount);
+    }
+}
+
+void SumGroupsAvx2(const InteriorRow<4>& row) { SumRow(row); }
+void SumGroupsAvx2(const InteriorRow<12>& row) { SumRow(row); }
+
+#pragma GCC pop_options
 const bool kHasAvx2 = __builtin_cpu_supports("avx2");
 #else
 void SumGroupsAvx2(const InteriorRow<4>&) {}
@@ -128,42 +186,98 @@ void WidenRow(const unsigned char* pixel, int width, float* out) {
 // the source rows, kept in a ring as the output rows move down. Pixels
 // outside those groups take the sampler's own path. False, with nothing
 // written, when the working memory cannot be had.
+//
+// Scaling by a simple ratio repeats a few column and row weight sets over
+// and over, so the products of column and row weights are kept for up to
+// kMaxKinds kinds of group and kinds of row; other rows multiply as they go.
 template <int kTaps>
 bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* columns,
                          const ImageView& source, const ImageView& dest, float yScale) {
     constexpr int kBack = kTaps == 4 ? 1 : 5;  // taps before the base position
+    constexpr size_t kColumnBlock = static_cast<size_t>(kTaps) * kGroupPixels * 4;
+    constexpr size_t kProductBlock = kTaps * kColumnBlock;
+    constexpr int kMaxKinds = 4;
     const auto inside = [](int base, int size) {
         return base - kBack >= 0 && base - kBack + kTaps - 1 < size;
     };
-    const int groupCount = dest.width / kGroupPixels;
+    const auto groupInside = [&](int first) {
+        bool all = true;
+        for (int p = 0; p < kGroupPixels; ++p) all = all && inside(columns[first + p].base, source.width);
+        return all;
+    };
+    const auto groupShared = [&](int first) {
+        bool all = true;
+        for (int p = 0; p < kGroupPixels; p += 2) all = all && columns[first + p].base == columns[first + p + 1].base;
+        return all;
+    };
+    // Where the groups start decides which neighbours share a register, so
+    // the start that pairs up the most groups is taken.
+    int lead = 0, mostShared = -1;
+    for (int start = 0; start < kGroupPixels && start + kGroupPixels <= dest.width; ++start) {
+        int shared = 0;
+        for (int first = start; first + kGroupPixels <= dest.width; first += kGroupPixels)
+            shared += groupInside(first) && groupShared(first);
+        if (shared > mostShared) {
+            mostShared = shared;
+            lead = start;
+        }
+    }
+    const int groupCount = dest.width >= lead ? (dest.width - lead) / kGroupPixels : 0;
     const size_t rowFloats = static_cast<size_t>(source.width) * 4;
-    const size_t weightCount = static_cast<size_t>(groupCount) * kTaps * kGroupPixels * 4;
     std::unique_ptr<int[]> offsets(
         new (std::nothrow) int[static_cast<size_t>(groupCount) * kGroupPixels + 1]);
-    std::unique_ptr<float[]> weights(new (std::nothrow) float[weightCount + 1]);
-    std::unique_ptr<int[]> groups(new (std::nothrow) int[static_cast<size_t>(groupCount) + 1]);
+    std::unique_ptr<float[]> weights(new (std::nothrow) float[static_cast<size_t>(groupCount) * kColumnBlock + 1]);
+    std::unique_ptr<int[]> firstPixels(new (std::nothrow) int[static_cast<size_t>(groupCount) + 1]);
+    std::unique_ptr<int[]> weightKinds(new (std::nothrow) int[static_cast<size_t>(groupCount) + 1]);
     std::unique_ptr<int[]> otherColumns(new (std::nothrow) int[static_cast<size_t>(dest.width)]);
     std::unique_ptr<float[]> ring(new (std::nothrow) float[rowFloats * kTaps]);
-    if (!offsets || !weights || !groups || !otherColumns || !ring) return false;
+    if (!offsets || !weights || !firstPixels || !weightKinds || !otherColumns || !ring) return false;
 
-    int interiorGroups = 0, otherCount = 0;
-    for (int group = 0; group < groupCount; ++group) {
-        const SampleAxis* column = columns + static_cast<ptrdiff_t>(group) * kGroupPixels;
-        bool allInside = true;
-        for (int p = 0; p < kGroupPixels; ++p) allInside = allInside && inside(column[p].base, source.width);
-        if (!allInside) {
-            for (int p = 0; p < kGroupPixels; ++p) otherColumns[otherCount++] = group * kGroupPixels + p;
-            continue;
-        }
-        groups[interiorGroups++] = group;
-        for (int p = 0; p < kGroupPixels; ++p)
-            offsets[static_cast<size_t>(group) * kGroupPixels + p] = (column[p].base - kBack) * 4;
-        float* weight = &weights[static_cast<size_t>(group) * kTaps * kGroupPixels * 4];
-        for (int i = 0; i < kTaps; ++i)
+    // Shared groups first, then the rest; each group's weights are also
+    // matched bit for bit against the kinds seen so far.
+    int interiorGroups = 0, sharedGroups = 0, otherCount = 0, columnKinds = 0;
+    int kindGroups[kMaxKinds] = {};  // the first group of each kind
+    bool fewColumnKinds = true;
+    for (int pass = 0; pass < 2; ++pass) {
+        for (int group = 0; group < groupCount; ++group) {
+            const int first = lead + group * kGroupPixels;
+            if (!groupInside(first)) {
+                if (pass == 0)
+                    for (int p = 0; p < kGroupPixels; ++p) otherColumns[otherCount++] = first + p;
+                continue;
+            }
+            if (groupShared(first) != (pass == 0)) continue;
+            const int n = interiorGroups++;
+            firstPixels[n] = first;
             for (int p = 0; p < kGroupPixels; ++p)
-                for (int channel = 0; channel < 4; ++channel) *weight++ = column[p].weights[i];
+                offsets[static_cast<size_t>(n) * kGroupPixels + p] = (columns[first + p].base - kBack) * 4;
+            float* block = &weights[n * kColumnBlock];
+            float* weight = block;
+            for (int i = 0; i < kTaps; ++i)
+                for (int p = 0; p < kGroupPixels; ++p)
+                    for (int channel = 0; channel < 4; ++channel) *weight++ = columns[first + p].weights[i];
+            int kind = 0;
+            while (kind < columnKinds && std::memcmp(&weights[kindGroups[kind] * kColumnBlock], block,
+                                                     kColumnBlock * sizeof(float)) != 0)
+                ++kind;
+            if (kind == columnKinds) {
+                if (columnKinds < kMaxKinds)
+                    kindGroups[columnKinds++] = n;
+                else
+                    fewColumnKinds = false;
+            }
+            weightKinds[n] = kind;
+        }
+        if (pass == 0) sharedGroups = interiorGroups;
     }
-    for (int x = groupCount * kGroupPixels; x < dest.width; ++x) otherColumns[otherCount++] = x;
+    for (int x = 0; x < lead && x < dest.width; ++x) otherColumns[otherCount++] = x;
+    for (int x = lead + groupCount * kGroupPixels; x < dest.width; ++x) otherColumns[otherCount++] = x;
+
+    std::unique_ptr<float[]> products;
+    if (fewColumnKinds && columnKinds > 0)
+        products.reset(new (std::nothrow) float[kMaxKinds * columnKinds * kProductBlock]);
+    float rowKinds[kMaxKinds][kTaps];
+    int rowKindCount = 0;
 
     int ringRow[kTaps];
     for (int& r : ringRow) r = -1;
@@ -191,10 +305,28 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
             }
             job.taps[j] = copy;
         }
+        job.products = nullptr;
+        if (products) {
+            int kind = 0;
+            while (kind < rowKindCount && std::memcmp(rowKinds[kind], row.weights, sizeof rowKinds[kind]) != 0)
+                ++kind;
+            if (kind == rowKindCount && rowKindCount < kMaxKinds) {
+                std::memcpy(rowKinds[rowKindCount++], row.weights, sizeof rowKinds[kind]);
+                float* product = &products[kind * columnKinds * kProductBlock];
+                for (int c = 0; c < columnKinds; ++c) {
+                    const float* columnWeight = &weights[kindGroups[c] * kColumnBlock];
+                    for (int j = 0; j < kTaps; ++j)
+                        for (size_t k = 0; k < kColumnBlock; ++k) *product++ = columnWeight[k] * row.weights[j];
+                }
+            }
+            if (kind < rowKindCount) job.products = &products[kind * columnKinds * kProductBlock];
+        }
         job.rowWeights = row.weights;
         job.offsets = offsets.get();
         job.weights = weights.get();
-        job.groups = groups.get();
+        job.firstPixels = firstPixels.get();
+        job.weightKinds = weightKinds.get();
+        job.sharedCount = sharedGroups;
         job.groupCount = interiorGroups;
         job.out = dest.Row(y);
         job.bytes = bytes;
