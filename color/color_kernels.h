@@ -24,7 +24,17 @@ inline unsigned char ClampToByte(int64_t value) {
 // ---- Byte tables (Lut, Negative) -------------------------------------------
 // 8 bits: every pixel byte; 24 bits: all three bytes of every pixel; 32 bits:
 // the three colour bytes (alpha kept). Other bit counts are left alone.
-void ApplyByteTable(const ImageView& image, const unsigned char table[256]);
+enum class TableLanes {
+    Scalar,  // one byte at a time
+    Avx2,    // 32 bytes a step: 16 byte shuffles over slices of the table
+    Avx512   // 64 bytes a step: two-table byte permutes (AVX-512 VBMI)
+};
+// The widest lanes this processor runs; SupportsTableLanes tells which others it can.
+TableLanes BestTableLanes();
+bool SupportsTableLanes(TableLanes lanes);
+// Lanes the processor lacks fall back to Scalar.
+void ApplyByteTable(const ImageView& image, const unsigned char table[256],
+                    TableLanes lanes = BestTableLanes());
 void InvertColourBytes(const ImageView& image);
 
 // ---- Per-pixel colour maps (ShiftRGB, Threshold, Colorize) -----------------

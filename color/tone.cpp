@@ -10,26 +10,6 @@
 
 namespace color {
 
-void ApplyByteTable(const ImageView& image, const unsigned char table[256]) {
-    if (!HasPixels(image)) return;
-    if (image.bitCount == 8 || image.bitCount == 24) {
-        const int rowBytes = image.width * (image.bitCount / 8);
-        for (int y = 0; y < image.height; ++y) {
-            unsigned char* row = image.Row(y);
-            for (int i = 0; i < rowBytes; ++i) row[i] = table[row[i]];
-        }
-    } else if (image.bitCount == 32) {
-        for (int y = 0; y < image.height; ++y) {
-            unsigned char* pixel = image.Row(y);
-            for (int x = 0; x < image.width; ++x, pixel += 4) {
-                pixel[0] = table[pixel[0]];
-                pixel[1] = table[pixel[1]];
-                pixel[2] = table[pixel[2]];
-            }
-        }
-    }
-}
-
 void InvertColourBytes(const ImageView& image) {
     if (!HasPixels(image)) return;
     if (image.bitCount == 8 || image.bitCount == 24) {

@@ -71,3 +71,67 @@ TEST(GreyVectorRows, EveryChannelSumGivesItsExactThird) {
 }
 
 }  // namespace
+
+namespace {
+
+// A table with no structure a lookup could get right by accident: every
+// output differs from its index and from its neighbours' outputs.
+std::vector<unsigned char> ScrambledTable() {
+    std::vector<unsigned char> table(256);
+    for (int i = 0; i < 256; ++i)
+        table[static_cast<size_t>(i)] = static_cast<unsigned char>((i * 167 + 91) & 0xFF);
+    return table;
+}
+
+TEST(ByteTableLanes, EveryByteValueMapsThroughTheTable) {
+    const std::vector<unsigned char> table = ScrambledTable();
+    for (const color::TableLanes lanes :
+         {color::TableLanes::Scalar, color::TableLanes::Avx2, color::TableLanes::Avx512}) {
+        if (!color::SupportsTableLanes(lanes)) continue;
+        // 8-bit, 256 x 2 pixels: each value once per row, the second row reversed.
+        BufferImage* image = BufferImage::Make(256, 2, 8, QEL_MODEL_MONO, 3);
+        for (int v = 0; v < 256; ++v) {
+            image->Row(0)[v] = static_cast<unsigned char>(v);
+            image->Row(1)[v] = static_cast<unsigned char>(255 - v);
+        }
+        color::ApplyByteTable(ReadImageView(image), table.data(), lanes);
+        for (int v = 0; v < 256; ++v) {
+            ASSERT_EQ(image->Row(0)[v], (v * 167 + 91) & 0xFF) << "value " << v << ", lanes " << int(lanes);
+            ASSERT_EQ(image->Row(1)[v], ((255 - v) * 167 + 91) & 0xFF) << "value " << 255 - v;
+        }
+        EXPECT_TRUE(image->GuardsIntact());
+        image->Release();
+    }
+}
+
+TEST(ByteTableLanes, VectorRowsGiveTheScalarBytesAndKeepAlpha) {
+    const std::vector<unsigned char> table = ScrambledTable();
+    uint32_t seed = 3;
+    for (const color::TableLanes lanes : {color::TableLanes::Avx2, color::TableLanes::Avx512}) {
+        if (!color::SupportsTableLanes(lanes)) continue;
+        for (const int bitCount : {8, 24, 32}) {
+            for (int width = 1; width <= 40; ++width) {
+                const int height = 1 + width % 3;
+                BufferImage* scalar = BufferImage::Make(width, height, bitCount, QEL_MODEL_BGR, width % 5);
+                BufferImage* vector = BufferImage::Make(width, height, bitCount, QEL_MODEL_BGR, width % 5);
+                scalar->FillRandom(++seed);
+                vector->FillRandom(seed);
+                const std::vector<unsigned char> before = scalar->Snapshot();
+                color::ApplyByteTable(ReadImageView(scalar), table.data(), color::TableLanes::Scalar);
+                color::ApplyByteTable(ReadImageView(vector), table.data(), lanes);
+                // Padding untouched, alpha kept, and the same bytes either way.
+                EXPECT_EQ(vector->Snapshot(), scalar->Snapshot())
+                    << bitCount << " bits, width " << width << ", lanes " << int(lanes);
+                if (bitCount == 32) {
+                    EXPECT_EQ(scalar->Row(height - 1)[4 * width - 1],
+                              before[static_cast<size_t>((height - 1) * scalar->Stride() + 4 * width - 1)]);
+                }
+                EXPECT_TRUE(vector->GuardsIntact());
+                scalar->Release();
+                vector->Release();
+            }
+        }
+    }
+}
+
+}  // namespace

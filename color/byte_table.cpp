@@ -1,0 +1,137 @@
+// Byte table lookups (Lut and the tables built on it), a row of bytes at a time:
+// 64 bytes a step with AVX-512 byte permutes, 32 with AVX2 byte shuffles, or
+// one at a time, chosen once per call.
+#include <immintrin.h>
+
+#include <cstddef>
+
+#include "color/color_kernels.h"
+
+namespace color {
+namespace {
+
+// Byte 3 of every 4-byte pixel is its alpha, which a 32-bit lookup keeps.
+constexpr unsigned long long kColourBytesMask = 0x7777777777777777ull;
+
+template <bool kKeepAlpha>
+void LookupRowScalar(unsigned char* row, size_t count, const unsigned char table[256]) {
+    for (size_t i = 0; i < count; ++i)
+        if (!kKeepAlpha || i % 4 != 3) row[i] = table[row[i]];
+}
+
+// The 256-entry table as four 64-byte registers: two-table permutes look up
+// the low seven bits in each half, and bit 7 picks the half. The last step
+// loads and stores only the bytes left, so no tail loop is needed.
+template <bool kKeepAlpha>
+__attribute__((target("avx512f,avx512bw,avx512vbmi"))) void LookupRowAvx512(unsigned char* row, size_t count,
+                                                                            const unsigned char table[256]) {
+    const __m512i quarter0 = _mm512_loadu_si512(table), quarter1 = _mm512_loadu_si512(table + 64);
+    const __m512i quarter2 = _mm512_loadu_si512(table + 128), quarter3 = _mm512_loadu_si512(table + 192);
+    for (size_t i = 0; i < count; i += 64) {
+        __mmask64 lanes = count - i >= 64 ? ~0ull : (1ull << (count - i)) - 1;
+        const __m512i bytes = _mm512_maskz_loadu_epi8(lanes, row + i);
+        const __m512i low = _mm512_permutex2var_epi8(quarter0, bytes, quarter1);
+        const __m512i high = _mm512_permutex2var_epi8(quarter2, bytes, quarter3);
+        const __m512i looked = _mm512_mask_blend_epi8(_mm512_movepi8_mask(bytes), low, high);
+        // Rows start at pixel boundaries and steps are 64 bytes, so the
+        // alpha positions are the same in every step.
+        if (kKeepAlpha) lanes &= kColourBytesMask;
+        _mm512_mask_storeu_epi8(row + i, lanes, looked);
+    }
+}
+
+// Shuffles look up 16 entries by the low nibble and give 0 where the index
+// has bit 7 set. Adding 16 x (8 - m) with saturation sets bit 7 exactly for
+// high nibbles of m or more (within a half), so step m of a half adds in
+// slice m - 1 of the table XOR slice m, and the XOR of all steps that stay
+// below bit 7 leaves just the byte's own slice. The upper half is the same
+// with bit 7 of the index flipped.
+struct ShuffleSlices {
+    __m256i lower[8], upper[8];
+};
+
+__attribute__((target("avx2"))) ShuffleSlices MakeShuffleSlices(const unsigned char table[256]) {
+    ShuffleSlices slices;
+    for (int half = 0; half < 2; ++half) {
+        for (int m = 1; m <= 8; ++m) {
+            alignas(16) unsigned char slice[16];
+            for (int low = 0; low < 16; ++low) {
+                const unsigned char below = table[128 * half + 16 * (m - 1) + low];
+                const unsigned char at = m < 8 ? table[128 * half + 16 * m + low] : 0;
+                slice[low] = static_cast<unsigned char>(below ^ at);
+            }
+            const __m256i both =
+                _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(slice)));
+            (half == 0 ? slices.lower : slices.upper)[m - 1] = both;
+        }
+    }
+    return slices;
+}
+
+template <bool kKeepAlpha>
+__attribute__((target("avx2"))) void LookupRowAvx2(unsigned char* row, size_t count,
+                                                   const unsigned char table[256]) {
+    const ShuffleSlices slices = MakeShuffleSlices(table);
+    const __m256i flip = _mm256_set1_epi8(static_cast<char>(0x80));
+    const __m256i alpha = _mm256_set1_epi32(static_cast<int>(0xFF000000u));
+    size_t i = 0;
+    for (; i + 32 <= count; i += 32) {
+        const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row + i));
+        const __m256i flipped = _mm256_xor_si256(bytes, flip);
+        __m256i looked = _mm256_setzero_si256();
+        for (int m = 1; m <= 8; ++m) {
+            const __m256i lift = _mm256_set1_epi8(static_cast<char>(16 * (8 - m)));
+            looked = _mm256_xor_si256(
+                looked, _mm256_shuffle_epi8(slices.lower[m - 1], _mm256_adds_epu8(bytes, lift)));
+            looked = _mm256_xor_si256(
+                looked, _mm256_shuffle_epi8(slices.upper[m - 1], _mm256_adds_epu8(flipped, lift)));
+        }
+        if (kKeepAlpha) looked = _mm256_blendv_epi8(looked, bytes, alpha);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(row + i), looked);
+    }
+    LookupRowScalar<kKeepAlpha>(row + i, count - i, table);
+}
+
+template <bool kKeepAlpha>
+void LookupRow(unsigned char* row, size_t count, const unsigned char table[256], TableLanes lanes) {
+    switch (lanes) {
+        case TableLanes::Avx512:
+            LookupRowAvx512<kKeepAlpha>(row, count, table);
+            break;
+        case TableLanes::Avx2:
+            LookupRowAvx2<kKeepAlpha>(row, count, table);
+            break;
+        default:
+            LookupRowScalar<kKeepAlpha>(row, count, table);
+            break;
+    }
+}
+
+const TableLanes kBestTableLanes = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+                                           __builtin_cpu_supports("avx512vbmi")
+                                       ? TableLanes::Avx512
+                                   : __builtin_cpu_supports("avx2") ? TableLanes::Avx2
+                                                                    : TableLanes::Scalar;
+
+}  // namespace
+
+TableLanes BestTableLanes() { return kBestTableLanes; }
+
+bool SupportsTableLanes(TableLanes lanes) {
+    return lanes == TableLanes::Scalar || lanes == kBestTableLanes ||
+           (lanes == TableLanes::Avx2 && kBestTableLanes == TableLanes::Avx512);
+}
+
+void ApplyByteTable(const ImageView& image, const unsigned char table[256], TableLanes lanes) {
+    if (!HasPixels(image)) return;
+    if (!SupportsTableLanes(lanes)) lanes = TableLanes::Scalar;
+    if (image.bitCount == 8 || image.bitCount == 24) {
+        const size_t rowBytes = static_cast<size_t>(image.width) * static_cast<size_t>(image.bitCount / 8);
+        for (int y = 0; y < image.height; ++y) LookupRow<false>(image.Row(y), rowBytes, table, lanes);
+    } else if (image.bitCount == 32) {
+        const size_t rowBytes = static_cast<size_t>(image.width) * 4;
+        for (int y = 0; y < image.height; ++y) LookupRow<true>(image.Row(y), rowBytes, table, lanes);
+    }
+}
+
+}  // namespace color
