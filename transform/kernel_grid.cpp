@@ -3,6 +3,7 @@
 // eight output pixels at once where the processor has AVX2.
 #include "transform/kernel_grid.h"
 
+#include <climits>
 #include <cstddef>
 #include <cstring>
 #include <memory>
@@ -12,6 +13,7 @@
 #include <immintrin.h>
 #endif
 
+#include "image/pixel.h"
 #include "image/sampling.h"
 
 namespace {
@@ -181,11 +183,17 @@ void WidenRow(const unsigned char* pixel, int width, float* out) {
     }
 }
 
-// The interior of a 24- or 32-bit image summed in groups of eight pixels
-// whose every tap is inside the source; the taps come from float copies of
-// the source rows, kept in a ring as the output rows move down. Pixels
-// outside those groups take the sampler's own path. False, with nothing
-// written, when the working memory cannot be had.
+// A 24- or 32-bit image summed in groups of eight pixels; the taps come from
+// float copies of the source rows, kept in a ring as the output rows move
+// down. Pixels outside those groups take the sampler's own path. False, with
+// nothing written, when the working memory cannot be had.
+//
+// The sampler reads a tap outside the image as its outside colour, so the
+// float rows carry kPad pixels of that colour on both sides, and rows above
+// and below the image are that colour throughout: every sample the sampler
+// interpolates is then summed here alike. The one exception is the 4x4
+// border of 32-bit images, which leaves alpha out; there only samples whose
+// taps all lie inside are summed here.
 //
 // Scaling by a simple ratio repeats a few column and row weight sets over
 // and over, so the products of column and row weights are kept for up to
@@ -197,12 +205,17 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
     constexpr size_t kColumnBlock = static_cast<size_t>(kTaps) * kGroupPixels * 4;
     constexpr size_t kProductBlock = kTaps * kColumnBlock;
     constexpr int kMaxKinds = 4;
-    const auto inside = [](int base, int size) {
-        return base - kBack >= 0 && base - kBack + kTaps - 1 < size;
+    constexpr int kPad = 12;  // outside pixels before and after each float row
+    const int bytes = source.bitCount / 8;
+    const bool padded = kTaps == 12 || bytes == 3;
+    const auto summable = [padded](int base, int size) {
+        if (!padded) return base - kBack >= 0 && base - kBack + kTaps - 1 < size;
+        // The sampler's own bounds; beyond them it gives the outside colour.
+        return kTaps == 12 ? base >= -6 && base - 4 <= size : base >= -2 && base <= size;
     };
     const auto groupInside = [&](int first) {
         bool all = true;
-        for (int p = 0; p < kGroupPixels; ++p) all = all && inside(columns[first + p].base, source.width);
+        for (int p = 0; p < kGroupPixels; ++p) all = all && summable(columns[first + p].base, source.width);
         return all;
     };
     const auto groupShared = [&](int first) {
@@ -223,7 +236,7 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
         }
     }
     const int groupCount = dest.width >= lead ? (dest.width - lead) / kGroupPixels : 0;
-    const size_t rowFloats = static_cast<size_t>(source.width) * 4;
+    const size_t rowFloats = (static_cast<size_t>(source.width) + 2 * kPad) * 4;
     std::unique_ptr<int[]> offsets(
         new (std::nothrow) int[static_cast<size_t>(groupCount) * kGroupPixels + 1]);
     std::unique_ptr<float[]> weights(new (std::nothrow) float[static_cast<size_t>(groupCount) * kColumnBlock + 1]);
@@ -250,7 +263,7 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
             const int n = interiorGroups++;
             firstPixels[n] = first;
             for (int p = 0; p < kGroupPixels; ++p)
-                offsets[static_cast<size_t>(n) * kGroupPixels + p] = (columns[first + p].base - kBack) * 4;
+                offsets[static_cast<size_t>(n) * kGroupPixels + p] = (columns[first + p].base - kBack + kPad) * 4;
             float* block = &weights[n * kColumnBlock];
             float* weight = block;
             for (int i = 0; i < kTaps; ++i)
@@ -279,13 +292,20 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
     float rowKinds[kMaxKinds][kTaps];
     int rowKindCount = 0;
 
+    const uint32_t outside = GetPixelColor(source.bits, -999, -999, source.width, source.height, source.stride,
+                                           source.bitCount);
+    const float outsideTap[4] = {static_cast<float>(BlueOf(outside)), static_cast<float>(GreenOf(outside)),
+                                 static_cast<float>(RedOf(outside)),
+                                 kTaps == 12 ? static_cast<float>(AlphaOf(outside)) : 0.0f};
+    const auto fillOutside = [&outsideTap](float* to, size_t pixels) {
+        for (size_t x = 0; x < pixels; ++x) std::memcpy(to + 4 * x, outsideTap, sizeof outsideTap);
+    };
     int ringRow[kTaps];
-    for (int& r : ringRow) r = -1;
-    const int bytes = source.bitCount / 8;
+    for (int& r : ringRow) r = INT_MIN;
     for (int y = 0; y < dest.height; ++y) {
         SampleAxis row;
         sampler.ComputeAxis((static_cast<float>(y) + 0.5f) * yScale - 0.5f, &row);
-        const bool rowInside = interiorGroups > 0 && inside(row.base, source.height);
+        const bool rowInside = interiorGroups > 0 && summable(row.base, source.height);
         if (!rowInside) {
             for (int x = 0; x < dest.width; ++x)
                 SetPixelColor(dest.bits, x, y, dest.width, dest.height, dest.stride,
@@ -295,13 +315,20 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
         InteriorRow<kTaps> job;
         for (int j = 0; j < kTaps; ++j) {
             const int sourceRow = row.base - kBack + j;
-            float* copy = &ring[static_cast<size_t>(sourceRow % kTaps) * rowFloats];
-            if (ringRow[sourceRow % kTaps] != sourceRow) {
-                if (bytes == 4)
-                    WidenRow<4>(source.Row(sourceRow), source.width, copy);
-                else
-                    WidenRow<3>(source.Row(sourceRow), source.width, copy);
-                ringRow[sourceRow % kTaps] = sourceRow;
+            const int slot = (sourceRow % kTaps + kTaps) % kTaps;
+            float* copy = &ring[static_cast<size_t>(slot) * rowFloats];
+            if (ringRow[slot] != sourceRow) {
+                if (sourceRow < 0 || sourceRow >= source.height) {
+                    fillOutside(copy, rowFloats / 4);
+                } else {
+                    fillOutside(copy, kPad);
+                    if (bytes == 4)
+                        WidenRow<4>(source.Row(sourceRow), source.width, copy + 4 * kPad);
+                    else
+                        WidenRow<3>(source.Row(sourceRow), source.width, copy + 4 * kPad);
+                    fillOutside(copy + 4 * (kPad + static_cast<size_t>(source.width)), kPad);
+                }
+                ringRow[slot] = sourceRow;
             }
             job.taps[j] = copy;
         }
