@@ -23,8 +23,8 @@ struct GridCase {
 // Whole ratios (2x, 3x, 4x) repeat a few weight sets, so they take the kept
 // column x row products; 30 x 13 to 60 x 75 keeps the column products but
 // has more kinds of row than are kept.
-const GridCase kCases[] = {{13, 11, 26, 22}, {40, 37, 83, 75},  {17, 29, 51, 30}, {64, 9, 23, 40},
-                           {12, 12, 29, 31}, {5, 7, 19, 17},    {33, 20, 80, 20}, {9, 40, 20, 117},
+const GridCase kCases[] = {{13, 11, 26, 22},  {40, 37, 83, 75}, {17, 29, 51, 30}, {64, 9, 23, 40},
+                           {12, 12, 29, 31},  {5, 7, 19, 17},   {33, 20, 80, 20}, {9, 40, 20, 117},
                            {50, 30, 100, 60}, {31, 26, 93, 78}, {21, 20, 84, 80}, {30, 13, 60, 75}};
 
 std::vector<unsigned char> Grid(BufferImage* source, const GridCase& c, int method, GridLanes lanes,

@@ -1,6 +1,6 @@
 // Kernel interpolation of a whole grid of samples: the sampler's weights per
-// column and per row, and the interior of 24- and 32-bit images summed for
-// eight output pixels at once where the processor has AVX2.
+// column and per row, and 24- and 32-bit images summed for eight output
+// pixels at once where the processor has AVX2.
 #include "transform/kernel_grid.h"
 
 #include <climits>
@@ -62,7 +62,8 @@ inline void LoadPair(PixelPair& pair, const float* row, const int* offsets) {
 
 // Both pixels of the pair read the same tap: one load fills both halves.
 inline void LoadShared(PixelPair& pair, const float* row, const int* offsets) {
-    pair = reinterpret_cast<PixelPair>(_mm256_broadcast_ps(reinterpret_cast<const __m128*>(row + offsets[0])));
+    pair =
+        reinterpret_cast<PixelPair>(_mm256_broadcast_ps(reinterpret_cast<const __m128*>(row + offsets[0])));
 }
 
 // A pair's sums finished as the sampler finishes one: above 255 gives 255,
@@ -85,13 +86,14 @@ inline void StoreGroup(const PixelPair& sum0, const PixelPair& sum1, const Pixel
     const __m256i words01 = _mm256_packs_epi32(ChannelsOf(sum0), ChannelsOf(sum1));
     const __m256i words23 = _mm256_packs_epi32(ChannelsOf(sum2), ChannelsOf(sum3));
     const __m256i interleaved = _mm256_packus_epi16(words01, words23);
-    const __m256i pixels = _mm256_permutevar8x32_epi32(interleaved, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
+    const __m256i pixels =
+        _mm256_permutevar8x32_epi32(interleaved, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
     if (bytes == 4) {
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), pixels);
         return;
     }
-    const __m256i dropFourth = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0, 1, 2,
-                                                4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+    const __m256i dropFourth = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0, 1,
+                                                2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
     const __m256i packed = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(pixels, dropFourth),
                                                        _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 7, 7));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm256_castsi256_si128(packed));
@@ -213,14 +215,15 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
         // The sampler's own bounds; beyond them it gives the outside colour.
         return kTaps == 12 ? base >= -6 && base - 4 <= size : base >= -2 && base <= size;
     };
-    const auto groupInside = [&](int first) {
+    const auto groupSummable = [&](int first) {
         bool all = true;
         for (int p = 0; p < kGroupPixels; ++p) all = all && summable(columns[first + p].base, source.width);
         return all;
     };
     const auto groupShared = [&](int first) {
         bool all = true;
-        for (int p = 0; p < kGroupPixels; p += 2) all = all && columns[first + p].base == columns[first + p + 1].base;
+        for (int p = 0; p < kGroupPixels; p += 2)
+            all = all && columns[first + p].base == columns[first + p + 1].base;
         return all;
     };
     // Where the groups start decides which neighbours share a register, so
@@ -229,7 +232,7 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
     for (int start = 0; start < kGroupPixels && start + kGroupPixels <= dest.width; ++start) {
         int shared = 0;
         for (int first = start; first + kGroupPixels <= dest.width; first += kGroupPixels)
-            shared += groupInside(first) && groupShared(first);
+            shared += groupSummable(first) && groupShared(first);
         if (shared > mostShared) {
             mostShared = shared;
             lead = start;
@@ -239,7 +242,8 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
     const size_t rowFloats = (static_cast<size_t>(source.width) + 2 * kPad) * 4;
     std::unique_ptr<int[]> offsets(
         new (std::nothrow) int[static_cast<size_t>(groupCount) * kGroupPixels + 1]);
-    std::unique_ptr<float[]> weights(new (std::nothrow) float[static_cast<size_t>(groupCount) * kColumnBlock + 1]);
+    std::unique_ptr<float[]> weights(
+        new (std::nothrow) float[static_cast<size_t>(groupCount) * kColumnBlock + 1]);
     std::unique_ptr<int[]> firstPixels(new (std::nothrow) int[static_cast<size_t>(groupCount) + 1]);
     std::unique_ptr<int[]> weightKinds(new (std::nothrow) int[static_cast<size_t>(groupCount) + 1]);
     std::unique_ptr<int[]> otherColumns(new (std::nothrow) int[static_cast<size_t>(dest.width)]);
@@ -254,7 +258,7 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
     for (int pass = 0; pass < 2; ++pass) {
         for (int group = 0; group < groupCount; ++group) {
             const int first = lead + group * kGroupPixels;
-            if (!groupInside(first)) {
+            if (!groupSummable(first)) {
                 if (pass == 0)
                     for (int p = 0; p < kGroupPixels; ++p) otherColumns[otherCount++] = first + p;
                 continue;
@@ -263,7 +267,8 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
             const int n = interiorGroups++;
             firstPixels[n] = first;
             for (int p = 0; p < kGroupPixels; ++p)
-                offsets[static_cast<size_t>(n) * kGroupPixels + p] = (columns[first + p].base - kBack + kPad) * 4;
+                offsets[static_cast<size_t>(n) * kGroupPixels + p] =
+                    (columns[first + p].base - kBack + kPad) * 4;
             float* block = &weights[n * kColumnBlock];
             float* weight = block;
             for (int i = 0; i < kTaps; ++i)
@@ -292,8 +297,8 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
     float rowKinds[kMaxKinds][kTaps];
     int rowKindCount = 0;
 
-    const uint32_t outside = GetPixelColor(source.bits, -999, -999, source.width, source.height, source.stride,
-                                           source.bitCount);
+    const uint32_t outside =
+        GetPixelColor(source.bits, -999, -999, source.width, source.height, source.stride, source.bitCount);
     const float outsideTap[4] = {static_cast<float>(BlueOf(outside)), static_cast<float>(GreenOf(outside)),
                                  static_cast<float>(RedOf(outside)),
                                  kTaps == 12 ? static_cast<float>(AlphaOf(outside)) : 0.0f};
@@ -335,7 +340,8 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
         job.products = nullptr;
         if (products) {
             int kind = 0;
-            while (kind < rowKindCount && std::memcmp(rowKinds[kind], row.weights, sizeof rowKinds[kind]) != 0)
+            while (kind < rowKindCount &&
+                   std::memcmp(rowKinds[kind], row.weights, sizeof rowKinds[kind]) != 0)
                 ++kind;
             if (kind == rowKindCount && rowKindCount < kMaxKinds) {
                 std::memcpy(rowKinds[rowKindCount++], row.weights, sizeof rowKinds[kind]);
@@ -343,7 +349,8 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
                 for (int c = 0; c < columnKinds; ++c) {
                     const float* columnWeight = &weights[kindGroups[c] * kColumnBlock];
                     for (int j = 0; j < kTaps; ++j)
-                        for (size_t k = 0; k < kColumnBlock; ++k) *product++ = columnWeight[k] * row.weights[j];
+                        for (size_t k = 0; k < kColumnBlock; ++k)
+                            *product++ = columnWeight[k] * row.weights[j];
                 }
             }
             if (kind < rowKindCount) job.products = &products[kind * columnKinds * kProductBlock];

@@ -4,7 +4,7 @@
 
 #include "image/image_view.h"
 
-// How the interior of 24- and 32-bit images is summed. Both give the same
+// How 24- and 32-bit images are summed. Both give the same
 // bytes: the vector lanes run over output pixels and channels, never over
 // the taps of one sum, so each channel adds its terms in the same order.
 enum class GridLanes {
