@@ -83,6 +83,9 @@ struct ShortSums {
     // then across: the same integer sum, with 2 x size taps instead of size².
     bool separable = false;
     int16_t columnFactors[7] = {}, rowFactors[7] = {};
+    // Non-negative sums over a power-of-two multiplier: the division is this
+    // right shift (0 when it is not).
+    int shiftDivide = 0;
 
     void FindFactors(const int* kernel, int size) {
         int firstRow = -1, firstColumn = -1;
@@ -138,6 +141,12 @@ struct ShortSums {
             if (exact) {
                 multiplier = static_cast<uint16_t>(m);
                 divides = usable = true;
+                // (v * 2^k) >> (16 + shift) == v >> (16 - k + shift) for non-negative v.
+                if (nonNegative && (m & (m - 1)) == 0) {
+                    int k = 0;
+                    while ((int64_t{1} << k) < m) ++k;
+                    shiftDivide = 16 - k + shift;
+                }
                 return;
             }
         }
@@ -266,20 +275,32 @@ __attribute__((target("avx2"))) inline __m256i WidenedAvx2(const unsigned char* 
     return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
 }
 
-template <int kSize>
+// kMiddle, when not 0, fixes the factors of both passes at (1, kMiddle, 1) for
+// 3 x 3 windows, so the taps unroll into plain additions with no factor loads
+// or tests. kShiftDivide: the division is a multiply-high by a power of two
+// on non-negative sums, which is one right shift of the same bits.
+template <int kSize, int kMiddle, bool kShiftDivide>
 __attribute__((target("avx2"))) size_t ConvolveSeparableAvx2(const unsigned char* const* tapRows,
                                                              int runtimeSize, int bytesPerPixel, size_t lanes,
                                                              const ShortSums& plan, int16_t* columns,
                                                              unsigned char* out) {
+    static_assert(kMiddle == 0 || kSize == 3, "fixed factors are for 3 x 3 windows");
     const int size = kSize != 0 ? kSize : runtimeSize;
+    auto columnFactor = [&](int j) {
+        return kMiddle != 0 ? static_cast<int16_t>(j == 1 ? kMiddle : 1) : plan.columnFactors[j];
+    };
+    auto rowFactor = [&](int i) {
+        return kMiddle != 0 ? static_cast<int16_t>(i == 1 ? kMiddle : 1) : plan.rowFactors[i];
+    };
     if (lanes < 32) return 0;
     const size_t reach = lanes + static_cast<size_t>(size - 1) * bytesPerPixel;
     const __m256i zero = _mm256_setzero_si256();
     for (size_t n = 0;; n += 32) {
         if (n + 32 > reach) n = reach - 32;
         __m256i low = zero, high = zero;
+#pragma GCC unroll 7
         for (int j = 0; j < size; ++j) {
-            const int16_t f = plan.columnFactors[j];
+            const int16_t f = columnFactor(j);
             if (f == 0) continue;
             low = _mm256_add_epi16(low, ScaledAvx2(WidenedAvx2(tapRows[j] + n), f));
             high = _mm256_add_epi16(high, ScaledAvx2(WidenedAvx2(tapRows[j] + n + 16), f));
@@ -294,8 +315,11 @@ __attribute__((target("avx2"))) size_t ConvolveSeparableAvx2(const unsigned char
     const bool divides = plan.divides, nonNegative = plan.nonNegative, offsets = plan.offset != 0;
     // Without negative weights the sign steps are identities; adding a zero
     // offset with saturation is one too.
+    const __m128i shiftDivide = _mm_cvtsi32_si128(plan.shiftDivide);
     auto finish = [&](__m256i sum) __attribute__((target("avx2"))) {
-        if (divides) {
+        if (kShiftDivide) {
+            sum = _mm256_srl_epi16(sum, shiftDivide);
+        } else if (divides) {
             if (nonNegative) {
                 sum = _mm256_srl_epi16(_mm256_mulhi_epu16(sum, multiplier), shift);
             } else {
@@ -310,8 +334,9 @@ __attribute__((target("avx2"))) size_t ConvolveSeparableAvx2(const unsigned char
     for (size_t n = 0;; n += 32) {
         if (n + 32 > lanes) n = lanes - 32;
         __m256i low = zero, high = zero;
+#pragma GCC unroll 7
         for (int i = 0; i < size; ++i) {
-            const int16_t f = plan.rowFactors[i];
+            const int16_t f = rowFactor(i);
             if (f == 0) continue;
             const int16_t* at = columns + static_cast<size_t>(i) * bytesPerPixel + n;
             low = _mm256_add_epi16(low,
@@ -327,6 +352,26 @@ __attribute__((target("avx2"))) size_t ConvolveSeparableAvx2(const unsigned char
     return lanes;
 }
 const bool kHasAvx2 = __builtin_cpu_supports("avx2");
+
+// The AVX2 separable step fitted to the kernel: the box and the binomial 3 x 3
+// windows with their factors built in, any other through the factor tables.
+size_t ConvolveSeparableWide(const unsigned char* const* tapRows, int size, int bytesPerPixel, size_t lanes,
+                             const ShortSums& plan, int16_t* columns, unsigned char* out) {
+    auto factorsAre = [&](int middle) {
+        for (int n = 0; n < 3; ++n) {
+            const int f = n == 1 ? middle : 1;
+            if (plan.columnFactors[n] != f || plan.rowFactors[n] != f) return false;
+        }
+        return true;
+    };
+    if (size == 3 && plan.shiftDivide > 0 && factorsAre(2))
+        return ConvolveSeparableAvx2<3, 2, true>(tapRows, size, bytesPerPixel, lanes, plan, columns, out);
+    if (size == 3 && factorsAre(1))
+        return ConvolveSeparableAvx2<3, 1, false>(tapRows, size, bytesPerPixel, lanes, plan, columns, out);
+    if (size == 3)
+        return ConvolveSeparableAvx2<3, 0, false>(tapRows, size, bytesPerPixel, lanes, plan, columns, out);
+    return ConvolveSeparableAvx2<0, 0, false>(tapRows, size, bytesPerPixel, lanes, plan, columns, out);
+}
 #endif
 
 // Outputs whose window lies inside the image's columns, straight from the
@@ -363,8 +408,7 @@ void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* ker
             const bool separable = plan.separable && columns != nullptr;
 #if defined(__x86_64__)
             if (wide && separable)
-                done = size == 3 ? ConvolveSeparableAvx2<3>(tapRows, size, kBytes, lanes, plan, columns, out)
-                                 : ConvolveSeparableAvx2<0>(tapRows, size, kBytes, lanes, plan, columns, out);
+                done = ConvolveSeparableWide(tapRows, size, kBytes, lanes, plan, columns, out);
 #endif
             if (done == 0)
                 done = separable ? ConvolveSeparableVector(tapRows, size, kBytes, lanes, plan, columns, out)

@@ -117,6 +117,27 @@ TEST(FilterVectorSteps, ConvolutionExtremeSumsDivideExactly) {
     }
 }
 
+TEST(FilterVectorSteps, PowerOfTwoDivisorsShiftExactly) {
+    // Non-negative weights over power-of-two divisors take the shift in place of
+    // the multiply-high; white images give the largest sums, stripes every remainder.
+    for (uint32_t seed : {0u, 1u}) {
+        Owned src(BufferImage::Make(45, 4, 24, QEL_MODEL_BGR));
+        const qel::Pixels p = qel::PixelsOf(src.get());
+        for (int y = 0; y < p.height; ++y)
+            for (size_t n = 0; n < p.RowBytes(); ++n)
+                p.Row(y)[n] = seed == 0 ? 255 : static_cast<unsigned char>((n * 37 + y * 11) % 256);
+        for (int middle : {1, 2, 3}) {
+            const int weights[9] = {1, middle, 1, middle, middle * middle, middle, 1, middle, 1};
+            for (int divisor : {2, 4, 8, 16, 32, 64}) {
+                ExpectPathsAgree(src.get(), "power-of-two divisor",
+                                 [&](const ImageView& s, const ImageView& d, FilterPath path) {
+                                     ConvolveView(s, d, weights, 3, divisor, 0, path);
+                                 });
+            }
+        }
+    }
+}
+
 TEST(FilterVectorSteps, ExtremesMatchScalarLoops) {
     // Heights below the window make rows above and below the image take part
     // (read from the outside colour on the direct paths).
