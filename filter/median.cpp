@@ -570,6 +570,49 @@ __attribute__((target("avx2"))) size_t RowKeysAvx2(const unsigned char* p, size_
 }
 #endif
 
+#if defined(__x86_64__)
+// Interior outputs of a 3 x 3 median, eight a step: each output's window
+// position turned into its byte offset (a permute over the first eight
+// positions, the ninth blended in), the chosen pixels gathered as 32-bit words
+// and packed to eight pixels. The stores reach up to 16 bytes past the eighth
+// pixel and the gathers one byte past each chosen pixel, so steps stop while
+// `end` (exclusive) lies two pixels ahead plus a word. Returns the next output.
+template <int kBytes>
+__attribute__((target("avx2"))) int CopyChoices3Avx2(const unsigned char* at, unsigned char* out,
+                                                     const unsigned char* choices, const ptrdiff_t* offsets,
+                                                     int x, int end) {
+    const __m256i firstEight = _mm256_setr_epi32(static_cast<int>(offsets[0]), static_cast<int>(offsets[1]),
+                                                 static_cast<int>(offsets[2]), static_cast<int>(offsets[3]),
+                                                 static_cast<int>(offsets[4]), static_cast<int>(offsets[5]),
+                                                 static_cast<int>(offsets[6]), static_cast<int>(offsets[7]));
+    const __m256i ninth = _mm256_set1_epi32(static_cast<int>(offsets[8]));
+    const __m256i eight = _mm256_set1_epi32(8);
+    const __m256i steps =
+        _mm256_setr_epi32(0, kBytes, 2 * kBytes, 3 * kBytes, 4 * kBytes, 5 * kBytes, 6 * kBytes, 7 * kBytes);
+    // Three bytes of each word, four pixels to a 128-bit half.
+    const __m256i pack =
+        _mm256_broadcastsi128_si256(_mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
+    for (; x + 8 + 2 + 4 / kBytes + 1 <= end; x += 8) {
+        const __m256i v =
+            _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(choices + x)));
+        __m256i offset = _mm256_permutevar8x32_epi32(firstEight, v);
+        offset = _mm256_blendv_epi8(offset, ninth, _mm256_cmpeq_epi32(v, eight));
+        const __m256i index =
+            _mm256_add_epi32(_mm256_add_epi32(offset, steps), _mm256_set1_epi32(x * kBytes));
+        const __m256i words = _mm256_i32gather_epi32(reinterpret_cast<const int*>(at), index, 1);
+        if (kBytes == 4) {
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x * 4), words);
+        } else {
+            const __m256i packed = _mm256_shuffle_epi8(words, pack);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + x * 3), _mm256_castsi256_si128(packed));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + x * 3 + 12),
+                             _mm256_extracti128_si256(packed, 1));
+        }
+    }
+    return x;
+}
+#endif
+
 // 3 x 3 and 5 x 5 medians of 24- and 32-bit images. Keys are computed once
 // per pixel into rolling rows padded with the outside key on every side, the
 // chosen window position of every output is found from them, and the whole
@@ -654,6 +697,9 @@ bool MedianColour(const ImageView& src, const ImageView& dst, FilterPath path) {
             // of the last interior output keeps the reads inside the row.
             constexpr int kWord = 4;
             int x = kHalf;
+#if defined(__x86_64__)
+            if (wide && kSize == 3) x = CopyChoices3Avx2<kBytes>(at, out, choices, offsets, x, width - kHalf);
+#endif
             for (; x < width - kHalf - 1; ++x)
                 std::memcpy(out + x * kBytes, at + x * kBytes + offsets[choices[x]], kWord);
             for (; x < width - kHalf; ++x)
