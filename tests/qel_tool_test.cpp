@@ -12,28 +12,19 @@
 #include <string>
 #include <vector>
 
+#include "support/tool_files.h"
+
 namespace {
+
+using qeltest::BigEndian;
+using qeltest::Exists;
+using qeltest::ReadFile;
+using qeltest::WriteFile;
 
 struct Outcome {
     int status = -1;
     std::string out, err;
 };
-
-std::string ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-void WriteFile(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
-
-bool Exists(const std::string& path) {
-    struct stat info;
-    return stat(path.c_str(), &info) == 0;
-}
 
 // A fresh folder per test, removed afterwards.
 class QelTool : public ::testing::Test {
@@ -102,24 +93,6 @@ std::vector<uint8_t> PamSamples(const std::string& bytes, std::string* tuple) {
     return std::vector<uint8_t>(bytes.begin() + static_cast<long>(end + 7), bytes.end());
 }
 
-uint32_t Crc32(const std::string& bytes) {
-    uint32_t crc = 0xFFFFFFFFu;
-    for (unsigned char byte : bytes) {
-        crc ^= byte;
-        for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
-    }
-    return ~crc;
-}
-
-std::string BigEndian(uint32_t v) {
-    return std::string{static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8),
-                       static_cast<char>(v)};
-}
-
-std::string Chunk(const std::string& type, const std::string& data) {
-    return BigEndian(static_cast<uint32_t>(data.size())) + type + data + BigEndian(Crc32(type + data));
-}
-
 // A PNG whose image data is one stored (uncompressed) deflate block, so the
 // fixture does not depend on the codec under test. `rows` hold filter byte 0
 // and the packed samples of each row.
@@ -137,9 +110,9 @@ std::string Png(int width, int height, int depth, int colourType, const std::str
     zlib += static_cast<char>(~length & 0xFF), zlib += static_cast<char>((~length >> 8) & 0xFF);
     zlib += rows + BigEndian(b << 16 | a);
     std::string png = "\x89PNG\r\n\x1a\n";
-    png += Chunk("IHDR", header);
-    if (!palette.empty()) png += Chunk("PLTE", palette);
-    return png + Chunk("IDAT", zlib) + Chunk("IEND", "");
+    png += qeltest::PngChunk("IHDR", header);
+    if (!palette.empty()) png += qeltest::PngChunk("PLTE", palette);
+    return png + qeltest::PngChunk("IDAT", zlib) + qeltest::PngChunk("IEND", "");
 }
 
 std::vector<uint8_t> Gradient(int width, int height, int depth) {

@@ -14,7 +14,14 @@
 #include <string>
 #include <vector>
 
+#include "support/tool_files.h"
+
 namespace {
+
+using qeltest::BigEndian;
+using qeltest::Exists;
+using qeltest::ReadFile;
+using qeltest::WriteFile;
 
 struct Outcome {
     bool exited = false;  // false: killed by a signal
@@ -23,38 +30,10 @@ struct Outcome {
     std::string err;
 };
 
-std::string ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-void WriteFile(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
-bool Exists(const std::string& path) {
-    struct stat info;
-    return stat(path.c_str(), &info) == 0;
-}
-
-uint32_t Crc32(const std::string& bytes) {
-    uint32_t crc = 0xFFFFFFFFu;
-    for (const unsigned char byte : bytes) {
-        crc ^= byte;
-        for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
-    }
-    return ~crc;
-}
-std::string BigEndian(uint32_t value) {
-    return std::string{static_cast<char>(value >> 24), static_cast<char>(value >> 16),
-                       static_cast<char>(value >> 8), static_cast<char>(value)};
-}
 // A PNG signature and a well-formed IHDR chunk (correct CRC) for any size,
 // followed by an empty image data chunk and the end chunk.
 std::string PngWithSize(uint32_t width, uint32_t height) {
-    const auto chunk = [](const std::string& type, const std::string& data) {
-        return BigEndian(static_cast<uint32_t>(data.size())) + type + data + BigEndian(Crc32(type + data));
-    };
+    const auto chunk = qeltest::PngChunk;
     const std::string header = BigEndian(width) + BigEndian(height) + std::string("\x08\x02\x00\x00\x00", 5);
     return std::string("\x89PNG\r\n\x1a\n", 8) + chunk("IHDR", header) + chunk("IDAT", "") +
            chunk("IEND", "");
