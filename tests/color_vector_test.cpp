@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "color/color_kernels.h"
-#include "support/test_image.h"
+#include "support/kernel_output.h"
 
 namespace {
 
@@ -13,12 +13,8 @@ using qeltest::BufferImage;
 
 std::vector<unsigned char> Grey(BufferImage* source, color::GreyLanes lanes, int padding) {
     const ImageView from = ReadImageView(source);
-    BufferImage* dest = BufferImage::Make(from.width, from.height, from.bitCount, QEL_MODEL_BGR, padding);
-    color::WriteGreyInto(from, ReadImageView(dest), lanes);
-    EXPECT_TRUE(dest->GuardsIntact());
-    std::vector<unsigned char> bytes = qeltest::PixelBytes(dest);
-    dest->Release();
-    return bytes;
+    return qeltest::KernelOutput(from.width, from.height, from.bitCount, padding,
+                                 [&](const ImageView& to) { color::WriteGreyInto(from, to, lanes); });
 }
 
 TEST(GreyVectorRows, GiveTheScalarBytesForEveryWidth) {

@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "support/test_image.h"
+#include "support/kernel_output.h"
 #include "transform/box_rows.h"
 #include "transform/kernel_grid.h"
 
@@ -29,15 +29,11 @@ const GridCase kCases[] = {{13, 11, 26, 22},  {40, 37, 83, 75}, {17, 29, 51, 30}
 
 std::vector<unsigned char> Grid(BufferImage* source, const GridCase& c, int method, GridLanes lanes,
                                 int destPadding) {
-    BufferImage* dest = BufferImage::Make(c.newWidth, c.newHeight, ReadImageView(source).bitCount,
-                                          QEL_MODEL_BGR, destPadding);
-    const ImageView from = ReadImageView(source), to = ReadImageView(dest);
-    InterpolateGrid(from, to, static_cast<float>(c.width) / static_cast<float>(c.newWidth),
-                    static_cast<float>(c.height) / static_cast<float>(c.newHeight), method, lanes);
-    EXPECT_TRUE(dest->GuardsIntact());
-    std::vector<unsigned char> bytes = qeltest::PixelBytes(dest);
-    dest->Release();
-    return bytes;
+    const ImageView from = ReadImageView(source);
+    return qeltest::KernelOutput(c.newWidth, c.newHeight, from.bitCount, destPadding, [&](const ImageView& to) {
+        InterpolateGrid(from, to, static_cast<float>(c.width) / static_cast<float>(c.newWidth),
+                        static_cast<float>(c.height) / static_cast<float>(c.newHeight), method, lanes);
+    });
 }
 
 TEST(ResampleVectorSteps, PairedLanesGiveTheScalarBytesForEveryKernel) {
@@ -68,11 +64,8 @@ TEST(ResampleVectorSteps, PairedLanesGiveTheScalarBytesForEveryKernel) {
 TEST(ResampleVectorSteps, ClampedSumsMatchOnHardEdges) {
     if (BestGridLanes() != GridLanes::Avx2) GTEST_SKIP() << "no AVX2 on this processor";
     for (int bitCount : {24, 32}) {
-        BufferImage* source = BufferImage::Make(31, 23, bitCount, QEL_MODEL_BGR);
-        for (int y = 0; y < 23; ++y)
-            for (int x = 0; x < 31 * bitCount / 8; ++x)
-                source->Row(y)[x] =
-                    static_cast<unsigned char>(((x / (bitCount / 8)) % 5 == 2 || y % 7 == 3) ? 0 : 255);
+        SmartPtr<BufferImage> edges = qeltest::HardEdges(31, 23, bitCount);
+        BufferImage* source = edges.Get();
         for (const GridCase& c : {GridCase{31, 23, 70, 61}, GridCase{31, 23, 62, 46}}) {
             for (int method : {3, 4, 5, 9, 15}) {
                 const std::vector<unsigned char> expected = Grid(source, c, method, GridLanes::Scalar, 0);
@@ -80,7 +73,6 @@ TEST(ResampleVectorSteps, ClampedSumsMatchOnHardEdges) {
                     << bitCount << " method " << method << " to " << c.newWidth << "x" << c.newHeight;
             }
         }
-        source->Release();
     }
 }
 

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <vector>
 
-#include "support/test_image.h"
+#include "support/kernel_output.h"
 #include "transform/turn_drawing.h"
 
 namespace {
@@ -40,14 +40,10 @@ TurnGeometry GeometryOf(const TurnCase& c) {
 
 std::vector<unsigned char> Drawn(BufferImage* source, const TurnCase& c, int destBitCount, int method,
                                  TurnLanes lanes, int destPadding) {
-    BufferImage* dest =
-        BufferImage::Make(c.destWidth, c.destHeight, destBitCount, QEL_MODEL_BGR, destPadding);
-    dest->FillRandom(99);  // pixels outside the drawn area keep these bytes (same padding, same bytes)
-    DrawTurned(ReadImageView(source), ReadImageView(dest), GeometryOf(c), method, lanes);
-    EXPECT_TRUE(dest->GuardsIntact());
-    std::vector<unsigned char> bytes = qeltest::PixelBytes(dest);
-    dest->Release();
-    return bytes;
+    // Pixels outside the drawn area keep the random bytes of seed 99 (same padding, same bytes).
+    return qeltest::KernelOutput(
+        c.destWidth, c.destHeight, destBitCount, destPadding,
+        [&](const ImageView& to) { DrawTurned(ReadImageView(source), to, GeometryOf(c), method, lanes); }, 99);
 }
 
 TEST(RotateVectorSteps, EightLanesGiveTheScalarBytesForEveryKernel) {
@@ -84,12 +80,8 @@ TEST(RotateVectorSteps, EightLanesGiveTheScalarBytesForEveryKernel) {
 TEST(RotateVectorSteps, ClampedSumsMatchOnHardEdges) {
     if (BestTurnLanes() != TurnLanes::Avx2) GTEST_SKIP() << "no AVX2 on this processor";
     for (int bitCount : {24, 32}) {
-        const int bytes = bitCount / 8;
-        BufferImage* source = BufferImage::Make(33, 27, bitCount, QEL_MODEL_BGR);
-        for (int y = 0; y < 27; ++y)
-            for (int x = 0; x < 33 * bytes; ++x)
-                source->Row(y)[x] =
-                    static_cast<unsigned char>(((x / bytes) % 5 == 2 || y % 7 == 3) ? 0 : 255);
+        SmartPtr<BufferImage> edges = qeltest::HardEdges(33, 27, bitCount);
+        BufferImage* source = edges.Get();
         const TurnCase c{33, 27, 33, 27, 21, true};
         for (int method : {2, 3, 4}) {
             const std::vector<unsigned char> expected =
@@ -97,7 +89,6 @@ TEST(RotateVectorSteps, ClampedSumsMatchOnHardEdges) {
             EXPECT_EQ(Drawn(source, c, bitCount, method, TurnLanes::Avx2, 0), expected)
                 << bitCount << " method " << method;
         }
-        source->Release();
     }
 }
 

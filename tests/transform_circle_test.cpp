@@ -2,35 +2,17 @@
 // the fast path against the pixel helpers.
 #include <gtest/gtest.h>
 
-#include "support/component_test.h"
+#include "support/host_images.h"
 #include "transform/circle_kernel.h"
 
 namespace {
 
 using namespace qeltest;
 
-// A 24-bit 100 x 100 image whose pixel (x, y) is blue x, green y, red 200.
-SmartPtr<IQELImageDIB> Positions() {
-    auto image = TestHost().NewImage(100, 100, 24, QEL_MODEL_BGR);
-    const qel::Pixels p = qel::PixelsOf(image.Get());
-    for (int y = 0; y < 100; ++y)
-        for (int x = 0; x < 100; ++x) {
-            unsigned char* px = p.Row(y) + 3 * x;
-            px[0] = static_cast<unsigned char>(x), px[1] = static_cast<unsigned char>(y), px[2] = 200;
-        }
-    return image;
-}
-
-Bytes PixelOf(IQEL* image, int x, int y) {
-    const qel::Pixels p = qel::PixelsOf(image);
-    const int n = p.bitCount / 8;
-    return Bytes(p.Row(y) + x * n, p.Row(y) + x * n + n);
-}
-
 // Runs a mode with alpha on the position image: the result names, for each
 // pixel, the source pixel it came from (alpha 255) or the outside (alpha 1).
 SmartPtr<IQELImageDIB> Deformed(int mode, float factor = 1) {
-    auto image = Positions();
+    auto image = Positions(100, 100, 24);
     EXPECT_EQ(Deform()->CircleTransform(image.Get(), mode, 1, factor), QEL_OK);
     return image;
 }
@@ -104,7 +86,7 @@ TEST(CircleTransform, FoldingReadsColumnsFromTheirBlock) {
 }
 
 TEST(CircleTransform, WithoutAlphaKeepsTheDepthAndTinyImagesTakeTheOutsideColour) {
-    auto image = Positions();
+    auto image = Positions(100, 100, 24);
     ASSERT_EQ(Deform()->CircleTransform(image.Get(), 0, 0, 1), QEL_OK);
     EXPECT_EQ(qel::PixelsOf(image.Get()).bitCount, 24);
     EXPECT_EQ(PixelOf(image.Get(), 99, 0), (Bytes{0, 0, 200}));

@@ -3,20 +3,14 @@
 
 #include <vector>
 
-#include "support/component_test.h"
+#include "support/host_images.h"
 
 namespace {
 
 using namespace qeltest;
 
-SmartPtr<IQELImageDIB> Image(int w, int h, int bpp, const Bytes& pixels) {
-    SmartPtr<IQELImageDIB> image = TestHost().NewImage(w, h, bpp, bpp == 8 ? QEL_MODEL_MONO : QEL_MODEL_BGR);
-    SetPixelBytes(image.Get(), pixels);
-    return image;
-}
-
 TEST(IncreaseBpp, NoDeeperFormatHandsBackTheSource) {
-    SmartPtr<IQELImageDIB> source = Image(2, 1, 24, {1, 2, 3, 4, 5, 6});
+    SmartPtr<IQELImageDIB> source = HostImage(2, 1, 24, {1, 2, 3, 4, 5, 6});
     for (int bitCount : {24, 8, 0}) {
         IQEL* result = nullptr;
         EXPECT_EQ(Transform()->IncreaseBpp(source.Get(), &result, bitCount, QEL_MODEL_ARGB),
@@ -30,7 +24,7 @@ TEST(IncreaseBpp, NoDeeperFormatHandsBackTheSource) {
 }
 
 TEST(IncreaseBpp, GreyIndicesBecomeGreyPixels) {
-    SmartPtr<IQELImageDIB> source = Image(3, 2, 8, {0, 7, 255, 128, 1, 2});
+    SmartPtr<IQELImageDIB> source = HostImage(3, 2, 8, {0, 7, 255, 128, 1, 2});
     IQEL* result = nullptr;
     ASSERT_EQ(Transform()->IncreaseBpp(source.Get(), &result, 24, QEL_MODEL_BGR), QEL_OK);
     EXPECT_EQ(PixelBytes(result), (Bytes{0, 0, 0, 7, 7, 7, 255, 255, 255, 128, 128, 128, 1, 1, 1, 2, 2, 2}));
@@ -48,7 +42,7 @@ TEST(IncreaseBpp, GreyIndicesBecomeGreyPixels) {
 }
 
 TEST(IncreaseBpp, PaletteColoursIndicesAndLeavesAlphaAsCreated) {
-    SmartPtr<IQELImageDIB> source = Image(3, 1, 8, {5, 1, 5});
+    SmartPtr<IQELImageDIB> source = HostImage(3, 1, 8, {5, 1, 5});
     RGBQUAD palette[6] = {};
     palette[1] = RGBQUAD{200, 150, 100, 77};
     palette[5] = RGBQUAD{10, 20, 30, 99};
@@ -67,7 +61,7 @@ TEST(IncreaseBpp, PaletteColoursIndicesAndLeavesAlphaAsCreated) {
 }
 
 TEST(IncreaseBpp, TwentyFourBitsGainOpaqueAlphaOtherDepthsStayBlank) {
-    SmartPtr<IQELImageDIB> source = Image(2, 2, 24, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
+    SmartPtr<IQELImageDIB> source = HostImage(2, 2, 24, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
     IQEL* result = nullptr;
     ASSERT_EQ(Transform()->IncreaseBpp(source.Get(), &result, 32, QEL_MODEL_ARGB), QEL_OK);
     EXPECT_EQ(PixelBytes(result), (Bytes{1, 2, 3, 255, 4, 5, 6, 255, 7, 8, 9, 255, 10, 11, 12, 255}));

@@ -20,33 +20,26 @@ SmartPtr<IQELImageDIB> Plain(int w, int h, int bpp, uint32_t colour, uint32_t to
     return image;
 }
 
-struct Rotated {
-    IQEL* image = nullptr;
-    ~Rotated() {
-        if (image != nullptr) image->Release();
-    }
-};
-
 TEST(Rotate, ZeroHandsBackTheSourceAndQuarterTurnsUseTheCopyPath) {
     BufferImage* source = BufferImage::Make(3, 2, 24, QEL_MODEL_BGR);
     source->FillRandom(4);
-    Rotated same;
-    ASSERT_EQ(Transform()->Rotate(source, &same.image, 0, 3, 0, 0), QEL_OK);
-    EXPECT_EQ(same.image, static_cast<IQEL*>(source));
+    SmartPtr<IQEL> same;
+    ASSERT_EQ(Transform()->Rotate(source, same.Out(), 0, 3, 0, 0), QEL_OK);
+    EXPECT_EQ(same.Get(), static_cast<IQEL*>(source));
     EXPECT_EQ(source->RefCount(), 2u);
 
-    Rotated minus90, plus270, plus90;
-    ASSERT_EQ(Transform()->Rotate(source, &minus90.image, -90, 3, 0, 0), QEL_OK);
-    ASSERT_EQ(Transform()->Rotate(source, &plus270.image, 270, 3, 0, 0), QEL_OK);
-    ASSERT_EQ(Transform()->Rotate(source, &plus90.image, 90, 3, 1, 1), QEL_OK);  // flags ignored
-    EXPECT_EQ(PixelBytes(minus90.image), PixelBytes(plus270.image));
-    EXPECT_EQ(qel::PixelsOf(plus90.image).width, 2);
-    EXPECT_EQ(qel::PixelsOf(plus90.image).bitCount, 24);
-    EXPECT_EQ(ColourAt(plus90.image, 0, 0), ColourAt(source, 0, 1));  // bottom-left to top-left
-    EXPECT_EQ(RefCountOf(minus90.image), 1u);
+    SmartPtr<IQEL> minus90, plus270, plus90;
+    ASSERT_EQ(Transform()->Rotate(source, minus90.Out(), -90, 3, 0, 0), QEL_OK);
+    ASSERT_EQ(Transform()->Rotate(source, plus270.Out(), 270, 3, 0, 0), QEL_OK);
+    ASSERT_EQ(Transform()->Rotate(source, plus90.Out(), 90, 3, 1, 1), QEL_OK);  // flags ignored
+    EXPECT_EQ(PixelBytes(minus90.Get()), PixelBytes(plus270.Get()));
+    EXPECT_EQ(qel::PixelsOf(plus90.Get()).width, 2);
+    EXPECT_EQ(qel::PixelsOf(plus90.Get()).bitCount, 24);
+    EXPECT_EQ(ColourAt(plus90.Get(), 0, 0), ColourAt(source, 0, 1));  // bottom-left to top-left
+    EXPECT_EQ(RefCountOf(minus90.Get()), 1u);
 
-    Rotated none;
-    EXPECT_EQ(Transform()->Rotate(nullptr, &none.image, 45, 3, 0, 0), QEL_E_FAIL);
+    SmartPtr<IQEL> none;
+    EXPECT_EQ(Transform()->Rotate(nullptr, none.Out(), 45, 3, 0, 0), QEL_E_FAIL);
     EXPECT_EQ(Transform()->Rotate(source, nullptr, 45, 3, 0, 0), QEL_E_POINTER);
     EXPECT_EQ(source->RefCount(), 2u);
     source->Release();  // `same` holds the last reference
@@ -56,9 +49,9 @@ TEST(Rotate, FullTurnTakesTheGeneralPathWithAFourPixelMargin) {
     SmartPtr<IQELImageDIB> source = TestHost().NewImage(20, 12, 24, QEL_MODEL_BGR);
     for (int y = 0; y < 12; ++y)
         for (int x = 0; x < 20; ++x) PutColour(source.Get(), x, y, PackColor(10 * x, 20 * y, 7, 0));
-    Rotated turned;
-    ASSERT_EQ(Transform()->Rotate(source.Get(), &turned.image, 360, 0, 0, 0), QEL_OK);
-    const qel::Pixels p = qel::PixelsOf(turned.image);
+    SmartPtr<IQEL> turned;
+    ASSERT_EQ(Transform()->Rotate(source.Get(), turned.Out(), 360, 0, 0, 0), QEL_OK);
+    const qel::Pixels p = qel::PixelsOf(turned.Get());
     ASSERT_EQ(p.width, 20);
     ASSERT_EQ(p.height, 12);
     // The turn is not exact in single precision, so the margin's inner edge
@@ -66,7 +59,7 @@ TEST(Rotate, FullTurnTakesTheGeneralPathWithAFourPixelMargin) {
     const uint32_t background = PackColor(0, 0, 7, 0);
     for (int y = 0; y < 12; ++y)
         for (int x = 0; x < 20; ++x) {
-            const uint32_t pixel = ColourAt(turned.image, x, y);
+            const uint32_t pixel = ColourAt(turned.Get(), x, y);
             if (x <= 2 || x >= 17 || y <= 2 || y >= 9)
                 EXPECT_EQ(pixel, background) << x << "," << y;
             else if (x >= 4 && x <= 15 && y >= 4 && y <= 7)
@@ -78,43 +71,43 @@ TEST(Rotate, FullTurnTakesTheGeneralPathWithAFourPixelMargin) {
 
 TEST(Rotate, FortyFiveDegreesGrowsTheImageAndForcesAlpha) {
     SmartPtr<IQELImageDIB> source = Plain(100, 100, 24, PackColor(30, 60, 90, 0), PackColor(1, 2, 3, 0));
-    Rotated plain, alpha;
-    ASSERT_EQ(Transform()->Rotate(source.Get(), &plain.image, 45, 0, 0, 0), QEL_OK);
-    qel::Pixels p = qel::PixelsOf(plain.image);
+    SmartPtr<IQEL> plain, alpha;
+    ASSERT_EQ(Transform()->Rotate(source.Get(), plain.Out(), 45, 0, 0, 0), QEL_OK);
+    qel::Pixels p = qel::PixelsOf(plain.Get());
     EXPECT_EQ(p.width, 141);
     EXPECT_EQ(p.height, 141);
     EXPECT_EQ(p.bitCount, 24);
     EXPECT_EQ(p.colourModel, QEL_MODEL_BGR);
-    EXPECT_EQ(ColourAt(plain.image, 0, 0), PackColor(1, 2, 3, 0));
-    EXPECT_EQ(ColourAt(plain.image, 140, 140), PackColor(1, 2, 3, 0));
-    EXPECT_EQ(ColourAt(plain.image, 70, 70), PackColor(30, 60, 90, 0));
-    EXPECT_EQ(ColourAt(plain.image, 70, 4), PackColor(1, 2, 3, 0));  // near the top corner, inside the margin
-    EXPECT_EQ(ColourAt(plain.image, 70, 12), PackColor(30, 60, 90, 0));
-    EXPECT_EQ(RefCountOf(plain.image), 1u);
+    EXPECT_EQ(ColourAt(plain.Get(), 0, 0), PackColor(1, 2, 3, 0));
+    EXPECT_EQ(ColourAt(plain.Get(), 140, 140), PackColor(1, 2, 3, 0));
+    EXPECT_EQ(ColourAt(plain.Get(), 70, 70), PackColor(30, 60, 90, 0));
+    EXPECT_EQ(ColourAt(plain.Get(), 70, 4), PackColor(1, 2, 3, 0));  // near the top corner, inside the margin
+    EXPECT_EQ(ColourAt(plain.Get(), 70, 12), PackColor(30, 60, 90, 0));
+    EXPECT_EQ(RefCountOf(plain.Get()), 1u);
 
     // Method 3 of a 24-bit source carries alpha 0 from its interior samples.
-    ASSERT_EQ(Transform()->Rotate(source.Get(), &alpha.image, 45, 3, 1, 0), QEL_OK);
-    p = qel::PixelsOf(alpha.image);
+    ASSERT_EQ(Transform()->Rotate(source.Get(), alpha.Out(), 45, 3, 1, 0), QEL_OK);
+    p = qel::PixelsOf(alpha.Get());
     EXPECT_EQ(p.bitCount, 32);
     EXPECT_EQ(p.colourModel, 0u);
-    EXPECT_EQ(ColourAt(alpha.image, 0, 0), PackColor(1, 2, 3, 255));
-    EXPECT_EQ(AlphaOf(ColourAt(alpha.image, 70, 70)), 0);
+    EXPECT_EQ(ColourAt(alpha.Get(), 0, 0), PackColor(1, 2, 3, 255));
+    EXPECT_EQ(AlphaOf(ColourAt(alpha.Get(), 70, 70)), 0);
 }
 
 TEST(Rotate, KeepSizeTurnsAboutTheCentre) {
     SmartPtr<IQELImageDIB> source = TestHost().NewImage(100, 60, 24, QEL_MODEL_BGR);
     for (int y = 0; y < 60; ++y)
         for (int x = 0; x < 100; ++x) PutColour(source.Get(), x, y, PackColor(2 * x, 3 * y, 5, 0));
-    Rotated turned;
-    ASSERT_EQ(Transform()->Rotate(source.Get(), &turned.image, 30, 0, 0, 1), QEL_OK);
-    const qel::Pixels p = qel::PixelsOf(turned.image);
+    SmartPtr<IQEL> turned;
+    ASSERT_EQ(Transform()->Rotate(source.Get(), turned.Out(), 30, 0, 0, 1), QEL_OK);
+    const qel::Pixels p = qel::PixelsOf(turned.Get());
     EXPECT_EQ(p.width, 100);
     EXPECT_EQ(p.height, 60);
-    EXPECT_EQ(ColourAt(turned.image, 50, 30), ColourAt(source.Get(), 50, 30));
-    EXPECT_EQ(ColourAt(turned.image, 0, 0), PackColor(0, 0, 5, 0));
+    EXPECT_EQ(ColourAt(turned.Get(), 50, 30), ColourAt(source.Get(), 50, 30));
+    EXPECT_EQ(ColourAt(turned.Get(), 0, 0), PackColor(0, 0, 5, 0));
     // Ten pixels right of the centre reads (50 + 10 cos 30, 30 + 10 sin 30)
     // = (58.66, 35), rounded to (59, 35).
-    EXPECT_EQ(ColourAt(turned.image, 60, 30), ColourAt(source.Get(), 59, 35));
+    EXPECT_EQ(ColourAt(turned.Get(), 60, 30), ColourAt(source.Get(), 59, 35));
 }
 
 TEST(RotatePaste, AtAngleZeroDrawsAtTopLeftAndSkipsTheKeyColour) {

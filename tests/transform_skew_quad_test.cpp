@@ -4,31 +4,12 @@
 #include <cstring>
 #include <limits>
 
-#include "support/component_test.h"
+#include "support/host_images.h"
 #include "transform/skew_quad.h"
 
 namespace {
 
 using namespace qeltest;
-
-Bytes PixelOf(IQEL* image, int x, int y) {
-    const qel::Pixels p = qel::PixelsOf(image);
-    const int n = p.bitCount / 8;
-    return Bytes(p.Row(y) + x * n, p.Row(y) + x * n + n);
-}
-
-// A 32-bit image whose pixel (x, y) is (x, y, 200, 9): colours name their position.
-SmartPtr<IQELImageDIB> Positions(int w, int h, int bpp = 32) {
-    auto image = TestHost().NewImage(w, h, bpp, bpp == 32 ? QEL_MODEL_ARGB : QEL_MODEL_BGR);
-    const qel::Pixels p = qel::PixelsOf(image.Get());
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            unsigned char* px = p.Row(y) + x * (bpp / 8);
-            px[0] = static_cast<unsigned char>(x), px[1] = static_cast<unsigned char>(y), px[2] = 200;
-            if (bpp == 32) px[3] = 9;
-        }
-    return image;
-}
 
 TEST(Skew, ZeroGainsCopyAndForcedAlphaIsOpaque) {
     auto source = Positions(7, 5);

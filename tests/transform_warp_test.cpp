@@ -5,7 +5,7 @@
 #include <functional>
 #include <limits>
 
-#include "support/component_test.h"
+#include "support/host_images.h"
 
 namespace {
 
@@ -33,20 +33,11 @@ PointMap Doubling([](double& x, double& y) { x *= 2, y *= 2; });
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 const double kInf = std::numeric_limits<double>::infinity();
 
-unsigned ModelOf(int bpp) { return bpp == 8 ? QEL_MODEL_MONO : bpp == 24 ? QEL_MODEL_BGR : QEL_MODEL_ARGB; }
-
-// Pixel (x, y) of an image as its bytes.
-Bytes PixelOf(IQEL* image, int x, int y) {
-    const qel::Pixels p = qel::PixelsOf(image);
-    const int n = p.bitCount / 8;
-    return Bytes(p.Row(y) + x * n, p.Row(y) + x * n + n);
-}
-
 class TransformDepth : public ::testing::TestWithParam<int> {};
 
 TEST_P(TransformDepth, IdentityShiftDoublingAndWildMaps) {
     const int bpp = GetParam();
-    SmartPtr<BufferImage> source(BufferImage::Make(16, 7, bpp, ModelOf(bpp), 3, true));
+    SmartPtr<BufferImage> source(BufferImage::Make(16, 7, bpp, ModelFor(bpp), 3, true));
     source->FillRandom(bpp);
     const Bytes fill = bpp == 32 ? Bytes{0, 0, 0, 0xFF} : Bytes(static_cast<size_t>(bpp / 8), 0);
     auto transforms = Transform();
@@ -99,11 +90,6 @@ TEST(Transform, FillByColourModelAndFailures) {
     EXPECT_EQ(transforms->Transform(&Identity, noAlpha.Get(), nullptr, 0, 0, 0, 0, 0, 0), QEL_E_POINTER);
 }
 
-SmartPtr<IQELImageDIB> HostImage(int w, int h, int bpp, const Bytes& bytes) {
-    auto image = TestHost().NewImage(w, h, bpp, ModelOf(bpp));
-    if (!bytes.empty()) SetPixelBytes(image.Get(), bytes);
-    return image;
-}
 
 TEST(TransformPaste, EightBitsWritesNeighboursButNeverTheLastColumn) {
     auto source = HostImage(4, 2, 8, {1, 2, 3, 4, 5, 6, 7, 8});
@@ -162,8 +148,8 @@ TEST(TransformPaste, DoublingThirtyTwoBitsLeavesTheOddCornersUnpainted) {
 
 TEST(TransformPaste, WildMapsAndMismatchedTargetsWriteNothing) {
     for (int bpp : {8, 24, 32}) {
-        SmartPtr<BufferImage> source(BufferImage::Make(5, 4, bpp, ModelOf(bpp), 1, true));
-        SmartPtr<BufferImage> target(BufferImage::Make(5, 4, bpp, ModelOf(bpp), 2));
+        SmartPtr<BufferImage> source(BufferImage::Make(5, 4, bpp, ModelFor(bpp), 1, true));
+        SmartPtr<BufferImage> target(BufferImage::Make(5, 4, bpp, ModelFor(bpp), 2));
         source->FillRandom(7);
         const Bytes before = target->Snapshot();
         for (double wild : {kNaN, kInf, -kInf, 1e300, -2147483649.0}) {
