@@ -30,10 +30,11 @@ const GridCase kCases[] = {{13, 11, 26, 22},  {40, 37, 83, 75}, {17, 29, 51, 30}
 std::vector<unsigned char> Grid(BufferImage* source, const GridCase& c, int method, GridLanes lanes,
                                 int destPadding) {
     const ImageView from = ReadImageView(source);
-    return qeltest::KernelOutput(c.newWidth, c.newHeight, from.bitCount, destPadding, [&](const ImageView& to) {
-        InterpolateGrid(from, to, static_cast<float>(c.width) / static_cast<float>(c.newWidth),
-                        static_cast<float>(c.height) / static_cast<float>(c.newHeight), method, lanes);
-    });
+    return qeltest::KernelOutput(
+        c.newWidth, c.newHeight, from.bitCount, destPadding, [&](const ImageView& to) {
+            InterpolateGrid(from, to, static_cast<float>(c.width) / static_cast<float>(c.newWidth),
+                            static_cast<float>(c.height) / static_cast<float>(c.newHeight), method, lanes);
+        });
 }
 
 TEST(ResampleVectorSteps, PairedLanesGiveTheScalarBytesForEveryKernel) {

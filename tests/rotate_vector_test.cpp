@@ -43,7 +43,8 @@ std::vector<unsigned char> Drawn(BufferImage* source, const TurnCase& c, int des
     // Pixels outside the drawn area keep the random bytes of seed 99 (same padding, same bytes).
     return qeltest::KernelOutput(
         c.destWidth, c.destHeight, destBitCount, destPadding,
-        [&](const ImageView& to) { DrawTurned(ReadImageView(source), to, GeometryOf(c), method, lanes); }, 99);
+        [&](const ImageView& to) { DrawTurned(ReadImageView(source), to, GeometryOf(c), method, lanes); },
+        99);
 }
 
 TEST(RotateVectorSteps, EightLanesGiveTheScalarBytesForEveryKernel) {

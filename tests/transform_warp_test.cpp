@@ -90,7 +90,6 @@ TEST(Transform, FillByColourModelAndFailures) {
     EXPECT_EQ(transforms->Transform(&Identity, noAlpha.Get(), nullptr, 0, 0, 0, 0, 0, 0), QEL_E_POINTER);
 }
 
-
 TEST(TransformPaste, EightBitsWritesNeighboursButNeverTheLastColumn) {
     auto source = HostImage(4, 2, 8, {1, 2, 3, 4, 5, 6, 7, 8});
     auto target = HostImage(5, 3, 8, {});
