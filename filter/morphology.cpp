@@ -1,6 +1,7 @@
 // Morphology, edge and contour filters: Erode, Dilate, Edge and Contour.
 #include <algorithm>
 #include <cstdlib>
+#include <type_traits>
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -272,6 +273,54 @@ void ExtremumInterior(const ImageView& src, const ImageView& dst, Extremum extre
     }
 }
 
+// The outputs of row y left and right of the interior columns, straight from
+// the buffer: a neighbour outside the columns reads the outside colour (the
+// first pixel of `outsideRow`), one above or below the image the outside row
+// itself. Channel lanes take the extremes; a 32-bit pixel's alpha is its last
+// (bottom-right) neighbour's. kSize fixes the window at compile time, 0 takes
+// `runtimeSize`.
+constexpr int kBorderRowsMax = 64;  // larger windows take ExtremumPixel
+template <int kBytes, int kSize>
+void ExtremumBorderRow(const ImageView& src, const ImageView& dst, Extremum extremum, int runtimeSize,
+                       Span xs, int64_t y, const unsigned char* outsideRow) {
+    constexpr int kChannels = kBytes < 3 ? kBytes : 3;
+    const int size = kSize != 0 ? kSize : runtimeSize;
+    const int half = size / 2;
+    const unsigned char* windowRows[kBorderRowsMax];  // outside rows replaced by the outside row
+    for (int j = 0; j < size; ++j) {
+        const int64_t row = y - half + j;
+        windowRows[j] = row < 0 || row >= src.height ? outsideRow : src.Row(static_cast<int>(row));
+    }
+    unsigned char* out = dst.Row(static_cast<int>(y));
+    auto pixel = [&](int64_t x) {
+        unsigned char low[kChannels], high[kChannels];
+        for (int k = 0; k < kChannels; ++k) low[k] = 255, high[k] = 0;
+        const unsigned char* last = outsideRow;
+        for (int i = 0; i < size; ++i) {
+            const int64_t column = x - half + i;
+            const bool inside = column >= 0 && column < src.width;
+            const size_t offset = inside ? static_cast<size_t>(column) * kBytes : 0;
+            for (int j = 0; j < size; ++j) {
+                // Outside columns all read the outside colour, whatever the row.
+                const unsigned char* p = inside ? windowRows[j] + offset : outsideRow;
+                for (int k = 0; k < kChannels; ++k) {
+                    low[k] = std::min(low[k], p[k]);
+                    high[k] = std::max(high[k], p[k]);
+                }
+                last = p;
+            }
+        }
+        unsigned char* o = out + static_cast<size_t>(x) * kBytes;
+        for (int k = 0; k < kChannels; ++k)
+            o[k] = extremum == Extremum::Minimum   ? low[k]
+                   : extremum == Extremum::Maximum ? high[k]
+                                                   : static_cast<unsigned char>(high[k] - low[k]);
+        if (kBytes == 4) o[3] = last[3];
+    };
+    for (int64_t x = 0; x < xs.first && x < src.width; ++x) pixel(x);
+    for (int64_t x = xs.last + 1; x < src.width; ++x) pixel(x);
+}
+
 // The contour rule: per channel, a neighbour replaces the kept value t when
 // its difference to the centre exceeds t, and then t becomes the neighbour's
 // value itself. Neighbours come column by column, top to bottom in each.
@@ -311,9 +360,9 @@ void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremu
             scratch = static_cast<unsigned char*>(std::malloc(static_cast<size_t>(src.width) * bytes * 5));
         if (scratch == nullptr) xs = ys = Span{};  // no column fully inside, or no memory: all pixel by pixel
     }
-    // Pixels outside the interior columns (all of them when there are none),
-    // read and written directly for 8-, 24- and 32-bit images, through the
-    // pixel helpers otherwise.
+    // Pixels outside the interior columns (all of them when there are none)
+    // one by one, read and written directly for 8-, 24- and 32-bit images,
+    // through the pixel helpers otherwise.
     WithPixelKind(src, path, [&](auto kind) {
         using Kind = decltype(kind);
         auto borderColumns = [&](int64_t row) {
@@ -335,15 +384,24 @@ void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremu
             static_cast<unsigned char>(RedOf(outside)), static_cast<unsigned char>(AlphaOf(outside))};
         for (size_t n = 0; n < static_cast<size_t>(src.width) * bytes; ++n)
             outsideRow[n] = channels[n % bytes];
-        if (bytes == 1)
-            ExtremumInterior<1>(src, dst, extremum, size, xs, ys, scratch, outsideRow, vectorise, wide,
-                                borderColumns);
-        if (bytes == 3)
-            ExtremumInterior<3>(src, dst, extremum, size, xs, ys, scratch, outsideRow, vectorise, wide,
-                                borderColumns);
-        if (bytes == 4)
-            ExtremumInterior<4>(src, dst, extremum, size, xs, ys, scratch, outsideRow, vectorise, wide,
-                                borderColumns);
+        // The border columns of each row, read and written directly while the
+        // row is cached; windows beyond kBorderRowsMax rows pixel by pixel.
+        auto interior = [&](auto bytesConstant) {
+            constexpr int kBytes = decltype(bytesConstant)::value;
+            auto directBorder = [&](int64_t y) {
+                if (size == 3)
+                    ExtremumBorderRow<kBytes, 3>(src, dst, extremum, size, xs, y, outsideRow);
+                else if (size <= kBorderRowsMax)
+                    ExtremumBorderRow<kBytes, 0>(src, dst, extremum, size, xs, y, outsideRow);
+                else
+                    borderColumns(y);
+            };
+            ExtremumInterior<kBytes>(src, dst, extremum, size, xs, ys, scratch, outsideRow, vectorise, wide,
+                                     directBorder);
+        };
+        if (bytes == 1) interior(std::integral_constant<int, 1>{});
+        if (bytes == 3) interior(std::integral_constant<int, 3>{});
+        if (bytes == 4) interior(std::integral_constant<int, 4>{});
     });
     std::free(scratch);
 }

@@ -160,6 +160,38 @@ TEST(FilterVectorSteps, ExtremesMatchScalarLoops) {
     }
 }
 
+TEST(FilterVectorSteps, ExtremeBordersMatchGeneralPixels) {
+    // Narrow and short images are nearly all border: every border pixel meets
+    // outside columns, outside rows or both. A 32-bit pixel's alpha comes from
+    // its bottom-right neighbour, the outside alpha where that lies outside.
+    // The widest window is beyond the rows the direct border holds.
+    std::mt19937 random(31);
+    for (int bpp : {8, 24, 32}) {
+        for (int width = 1; width <= 5; ++width) {
+            for (int height = 1; height <= 4; ++height) {
+                Owned src(BufferImage::Make(width, height, bpp, ModelFor(bpp), 3, height % 2 == 0));
+                src->FillRandom(static_cast<uint32_t>(random()));
+                for (int size : {2, 3, 4}) {
+                    for (Extremum e : {Extremum::Minimum, Extremum::Maximum, Extremum::Range}) {
+                        auto run = [&](const ImageView& s, const ImageView& d, FilterPath p) {
+                            MorphologyView(s, d, e, size, p);
+                        };
+                        ExpectPathsAgree(src.get(), "extremum border", run);
+                    }
+                }
+            }
+        }
+        Owned wide(BufferImage::Make(67, 3, bpp, ModelFor(bpp), 1));
+        wide->FillRandom(static_cast<uint32_t>(random()));
+        for (int size : {64, 65}) {
+            auto run = [&](const ImageView& s, const ImageView& d, FilterPath p) {
+                MorphologyView(s, d, Extremum::Range, size, p);
+            };
+            ExpectPathsAgree(wide.get(), "extremum wide window", run);
+        }
+    }
+}
+
 TEST(FilterVectorSteps, MediansMatchScalarLoops) {
     // Few distinct keys make ties common, so the choice among equal keys is
     // tested, not only the middle key.
