@@ -1,6 +1,7 @@
 // Morphology, edge and contour filters: Erode, Dilate, Edge and Contour.
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <type_traits>
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -321,6 +322,80 @@ void ExtremumBorderRow(const ImageView& src, const ImageView& dst, Extremum extr
     for (int64_t x = xs.last + 1; x < src.width; ++x) pixel(x);
 }
 
+#if defined(__SSE2__)
+// kCount bytes from p in the low bytes, read by whole loads of one, two,
+// four or eight bytes (an odd-sized copy would go through the stack).
+template <int kCount>
+inline uint64_t LoadBytes(const unsigned char* p) {
+    static_assert(kCount >= 1 && kCount <= 8, "up to eight bytes");
+    if constexpr (kCount == 1) {
+        return p[0];
+    } else if constexpr (kCount == 2 || kCount == 4 || kCount == 8) {
+        using Word =
+            std::conditional_t<kCount == 2, uint16_t, std::conditional_t<kCount == 4, uint32_t, uint64_t>>;
+        Word word;
+        std::memcpy(&word, p, kCount);
+        return word;
+    } else {
+        constexpr int kLow = kCount > 4 ? 4 : 2;
+        return LoadBytes<kLow>(p) | LoadBytes<kCount - kLow>(p + kLow) << (8 * kLow);
+    }
+}
+
+// Two neighbouring pixels' bytes from p, in the low lanes.
+template <int kBytes>
+inline __m128i LoadPixelPair(const unsigned char* p) {
+    return _mm_cvtsi64_si128(static_cast<long long>(LoadBytes<2 * kBytes>(p)));
+}
+
+template <bool kMinimum>
+inline __m128i ExtremeOf(__m128i a, __m128i b) {
+    return kMinimum ? _mm_min_epu8(a, b) : _mm_max_epu8(a, b);
+}
+
+// The first and last output of row y of a 3 x 3 window over an image at least
+// three pixels wide, in vector lanes: each takes the extremes of its two
+// inside columns down the three window rows and of the outside colour (its
+// third column). A 32-bit pixel's alpha is its bottom-right neighbour's.
+template <int kBytes, Extremum kExtremum>
+void ExtremumBorder3(const ImageView& src, const ImageView& dst, int64_t y, const unsigned char* outsideRow) {
+    constexpr int kChannels = kBytes < 3 ? kBytes : 3;
+    auto rowAt = [&](int64_t index) {
+        return index < 0 || index >= src.height ? outsideRow : src.Row(static_cast<int>(index));
+    };
+    const unsigned char* const top = rowAt(y - 1);
+    const unsigned char* const middle = rowAt(y);
+    const unsigned char* const bottom = rowAt(y + 1);
+    const __m128i outsidePixel = _mm_cvtsi64_si128(static_cast<long long>(LoadBytes<kBytes>(outsideRow)));
+    unsigned char* const out = dst.Row(static_cast<int>(y));
+    auto pixel = [&](size_t pairOffset, unsigned char* o, unsigned char alpha) {
+        const __m128i t = LoadPixelPair<kBytes>(top + pairOffset);
+        const __m128i m = LoadPixelPair<kBytes>(middle + pairOffset);
+        const __m128i b = LoadPixelPair<kBytes>(bottom + pairOffset);
+        auto extreme = [&](auto minimum) {
+            constexpr bool kMin = decltype(minimum)::value;
+            const __m128i column = ExtremeOf<kMin>(ExtremeOf<kMin>(t, m), b);
+            return ExtremeOf<kMin>(ExtremeOf<kMin>(column, _mm_srli_si128(column, kBytes)), outsidePixel);
+        };
+        __m128i result;
+        if (kExtremum == Extremum::Minimum)
+            result = extreme(std::true_type{});
+        else if (kExtremum == Extremum::Maximum)
+            result = extreme(std::false_type{});
+        else
+            result = _mm_sub_epi8(extreme(std::false_type{}), extreme(std::true_type{}));
+        const uint32_t bytes = static_cast<uint32_t>(_mm_cvtsi128_si32(result));
+        for (int k = 0; k < kChannels; ++k) o[k] = static_cast<unsigned char>(bytes >> (8 * k));
+        if (kBytes == 4) o[3] = alpha;
+    };
+    // The first output's window is the outside column and columns 0 and 1;
+    // the last's columns width - 2 and width - 1 and the outside column.
+    const size_t lastPair = static_cast<size_t>(src.width - 2) * kBytes;
+    pixel(0, out, kBytes == 4 ? bottom[kBytes + 3] : 0);
+    pixel(lastPair, out + lastPair + kBytes, kBytes == 4 ? outsideRow[3] : 0);
+}
+#endif
+
 // The contour rule: per channel, a neighbour replaces the kept value t when
 // its difference to the centre exceeds t, and then t becomes the neighbour's
 // value itself. Neighbours come column by column, top to bottom in each.
@@ -382,14 +457,26 @@ void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremu
         const unsigned char channels[4] = {
             static_cast<unsigned char>(BlueOf(outside)), static_cast<unsigned char>(GreenOf(outside)),
             static_cast<unsigned char>(RedOf(outside)), static_cast<unsigned char>(AlphaOf(outside))};
-        for (size_t n = 0; n < static_cast<size_t>(src.width) * bytes; ++n)
-            outsideRow[n] = channels[n % bytes];
+        // One pixel, then the filled part copied after itself until the row is full.
+        const size_t outsideLanes = static_cast<size_t>(src.width) * bytes;
+        std::memcpy(outsideRow, channels, static_cast<size_t>(bytes));
+        for (size_t filled = static_cast<size_t>(bytes); filled < outsideLanes; filled *= 2)
+            std::memcpy(outsideRow + filled, outsideRow, std::min(filled, outsideLanes - filled));
         // The border columns of each row, read and written directly while the
         // row is cached; windows beyond kBorderRowsMax rows pixel by pixel.
         auto interior = [&](auto bytesConstant) {
             constexpr int kBytes = decltype(bytesConstant)::value;
             auto directBorder = [&](int64_t y) {
-                if (size == 3)
+#if defined(__SSE2__)
+                if (vectorise && size == 3 && extremum == Extremum::Minimum)
+                    ExtremumBorder3<kBytes, Extremum::Minimum>(src, dst, y, outsideRow);
+                else if (vectorise && size == 3 && extremum == Extremum::Maximum)
+                    ExtremumBorder3<kBytes, Extremum::Maximum>(src, dst, y, outsideRow);
+                else if (vectorise && size == 3)
+                    ExtremumBorder3<kBytes, Extremum::Range>(src, dst, y, outsideRow);
+                else
+#endif
+                    if (size == 3)
                     ExtremumBorderRow<kBytes, 3>(src, dst, extremum, size, xs, y, outsideRow);
                 else if (size <= kBorderRowsMax)
                     ExtremumBorderRow<kBytes, 0>(src, dst, extremum, size, xs, y, outsideRow);
