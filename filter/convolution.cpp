@@ -351,7 +351,6 @@ __attribute__((target("avx2"))) size_t ConvolveSeparableAvx2(const unsigned char
     }
     return lanes;
 }
-const bool kHasAvx2 = __builtin_cpu_supports("avx2");
 
 // The AVX2 separable step fitted to the kernel: the box and the binomial 3 x 3
 // windows with their factors built in, any other through the factor tables.
@@ -450,12 +449,7 @@ void ConvolveView(const ImageView& src, const ImageView& dst, const int* kernel,
 
     Span xs, ys;  // outputs computed on the fast path
     const int bytes = path != FilterPath::General && size > 0 ? DirectPixelBytes(src) : 0;
-    const bool vectorise = path == FilterPath::Fast || path == FilterPath::Baseline;
-#if defined(__x86_64__)
-    const bool wide = path == FilterPath::Fast && kHasAvx2;
-#else
-    const bool wide = false;
-#endif
+    const auto [vectorise, wide] = StepsOf(path);
     uint32_t* sums = nullptr;
     if (bytes != 0) {
         xs = InteriorOutputs(size, src.width);

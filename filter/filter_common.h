@@ -144,6 +144,20 @@ void WithPixelKind(const ImageView& view, FilterPath path, Fn&& fn) {
     fn(AnyPixels{});
 }
 
+// Whether the processor runs the AVX2 steps; read once when the module loads.
+extern const bool kProcessorHasAvx2;
+
+// The vector steps a call on `path` may take: the 16-lane steps (Fast and
+// Baseline) and the AVX2 steps (Fast, on processors that have them).
+struct PathSteps {
+    bool vector;
+    bool wide;
+};
+inline PathSteps StepsOf(FilterPath path) {
+    return PathSteps{path == FilterPath::Fast || path == FilterPath::Baseline,
+                     path == FilterPath::Fast && kProcessorHasAvx2};
+}
+
 // Bytes per pixel of the depths with a direct fast path, 0 for the others.
 inline int DirectPixelBytes(const ImageView& view) {
     if (view.bits == nullptr) return 0;

@@ -501,11 +501,9 @@ __attribute__((target("avx2"))) size_t Median5ChoicesAvx2(const unsigned char* c
                                                           unsigned char* choices) {
     return Median5Choices<RankLanes32>(keyRows, outputs, choices);
 }
-const bool kHasAvx2 = __builtin_cpu_supports("avx2");
 #else
 size_t Median3ChoicesAvx2(const unsigned char* const*, size_t, unsigned char*) { return 0; }
 size_t Median5ChoicesAvx2(const unsigned char* const*, size_t, unsigned char*) { return 0; }
-constexpr bool kHasAvx2 = false;
 #endif
 
 // Scalar choice of one output from its window of keys (flipped as above for 5 x 5).
@@ -629,8 +627,7 @@ bool MedianColour(const ImageView& src, const ImageView& dst, FilterPath path) {
     if (scratch == nullptr) return false;
     const uint32_t outside = OutsideColor(src);
     const unsigned char outsideKey = static_cast<unsigned char>(ColorKey(outside) ^ kFlip);
-    const bool wide = path == FilterPath::Fast && kHasAvx2;
-    const bool vectorise = path == FilterPath::Fast || path == FilterPath::Baseline;
+    const auto [vectorise, wide] = StepsOf(path);
 
     unsigned char* keys[kSize];
     for (int r = 0; r < kSize; ++r) keys[r] = scratch + static_cast<size_t>(r) * padded;
@@ -719,9 +716,9 @@ void MedianView(const ImageView& src, const ImageView& dst, int size, FilterPath
     // Without neighbours there is nothing to rank; the pixel itself is kept.
     const int64_t effectiveSize = size > 0 ? size : 1;
     if (path != FilterPath::General && src.bits != nullptr && src.bitCount == 8) {
-        const bool histograms =
-            (path == FilterPath::Fast || path == FilterPath::Baseline) && effectiveSize >= kHistogramSize &&
-            MedianGreyHistograms(src, dst, effectiveSize, path == FilterPath::Fast && kHasAvx2);
+        const bool histograms = (path == FilterPath::Fast || path == FilterPath::Baseline) &&
+                                effectiveSize >= kHistogramSize &&
+                                MedianGreyHistograms(src, dst, effectiveSize, StepsOf(path).wide);
         if (!histograms) MedianGreyRows(src, dst, effectiveSize);
         return;
     }

@@ -175,7 +175,6 @@ __attribute__((target("avx2"))) size_t MinMax3Avx2(const unsigned char* const ro
     }
     return lanes;
 }
-const bool kHasAvx2 = __builtin_cpu_supports("avx2");
 #endif
 
 // Outputs whose window lies inside the image's columns, every row, straight
@@ -421,12 +420,7 @@ void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremu
     const uint32_t outside = OutsideColor(src);
     Span xs, ys;  // outputs computed on the fast path
     const int bytes = path != FilterPath::General && size > 0 ? DirectPixelBytes(src) : 0;
-    const bool vectorise = path == FilterPath::Fast || path == FilterPath::Baseline;
-#if defined(__x86_64__)
-    const bool wide = path == FilterPath::Fast && kHasAvx2;
-#else
-    const bool wide = false;
-#endif
+    const auto [vectorise, wide] = StepsOf(path);
     unsigned char* scratch = nullptr;
     if (bytes != 0) {
         xs = InteriorOutputs(size, src.width);
