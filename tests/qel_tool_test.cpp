@@ -27,17 +27,8 @@ struct Outcome {
 };
 
 // A fresh folder per test, removed afterwards.
-class QelTool : public ::testing::Test {
+class QelTool : public qeltest::ScratchFolderTest {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/qel-tool-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir_ = pattern;
-    }
-    void TearDown() override { std::system(("rm -rf '" + dir_ + "'").c_str()); }
-
-    std::string Path(const std::string& name) const { return dir_ + "/" + name; }
-
     // Runs ./qel with the arguments (split on spaces; names without a slash
     // are taken from the test folder when they exist there or end in an
     // image extension).
@@ -70,8 +61,6 @@ protected:
         for (std::string name; std::getline(in, name);) names.push_back(name);
         return names;
     }
-
-    std::string dir_;
 };
 
 // ---- fixtures written without the tool ------------------------------------

@@ -39,16 +39,8 @@ std::string PngWithSize(uint32_t width, uint32_t height) {
            chunk("IEND", "");
 }
 
-class QelHostile : public ::testing::Test {
+class QelHostile : public qeltest::ScratchFolderTest {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/qel-hostile-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir_ = pattern;
-    }
-    void TearDown() override { std::system(("rm -rf '" + dir_ + "'").c_str()); }
-    std::string Path(const std::string& name) const { return dir_ + "/" + name; }
-
     Outcome Qel(const std::vector<std::string>& words) {
         std::string command = "./qel";
         for (const std::string& word : words) command += " '" + word + "'";
@@ -93,7 +85,6 @@ protected:
             << name << " status " << outcome.status << ": " << outcome.err;
         std::remove(Path("out.ppm").c_str());
     }
-    std::string dir_;
 };
 
 TEST_F(QelHostile, TruncatedAndCorruptFilesOfEveryFormatEndInAnError) {

@@ -3,9 +3,11 @@
 // not depend on the codec under test).
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -46,5 +48,19 @@ inline std::string BigEndian(uint32_t value) {
 inline std::string PngChunk(const std::string& type, const std::string& data) {
     return BigEndian(static_cast<uint32_t>(data.size())) + type + data + BigEndian(Crc32(type + data));
 }
+
+// A test with a fresh scratch folder of its own, removed afterwards.
+class ScratchFolderTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/qel-test-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        dir_ = pattern;
+    }
+    void TearDown() override { std::system(("rm -rf '" + dir_ + "'").c_str()); }
+    std::string Path(const std::string& name) const { return dir_ + "/" + name; }
+
+    std::string dir_;
+};
 
 }  // namespace qeltest
