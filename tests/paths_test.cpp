@@ -1,0 +1,499 @@
+// Fast, vector and general paths of the pixel kernels give the same bytes on
+// random images of every depth, odd sizes, padded and bottom-up rows, and on
+// the hard cases of each (clamped sums, ties, windows beyond the image).
+// Filters are also held to a literal neighbour-by-neighbour reference.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <string>
+
+#include "color/color_kernels.h"
+#include "filter/filter_kernels.h"
+#include "support/component_test.h"
+#include "support/kernel_output.h"
+#include "transform/box_rows.h"
+#include "transform/circle_kernel.h"
+#include "transform/kernel_grid.h"
+#include "transform/skew_quad.h"
+#include "transform/turn_drawing.h"
+
+namespace {
+
+using namespace qeltest;
+using Owned = SmartPtr<BufferImage>;
+
+// A random image; `keep` masks every byte (few distinct values make ties).
+Owned Random(int w, int h, int bpp, uint32_t seed, int padding, bool bottomUp, unsigned char keep = 0xFF) {
+    Owned image(BufferImage::Make(w, h, bpp, ModelFor(bpp), padding, bottomUp));
+    image->FillRandom(seed);
+    for (int y = 0; y < h && keep != 0xFF; ++y)
+        for (int n = 0; n < std::abs(image->Stride()); ++n) image->Row(y)[n] &= keep;
+    return image;
+}
+
+// Runs `run(destination, path)` for each path into a fresh image (paddings 0
+// to 3, every other one bottom-up) whose pixels start as the same bytes. Every path must leave the first
+// path's pixel bytes (or the reference's) and must not touch row padding or guards. Returns those bytes.
+template <class Path, class Run>
+Bytes ExpectPathsAgree(const std::string& what, int w, int h, int bpp, unsigned model,
+                       std::initializer_list<Path> paths, Run&& run, const Bytes* reference = nullptr) {
+    Bytes expected;
+    int n = 0;
+    for (Path path : paths) {
+        Owned dest(BufferImage::Make(w, h, bpp, model, n % 4, n % 2 == 1));
+        dest->FillRandom(99);
+        Bytes start(PixelBytes(dest.Get()).size());  // zero where a reference was made on a fresh image
+        std::mt19937 random(7);
+        for (unsigned char& byte : start)
+            byte = reference != nullptr ? 0 : static_cast<unsigned char>(random());
+        SetPixelBytes(dest.Get(), start);
+        const Bytes padding = PaddingOf(dest.Get());
+        run(ReadImageView(dest.Get()), path);
+        const Bytes bytes = PixelBytes(dest.Get());
+        if (n++ == 0) expected = reference != nullptr ? *reference : bytes;
+        EXPECT_EQ(bytes, expected) << what << ", path " << n - 1 << ", " << bpp << " bits " << w << "x" << h
+                                   << "\n"
+                                   << HexRows(bytes, qel::PixelsOf(dest.Get()).RowBytes()) << "expected\n"
+                                   << HexRows(expected, qel::PixelsOf(dest.Get()).RowBytes());
+        if (bytes != expected) return expected;
+        EXPECT_EQ(PaddingOf(dest.Get()), padding) << what << " wrote into row padding";
+        EXPECT_TRUE(dest->GuardsIntact()) << what;
+    }
+    return expected;
+}
+
+// Every filter path from one source; the general path first.
+template <class Run>
+Bytes ExpectFilterPaths(const std::string& what, BufferImage* source, Run&& run,
+                        const Bytes* reference = nullptr) {
+    const ImageView s = ReadImageView(source);
+    const Bytes bytes = ExpectPathsAgree(
+        what, s.width, s.height, s.bitCount, ModelFor(s.bitCount),
+        {FilterPath::General, FilterPath::Fast, FilterPath::Baseline, FilterPath::Plain},
+        [&](const ImageView& to, FilterPath path) { run(s, to, path); }, reference);
+    EXPECT_TRUE(source->GuardsIntact());
+    return bytes;
+}
+
+// ---- literal references: every neighbour visited one by one, columns outer ----
+
+std::vector<uint32_t> Neighbours(IQEL* image, int x, int y, int size) {
+    std::vector<uint32_t> colours;
+    for (int i = 0; i < size; ++i)
+        for (int j = 0; j < size; ++j) colours.push_back(ColourAt(image, x - size / 2 + i, y - size / 2 + j));
+    return colours;
+}
+
+template <class ColourOf>
+Bytes Reference(IQEL* source, ColourOf colourOf) {
+    const qel::Pixels s = qel::PixelsOf(source);
+    Owned dest(BufferImage::Make(s.width, s.height, s.bitCount, ModelFor(s.bitCount)));
+    for (int y = 0; y < s.height; ++y)
+        for (int x = 0; x < s.width; ++x) PutColour(dest.Get(), x, y, colourOf(x, y));
+    return PixelBytes(dest.Get());
+}
+
+Bytes ReferenceConvolution(IQEL* src, const int* kernel, int size, int divisor, int offset) {
+    return Reference(src, [&](int x, int y) {
+        const std::vector<uint32_t> around = Neighbours(src, x, y, size);
+        int sum[3] = {0, 0, 0};
+        for (size_t n = 0; n < around.size(); ++n) {
+            const int w = kernel[(n % size) * size + n / size];
+            sum[0] += BlueOf(around[n]) * w, sum[1] += GreenOf(around[n]) * w, sum[2] += RedOf(around[n]) * w;
+        }
+        for (int& v : sum) v = ClampToByte((divisor != 0 ? v / divisor : v) + offset);
+        return PackColor(sum[0], sum[1], sum[2], around.empty() ? 0 : AlphaOf(around.back()));
+    });
+}
+
+Bytes ReferenceExtremum(IQEL* src, Extremum extremum, int size) {
+    return Reference(src, [&](int x, int y) {
+        int low[3] = {255, 255, 255}, high[3] = {0, 0, 0};
+        const std::vector<uint32_t> around = Neighbours(src, x, y, size);
+        for (uint32_t c : around) {
+            const int ch[3] = {BlueOf(c), GreenOf(c), RedOf(c)};
+            for (int k = 0; k < 3; ++k) low[k] = std::min(low[k], ch[k]), high[k] = std::max(high[k], ch[k]);
+        }
+        int out[3];
+        for (int k = 0; k < 3; ++k)
+            out[k] = extremum == Extremum::Minimum   ? low[k]
+                     : extremum == Extremum::Maximum ? high[k]
+                                                     : high[k] - low[k];
+        return PackColor(out[0], out[1], out[2], around.empty() ? 0 : AlphaOf(around.back()));
+    });
+}
+
+Bytes ReferenceContour(IQEL* src) {
+    return Reference(src, [&](int x, int y) {
+        const uint32_t c = ColourAt(src, x, y);
+        int t[3] = {0, 0, 0};
+        for (uint32_t n : Neighbours(src, x, y, 3)) {
+            if (BlueOf(n) - BlueOf(c) > t[0]) t[0] = BlueOf(n);
+            if (GreenOf(n) - GreenOf(c) > t[1]) t[1] = GreenOf(n);
+            if (RedOf(n) - RedOf(c) > t[2]) t[2] = RedOf(n);
+        }
+        return PackColor(255 - t[0], 255 - t[1], 255 - t[2], AlphaOf(c));
+    });
+}
+
+// The median must be a whole neighbour colour whose key has the middle rank.
+void ExpectMedianRanks(IQEL* src, const Bytes& median, int size) {
+    const qel::Pixels s = qel::PixelsOf(src);
+    Owned out = ImageOf(s.width, s.height, s.bitCount, ModelFor(s.bitCount), median);
+    const uint32_t mask = s.bitCount == 32 ? 0xFFFFFFFFu : 0x00FFFFFFu;
+    for (int y = 0; y < s.height; ++y)
+        for (int x = 0; x < s.width; ++x) {
+            const std::vector<uint32_t> records = Neighbours(src, x, y, size);
+            std::vector<int> keys;
+            for (uint32_t c : records) keys.push_back(ColorKey(c));
+            std::nth_element(keys.begin(), keys.begin() + keys.size() / 2, keys.end());
+            const int key = keys[keys.size() / 2];
+            const uint32_t chosen = ColourAt(out.Get(), x, y) & mask;
+            ASSERT_TRUE(std::any_of(records.begin(), records.end(),
+                                    [&](uint32_t c) { return ColorKey(c) == key && (c & mask) == chosen; }))
+                << s.bitCount << " bits size " << size << " at " << x << "," << y;
+        }
+}
+
+// ---- filters ----
+
+TEST(FilterPaths, ConvolutionOfEveryDepthMatchesTheLiteralSum) {
+    std::mt19937 random(5);
+    const int shapes[][2] = {{1, 1}, {2, 3}, {17, 9}, {64, 33}};
+    for (int bpp : {1, 4, 8, 24, 32})
+        for (const auto& wh : shapes)
+            for (int size : {1, 2, 3, 4, 5, 6, 7, 12, 0, -3}) {
+                Owned src = Random(wh[0], wh[1], bpp, static_cast<uint32_t>(random()), 3, size == 4);
+                std::vector<int> kernel(static_cast<size_t>(size > 0 ? size * size : 1));
+                for (int& w : kernel) w = static_cast<int>(random() % 15) - 4;
+                const int divisor = static_cast<int>(random() % 20) - 3;
+                const int offset = static_cast<int>(random() % 60) - 30;
+                const Bytes reference = ReferenceConvolution(src.Get(), kernel.data(), size, divisor, offset);
+                ExpectFilterPaths(
+                    "convolution size " + std::to_string(size), src.Get(),
+                    [&](const ImageView& s, const ImageView& d, FilterPath p) {
+                        ConvolveView(s, d, kernel.data(), size, divisor, offset, p);
+                    },
+                    &reference);
+            }
+}
+
+TEST(FilterPaths, ConvolutionVectorStepsAroundTheirLimits) {
+    struct Kernel {
+        std::vector<int> weights;
+        int size, divisor, offset;
+    };
+    std::vector<Kernel> kernels = {
+        {{1, 1, 1, 1, 1, 1, 1, 1, 1}, 3, 9, 0},            // 16-bit sums, divided
+        {{-1, -1, -1, -1, 15, -1, -1, -1, -1}, 3, 7, 0},   // negative sums
+        {{0, 0, -1, 0, 0, 0, 1, 0, 0}, 3, 0, 127},         // no division, offset
+        {{2, -3, 5, 1}, 2, 1, -20},                        // even size, divisor 1
+        {{1, 2, 1, 2, 4, 2, 1, 2, 1}, 3, -1, 300},         // negative divisor
+        {{128, 0, 0, 0, 0, 0, 0, 0, 1}, 3, 3, 0},          // sums just past 16 bits
+        {{127, 1, -128, 0, 0, 0, 0, 0, 0}, 3, 2, -40000},  // offset past 16 bits
+        {{-128, 0, 0, 0, 0, 0, 0, 0, 0}, 3, 255, 1},       // sum reaching -32640
+        {{1, 2, 1, 2, 4, 2, 1, 2, 1}, 3, 16, 0},           // separable, summed down then across
+    };
+    // Separable 5 x 5 with negative and zero factors: (1, -2, 0, 3, 1) down, (2, 0, -1, 1, 1) across.
+    Kernel outer{std::vector<int>(25), 5, 6, 10};
+    const int column[5] = {1, -2, 0, 3, 1}, row[5] = {2, 0, -1, 1, 1};
+    for (int n = 0; n < 25; ++n) outer.weights[n] = column[n / 5] * row[n % 5];
+    kernels.push_back(outer);
+    std::mt19937 random(11);
+    for (int trial = 0; trial < 4; ++trial) {
+        Kernel k{std::vector<int>(25), 5, static_cast<int>(random() % 300) - 20,
+                 static_cast<int>(random() % 80) - 40};
+        for (int& w : k.weights) w = static_cast<int>(random() % 11) - 5;
+        kernels.push_back(k);
+    }
+    // Two-row images: every window of 3 x 3 and larger reaches above and below.
+    for (int bpp : {8, 24, 32})
+        for (int width : {1, 5, 16, 17, 18, 22, 33, 34, 35, 47, 70}) {
+            Owned src = Random(width, width % 3 == 2 ? 2 : 6, bpp, random(), width % 3, width % 2 == 1);
+            for (const Kernel& k : kernels)
+                ExpectFilterPaths("convolution", src.Get(),
+                                  [&](const ImageView& s, const ImageView& d, FilterPath p) {
+                                      ConvolveView(s, d, k.weights.data(), k.size, k.divisor, k.offset, p);
+                                  });
+        }
+    // White, striped and patterned images drive sums to both ends of their range,
+    // where a multiply-high division or a power-of-two shift would first go wrong.
+    for (int source = 0; source < 3; ++source) {
+        Owned src = Random(source == 2 ? 45 : 40, source == 2 ? 4 : 5, 24, 1, 0, false);
+        const qel::Pixels p = qel::PixelsOf(src.Get());
+        for (int y = 0; y < p.height; ++y)
+            for (size_t n = 0; n < p.RowBytes(); ++n)
+                p.Row(y)[n] = source == 0   ? 255
+                              : source == 1 ? (n % 7 == 0 ? 0 : 255)
+                                            : static_cast<unsigned char>((n * 37 + y * 11) % 256);
+        const int edge[9] = {16, 16, 16, 16, 0, -16, 16, 16, 16};
+        for (int divisor = 2; divisor < 200; divisor += 7)
+            ExpectFilterPaths("extreme sums", src.Get(),
+                              [&](const ImageView& s, const ImageView& d, FilterPath path) {
+                                  ConvolveView(s, d, edge, 3, divisor, 3, path);
+                              });
+        for (int m : {1, 2, 3}) {
+            const int weights[9] = {1, m, 1, m, m * m, m, 1, m, 1};
+            for (int divisor : {2, 4, 8, 16, 32, 64})
+                ExpectFilterPaths("power-of-two divisor", src.Get(),
+                                  [&](const ImageView& s, const ImageView& d, FilterPath path) {
+                                      ConvolveView(s, d, weights, 3, divisor, 0, path);
+                                  });
+        }
+    }
+}
+
+// Erode, Dilate, Edge (against the reference), Median (a neighbour of middle
+// rank) and Contour of one source, each on every path.
+enum Neighbourhoods { kExtremes = 1, kMedian = 2, kContour = 4 };
+void ExpectNeighbourhoods(BufferImage* src, std::initializer_list<int> sizes, int which) {
+    for (int size : sizes) {
+        const std::string at = " size " + std::to_string(size);
+        for (Extremum e : {Extremum::Minimum, Extremum::Maximum, Extremum::Range}) {
+            if (!(which & kExtremes)) break;
+            const Bytes reference = size > 0 ? ReferenceExtremum(src, e, size) : Bytes();
+            ExpectFilterPaths(
+                "extremum" + at, src,
+                [&](const ImageView& s, const ImageView& d, FilterPath p) {
+                    MorphologyView(s, d, e, size, p);
+                },
+                size > 0 ? &reference : nullptr);
+        }
+        if (which & kMedian) {
+            const Bytes median = ExpectFilterPaths(
+                "median" + at, src,
+                [&](const ImageView& s, const ImageView& d, FilterPath p) { MedianView(s, d, size, p); });
+            if (size > 0) ExpectMedianRanks(src, median, size);
+        }
+    }
+    if (which & kContour) {
+        const Bytes reference = ReferenceContour(src);
+        ExpectFilterPaths(
+            "contour", src,
+            [&](const ImageView& s, const ImageView& d, FilterPath p) { ContourView(s, d, p); }, &reference);
+    }
+}
+
+TEST(FilterPaths, NeighbourhoodsOfEveryDepthMatchTheirReferences) {
+    std::mt19937 random(17);
+    const int shapes[][2] = {{1, 1}, {2, 3}, {17, 9}, {64, 33}};
+    for (int bpp : {1, 4, 8, 24, 32})
+        for (const auto& wh : shapes) {
+            Owned src = Random(wh[0], wh[1], bpp, random(), 3, wh[0] == 17);
+            ExpectNeighbourhoods(src.Get(), {1, 2, 3, 4, 5, 6, 7, 12}, kExtremes | kMedian | kContour);
+        }
+}
+
+TEST(FilterPaths, NeighbourhoodVectorStepsAndBorders) {
+    std::mt19937 random(12);
+    for (int bpp : {8, 24, 32}) {
+        // Heights below the window make rows above and below the image take part.
+        for (int width : {3, 16, 18, 21, 34, 50})
+            for (int height : {1, 2, 7}) {
+                Owned src = Random(width, height, bpp, random(), 2, width % 2 == 0);
+                ExpectNeighbourhoods(src.Get(), {-1, 0, 1, 2, 3, 5, 8}, kExtremes);
+            }
+        // Nearly all border: every pixel meets outside columns, rows or both.
+        for (int width = 1; width <= 5; ++width)
+            for (int height = 1; height <= 4; ++height) {
+                Owned src = Random(width, height, bpp, random(), 3, height % 2 == 0);
+                ExpectNeighbourhoods(src.Get(), {2, 3, 4}, kExtremes);
+            }
+        // Windows wider than the rows the direct border holds.
+        Owned wide = Random(67, 3, bpp, random(), 1, false);
+        ExpectNeighbourhoods(wide.Get(), {64, 65}, kExtremes);
+        // Few distinct keys make ties common: the choice among equal keys counts.
+        for (int width : {1, 2, 3, 4, 5, 6, 17, 18, 19, 35, 37, 52, 70})
+            for (int height : {1, 3, 5, 6, 9}) {
+                Owned src = Random(width, height, bpp, random(), width % 4, height == 6, 0xC3);
+                ExpectNeighbourhoods(src.Get(), {3, 2, 5}, kMedian);
+            }
+    }
+    // Grey windows from 7 up take the column histograms: windows beyond the
+    // image, even sizes, keys crowded into one coarse bin or spread over all.
+    for (int width : {1, 2, 7, 16, 33, 70})
+        for (int height : {1, 4, 9, 23})
+            for (unsigned char keep : {0xFF, 0x0F, 0x81}) {
+                Owned src = Random(width, height, 8, random(), width % 4, height == 4, keep);
+                ExpectNeighbourhoods(src.Get(), {7, 8, 15, 40}, kMedian);
+            }
+}
+
+TEST(FilterPaths, SizesFarBeyondTheImageReadOnlyInside) {
+    Owned src = Random(5, 4, 24, 2, 1, false);
+    Owned out(BufferImage::Make(5, 4, 24, QEL_MODEL_BGR, 1));
+    // Nearly every neighbour is outside: the top-left colour's key is the median's.
+    MedianView(ReadImageView(src.Get()), ReadImageView(out.Get()), 1 << 20, FilterPath::Fast);
+    for (int x = 0; x < 5; ++x)
+        EXPECT_EQ(ColorKey(ColourAt(out.Get(), x, 3)), ColorKey(ColourAt(src.Get(), 0, 0)));
+    MorphologyView(ReadImageView(src.Get()), ReadImageView(out.Get()), Extremum::Maximum, 1 << 30,
+                   FilterPath::Fast);
+    EXPECT_EQ(PixelBytes(out.Get()),
+              ReferenceExtremum(src.Get(), Extremum::Maximum, 9));  // 9 covers the image
+    EXPECT_TRUE(out->GuardsIntact() && src->GuardsIntact());
+}
+
+// ---- transforms ----
+
+TEST(TransformPaths, SkewAndCircleOfEveryDepth) {
+    for (int bpp : {1, 4, 8, 16, 24, 32})
+        for (int alpha : {0, 1}) {
+            Owned src(BufferImage::Make(13, 9, bpp, QEL_MODEL_ARGB, 3, bpp == 24));
+            src->FillRandom(static_cast<uint32_t>(bpp + alpha));
+            const ImageView s = ReadImageView(src.Get());
+            const int outBpp = alpha ? 32 : bpp;
+            const SkewParams skew{0.37f, -0.61f, 6, 2, alpha != 0};
+            ExpectPathsAgree("skew", 13, 9, outBpp, 0, {PixelPath::General, PixelPath::Fast},
+                             [&](const ImageView& d, PixelPath p) { SkewPixels(s, d, skew, p); });
+            for (int mode : {0, 1, 2, 3, 4}) {
+                const CircleParams circle{mode, alpha != 0, 0.7f};
+                ExpectPathsAgree("circle mode " + std::to_string(mode), 13, 9, outBpp, 0,
+                                 {PixelPath::General, PixelPath::Fast},
+                                 [&](const ImageView& d, PixelPath p) { CirclePixels(s, d, circle, p); });
+            }
+        }
+}
+
+// Enlarging by whole and odd factors, one axis shrinking while the other
+// grows, images barely larger than the 12-tap window, widths leaving a partial
+// group of eight; whole ratios repeat weight sets (kept column x row
+// products), 30 x 13 to 60 x 75 has more kinds of row than are kept.
+TEST(TransformPaths, KernelGridLanesGiveTheScalarBytes) {
+    if (BestGridLanes() != GridLanes::Avx2) GTEST_SKIP() << "no AVX2 on this processor";
+    const int cases[][4] = {{13, 11, 26, 22},  {40, 37, 83, 75}, {17, 29, 51, 30}, {64, 9, 23, 40},
+                            {12, 12, 29, 31},  {5, 7, 19, 17},   {33, 20, 80, 20}, {9, 40, 20, 117},
+                            {50, 30, 100, 60}, {31, 26, 93, 78}, {21, 20, 84, 80}, {30, 13, 60, 75},
+                            {31, 23, 70, 61},  {31, 23, 62, 46}};
+    uint32_t seed = 1;
+    for (int bpp : {24, 32})
+        for (const auto& c : cases) {
+            // The last two read hard edges: weights above one clamp at 255, lobes beside black at 0.
+            const bool edges = c[2] == 70 || c[2] == 62;
+            Owned src =
+                edges ? HardEdges(c[0], c[1], bpp) : Random(c[0], c[1], bpp, seed, seed % 3, seed % 2);
+            ++seed;
+            const ImageView s = ReadImageView(src.Get());
+            for (int method = 2; method <= 15; ++method)
+                ExpectPathsAgree("grid method " + std::to_string(method), c[2], c[3], bpp, QEL_MODEL_BGR,
+                                 {GridLanes::Scalar, GridLanes::Avx2},
+                                 [&](const ImageView& d, GridLanes lanes) {
+                                     InterpolateGrid(s, d, float(c[0]) / float(c[2]),
+                                                     float(c[1]) / float(c[3]), method, lanes);
+                                 });
+            EXPECT_TRUE(src->GuardsIntact());
+        }
+}
+
+// Turns about the centre as Rotate keeps the size, frames larger and smaller
+// than the source, partial groups of eight, images barely wider than the
+// margin, and hard edges; into the source's depth and into 32 bits.
+TEST(TransformPaths, TurnDrawingLanesGiveTheScalarBytes) {
+    if (BestTurnLanes() != TurnLanes::Avx2) GTEST_SKIP() << "no AVX2 on this processor";
+    const int cases[][6] = {{37, 29, 37, 29, 30, 1}, {40, 40, 57, 57, 45, 0},  {13, 31, 31, 13, -75, 1},
+                            {9, 9, 9, 9, 10, 1},     {64, 21, 70, 50, 137, 0}, {23, 50, 23, 50, 200, 1},
+                            {8, 8, 12, 12, 3, 1},    {51, 17, 19, 41, -33, 0}, {33, 27, 33, 27, 21, 1}};
+    uint32_t seed = 1;
+    for (int bpp : {24, 32})
+        for (const auto& c : cases) {
+            Owned src =
+                c[0] == 33 ? HardEdges(33, 27, bpp) : Random(c[0], c[1], bpp, seed, seed % 3, seed % 2);
+            ++seed;
+            const float theta = -static_cast<float>(c[4]) * 1.5707964f / 90.0f;
+            TurnGeometry turn;
+            turn.k = static_cast<float>(std::cos(static_cast<double>(theta)));
+            turn.s = static_cast<float>(std::sin(static_cast<double>(theta)));
+            turn.aboutCentre = c[5] != 0;
+            turn.startX = (turn.aboutCentre ? 0.0f : 3.25f) - static_cast<float>(c[2]) * 0.5f;
+            turn.startY = turn.aboutCentre ? -static_cast<float>(c[3]) * 0.5f : 1.5f;
+            for (int destBpp : {bpp, 32})
+                for (int method = 0; method <= 15; ++method)
+                    ExpectPathsAgree("turn " + std::to_string(c[4]) + " method " + std::to_string(method),
+                                     c[2], c[3], destBpp, QEL_MODEL_BGR, {TurnLanes::Scalar, TurnLanes::Avx2},
+                                     [&](const ImageView& d, TurnLanes lanes) {
+                                         DrawTurned(ReadImageView(src.Get()), d, turn, method, lanes);
+                                     });
+        }
+}
+
+// Rows of every width up to 60 output pixels, from a 2-row source that ends
+// at its guards; four bytes of 255 sum to 1020, the most a 16-bit lane holds here.
+TEST(TransformPaths, HalvingRowsGiveTheScalarBytes) {
+    if (BestBoxLanes() != BoxLanes::Ssse3) GTEST_SKIP() << "no SSSE3 on this processor";
+    uint32_t seed = 3;
+    for (int bytes : {1, 3, 4})
+        for (int width = 1; width <= 60; ++width)
+            for (unsigned char keep : {0xFF, 0x01}) {
+                Owned src = Random(2 * width, 2, 8 * bytes, seed, 0, seed % 2 == 1);
+                ++seed;
+                // The extremes: first bytes sum 1 + 0 + 1 + 1 (truncated to 0), the others 4 x 255; alpha stays.
+                for (int n = 0; n < 2 * width * bytes && keep == 0x01; ++n) {
+                    const bool first = n % bytes == 0;
+                    src->Row(0)[n] = first ? (n / bytes % 2 ? 0 : 1) : 255;
+                    src->Row(1)[n] = first ? 1 : 255;
+                }
+                std::vector<ptrdiff_t> starts(static_cast<size_t>(width));
+                for (int x = 0; x < width; ++x) starts[size_t(x)] = ptrdiff_t{2} * x * bytes;
+                ASSERT_TRUE(BlocksFollowEachOther(starts.data(), width, bytes));
+                Bytes expected(static_cast<size_t>(width) * bytes, 0x5A), actual = expected;
+                HalveRow(src->Row(0), src->Row(1), starts.data(), expected.data(), width, bytes,
+                         BoxLanes::Scalar);
+                HalveRow(src->Row(0), src->Row(1), starts.data(), actual.data(), width, bytes,
+                         BoxLanes::Ssse3);
+                ASSERT_EQ(actual, expected) << bytes << " bytes, width " << width;
+                for (size_t n = 0; n < expected.size() && keep == 0x01; ++n)
+                    ASSERT_EQ(expected[n], n % bytes == 0 ? 0 : n % bytes == 3 ? 0x5A : 255) << bytes << " bytes, width " << width;
+                EXPECT_TRUE(src->GuardsIntact());
+            }
+    const ptrdiff_t overlapping[] = {0, 3, 6}, skipping[] = {0, 6, 15};
+    EXPECT_FALSE(BlocksFollowEachOther(overlapping, 3, 3));
+    EXPECT_FALSE(BlocksFollowEachOther(skipping, 3, 3));
+}
+
+// 24-bit Mirror stores four pixels a step, past the step: every width 1-40.
+TEST(TransformPaths, MirrorRowsOfEveryWidth) {
+    for (int width = 1; width <= 40; ++width) {
+        Owned src = Random(width, 1 + width % 3, 24, width, width % 4, width % 2);
+        SmartPtr<IQEL> mirrored;
+        ASSERT_EQ(Transform()->Mirror(src.Get(), mirrored.Out()), QEL_OK);
+        for (int y = 0; y < 1 + width % 3; ++y)
+            for (int x = 0; x < width; ++x)
+                ASSERT_EQ(ColourAt(mirrored.Get(), x, y), ColourAt(src.Get(), width - 1 - x, y)) << width;
+        EXPECT_TRUE(src->GuardsIntact());
+    }
+}
+
+// ---- colour: the byte-wise maps against a walk through the pixel helpers ----
+
+template <class Map>
+void ExpectMapMatchesPixelHelpers(const Map& map) {
+    const int sizes[][2] = {{1, 1}, {2, 1}, {1, 3}, {5, 2}, {9, 4}, {17, 3}, {33, 2}};
+    for (int bpp : {1, 4, 8, 16, 24, 25, 32})
+        for (const auto& size : sizes)
+            for (int padding : {0, 3}) {
+                const int w = size[0], h = size[1];
+                const uint32_t seed = static_cast<uint32_t>(bpp * 1000 + w * 10 + h);
+                Owned fast = Random(w, h, bpp, seed, padding, padding == 0),
+                      plain = Random(w, h, bpp, seed, padding, padding == 0);
+                color::MapPixels(ReadImageView(fast.Get()), map);
+                for (int y = 0; y < h; ++y)
+                    for (int x = 0; x < w; ++x) {
+                        const uint32_t c = ColourAt(plain.Get(), x, y);
+                        unsigned char bgr[3] = {(unsigned char)BlueOf(c), (unsigned char)GreenOf(c),
+                                                (unsigned char)RedOf(c)};
+                        map(bgr);
+                        PutColour(plain.Get(), x, y, PackColor(bgr[0], bgr[1], bgr[2], AlphaOf(c)));
+                    }
+                ASSERT_EQ(fast->Snapshot(), plain->Snapshot()) << bpp << " bits " << w << "x" << h;
+            }
+}
+
+TEST(ColourPaths, ByteWiseMapsMatchThePixelHelpers) {
+    ExpectMapMatchesPixelHelpers(color::ChannelShift(37, -20, 5));
+    ExpectMapMatchesPixelHelpers(color::BlackWhiteThreshold(100));
+    ExpectMapMatchesPixelHelpers(color::ColorizeTint(200, 255, 0.7f));
+    ExpectMapMatchesPixelHelpers(color::ColorizeTint(13, 90, 1.0f));
+}
+
+}  // namespace
