@@ -24,15 +24,6 @@ namespace {
 using namespace qeltest;
 using Owned = SmartPtr<BufferImage>;
 
-// A random image; `keep` masks every byte (few distinct values make ties).
-Owned Random(int w, int h, int bpp, uint32_t seed, int padding, bool bottomUp, unsigned char keep = 0xFF) {
-    Owned image(BufferImage::Make(w, h, bpp, ModelFor(bpp), padding, bottomUp));
-    image->FillRandom(seed);
-    for (int y = 0; y < h && keep != 0xFF; ++y)
-        for (int n = 0; n < std::abs(image->Stride()); ++n) image->Row(y)[n] &= keep;
-    return image;
-}
-
 // Runs `run(destination, path)` for each path into a fresh image (paddings 0
 // to 3, every other one bottom-up) whose pixels start as the same bytes. Every path must leave the first
 // path's pixel bytes (or the reference's) and must not touch row padding or guards. Returns those bytes.
@@ -427,7 +418,8 @@ TEST(TransformPaths, HalvingRowsGiveTheScalarBytes) {
             for (unsigned char keep : {0xFF, 0x01}) {
                 Owned src = Random(2 * width, 2, 8 * bytes, seed, 0, seed % 2 == 1);
                 ++seed;
-                // The extremes: first bytes sum 1 + 0 + 1 + 1 (truncated to 0), the others 4 x 255; alpha stays.
+                // The extremes: first bytes sum 1 + 0 + 1 + 1 (truncated to 0), the others 4 x 255; alpha
+                // stays.
                 for (int n = 0; n < 2 * width * bytes && keep == 0x01; ++n) {
                     const bool first = n % bytes == 0;
                     src->Row(0)[n] = first ? (n / bytes % 2 ? 0 : 1) : 255;
@@ -443,7 +435,10 @@ TEST(TransformPaths, HalvingRowsGiveTheScalarBytes) {
                          BoxLanes::Ssse3);
                 ASSERT_EQ(actual, expected) << bytes << " bytes, width " << width;
                 for (size_t n = 0; n < expected.size() && keep == 0x01; ++n)
-                    ASSERT_EQ(expected[n], n % bytes == 0 ? 0 : n % bytes == 3 ? 0x5A : 255) << bytes << " bytes, width " << width;
+                    ASSERT_EQ(expected[n], n % bytes == 0   ? 0
+                                           : n % bytes == 3 ? 0x5A
+                                                            : 255)
+                        << bytes << " bytes, width " << width;
                 EXPECT_TRUE(src->GuardsIntact());
             }
     const ptrdiff_t overlapping[] = {0, 3, 6}, skipping[] = {0, 6, 15};

@@ -41,6 +41,16 @@ SmartPtr<BufferImage> ImageOf(int width, int height, int bitCount, unsigned mode
     return image;
 }
 
+SmartPtr<BufferImage> Random(int width, int height, int bitCount, uint32_t seed, int padding, bool bottomUp,
+                             unsigned char keep) {
+    SmartPtr<BufferImage> image(
+        BufferImage::Make(width, height, bitCount, ModelFor(bitCount), padding, bottomUp));
+    image->FillRandom(seed);
+    for (int y = 0; y < height && keep != 0xFF; ++y)
+        for (int n = 0; n < std::abs(image->Stride()); ++n) image->Row(y)[n] &= keep;
+    return image;
+}
+
 SmartPtr<BufferImage> Uniform(int width, int height, int bitCount, uint32_t colour, int padding) {
     SmartPtr<BufferImage> image(BufferImage::Make(width, height, bitCount, ModelFor(bitCount), padding));
     for (int y = 0; y < height; ++y)

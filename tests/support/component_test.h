@@ -28,6 +28,10 @@ unsigned ModelFor(int bitCount);
 // A padded test image (random padding) with its pixel rows set from `bytes`.
 SmartPtr<BufferImage> ImageOf(int width, int height, int bitCount, unsigned model, const Bytes& bytes,
                               int padding = 3, bool bottomUp = false, int planes = 1);
+// A test image of random bytes, padding included; `keep` masks every byte
+// (few distinct values make ties).
+SmartPtr<BufferImage> Random(int width, int height, int bitCount, uint32_t seed, int padding = 0,
+                             bool bottomUp = false, unsigned char keep = 0xFF);
 // A padded test image of one colour, written through SetPixelColor.
 SmartPtr<BufferImage> Uniform(int width, int height, int bitCount, uint32_t colour, int padding = 3);
 

@@ -1,0 +1,356 @@
+// The transform component's orientation, depth, FillVoids, Resample and
+// Rotate operations, with exact bytes through the interface.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "image/sampling.h"
+#include "support/host_images.h"
+#include "transform/image_transform.h"
+
+namespace {
+
+using namespace qeltest;
+using Owned = SmartPtr<BufferImage>;
+
+// Pixel bytes counting up from 1 (padding random), so every pixel is recognisable.
+Owned Counting(int w, int h, int bpp, int padding = 0, bool bottomUp = false) {
+    Bytes bytes((static_cast<size_t>(w) * bpp + 7) / 8 * h);
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<unsigned char>(i + 1);
+    return ImageOf(w, h, bpp, bpp == 32 ? QEL_MODEL_ARGB : QEL_MODEL_BGR, bytes, padding, bottomUp);
+}
+
+CQELImageTransform* Direct() {
+    static SmartPtr<IQELTransform> component = [] {
+        SmartPtr<IQELTransform> made;
+        CQELImageTransform::_CreateInstance(nullptr, &IID_IQELTransform, made.OutVoid());
+        return made;
+    }();
+    return static_cast<CQELImageTransform*>(component.Get());
+}
+
+TEST(FlipAndMirror, ReverseRowsOrWholePixelsIntoANewImage) {
+    const struct {
+        bool mirror;
+        int w, h, bpp, padding;
+        bool bottomUp;
+        Bytes expected;
+    } cases[] = {
+        {false, 2, 3, 24, 0, false, {13, 14, 15, 16, 17, 18, 7, 8, 9, 10, 11, 12, 1, 2, 3, 4, 5, 6}},
+        {true, 3, 2, 32, 4, false, {9,  10, 11, 12, 5,  6,  7,  8,  1,  2,  3,  4,
+                                    21, 22, 23, 24, 17, 18, 19, 20, 13, 14, 15, 16}},
+        {true, 3, 1, 24, 0, true, {7, 8, 9, 4, 5, 6, 1, 2, 3}},
+        {true, 4, 1, 8, 0, false, {4, 3, 2, 1}},
+    };
+    for (const auto& c : cases) {
+        Owned source = Counting(c.w, c.h, c.bpp, c.padding, c.bottomUp);
+        const Bytes before = source->Snapshot();
+        SmartPtr<IQEL> result;
+        ASSERT_EQ(c.mirror ? Transform()->Mirror(source.Get(), result.Out())
+                           : Transform()->Flip(source.Get(), result.Out()),
+                  QEL_OK);
+        EXPECT_EQ(PixelBytes(result.Get()), c.expected) << c.mirror << " " << c.bpp;
+        EXPECT_EQ(source->Snapshot(), before);
+        EXPECT_EQ(RefCountOf(result.Get()) + source->RefCount(), 2u);
+    }
+    IQEL* result = nullptr;
+    EXPECT_EQ(Transform()->Flip(nullptr, &result), QEL_E_FAIL);
+    EXPECT_EQ(Transform()->Mirror(nullptr, &result), QEL_E_FAIL);
+}
+
+TEST(FlipBits, SwapsFirstAndThirdBytesAndOnlyHalfTheMiddleRowWithTheImage) {
+    Owned image = Counting(2, 2, 32, 3), grey = Counting(5, 2, 8);
+    const Bytes padded = image->Snapshot(), before = grey->Snapshot();
+    ASSERT_EQ(Transform()->FlipBits(image.Get()), QEL_OK);
+    EXPECT_EQ(PixelBytes(image.Get()), (Bytes{3, 2, 1, 4, 7, 6, 5, 8, 11, 10, 9, 12, 15, 14, 13, 16}));
+    ASSERT_EQ(Transform()->FlipBits(image.Get()), QEL_OK);
+    EXPECT_EQ(image->Snapshot(), padded);  // twice restores, padding untouched
+    EXPECT_EQ(Transform()->FlipBits(grey.Get()), QEL_OK);
+    EXPECT_EQ(grey->Snapshot(), before);
+    EXPECT_EQ(Transform()->FlipBits(nullptr), QEL_E_FAIL);
+    // 4 x 3 at 32 bits: rows 0 and 2 trade places with bytes 0 and 2 swapped
+    // and alpha staying in its row; in row 1 only pixels 0 and 1 change.
+    Owned both = Counting(4, 3, 32);
+    ASSERT_EQ(Transform()->FlipImageAndBits(both.Get()), QEL_OK);
+    EXPECT_EQ(PixelBytes(both.Get()),
+              (Bytes{35, 34, 33, 4,  39, 38, 37, 8,  43, 42, 41, 12, 47, 46, 45, 16,
+                     19, 18, 17, 20, 23, 22, 21, 24, 25, 26, 27, 28, 29, 30, 31, 32,
+                     3,  2,  1,  36, 7,  6,  5,  40, 11, 10, 9,  44, 15, 14, 13, 48}));
+    // 24 bits: the middle row steps 4 bytes for its first width / 2 positions.
+    Owned rgb = Counting(5, 1, 24);
+    ASSERT_EQ(Transform()->FlipImageAndBits(rgb.Get()), QEL_OK);
+    EXPECT_EQ(PixelBytes(rgb.Get()), (Bytes{3, 2, 1, 4, 7, 6, 5, 8, 9, 10, 11, 12, 13, 14, 15}));
+    EXPECT_EQ(Transform()->FlipImageAndBits(nullptr), QEL_E_FAIL);
+}
+
+TEST(Rotate4, QuarterTurnsMoveWholePixelsAndTheThreeByteHalfTurnReadsOneLeft) {
+    Owned small = Counting(3, 2, 8);  // rows 1 2 3 / 4 5 6
+    SmartPtr<IQELImageDIB> dest = TestHost().NewImage();
+    ASSERT_EQ(Direct()->Rotate4(small.Get(), dest.Get(), 90), QEL_OK);
+    EXPECT_EQ(PixelBytes(dest.Get()), (Bytes{4, 1, 5, 2, 6, 3}));  // top-left: bottom-left
+    ASSERT_EQ(Direct()->Rotate4(small.Get(), dest.Get(), 270), QEL_OK);
+    EXPECT_EQ(PixelBytes(dest.Get()), (Bytes{3, 6, 2, 5, 1, 4}));  // top-left: top-right
+    ASSERT_EQ(Direct()->Rotate4(small.Get(), dest.Get(), 45), QEL_OK);
+    EXPECT_EQ(qel::PixelsOf(dest.Get()).width, 2);  // other angles do nothing
+    for (int bpp : {8, 24, 32})
+        for (int angle : {90, 180, 270}) {
+            const int w = 5, h = 3, bytes = bpp / 8;
+            Owned source = Counting(w, h, bpp, bytes == 4 ? 4 : 2);  // word-sized strides at 32 bits
+            ASSERT_EQ(Direct()->Rotate4(source.Get(), dest.Get(), angle), QEL_OK);
+            const qel::Pixels turned = qel::PixelsOf(dest.Get());
+            ASSERT_EQ(turned.width, angle == 180 ? w : h);
+            const Bytes from = PixelBytes(source.Get()), to = PixelBytes(dest.Get());
+            for (int y = 0; y < turned.height; ++y)
+                for (int x = 0; x < turned.width; ++x) {
+                    int sx = angle == 90 ? y : w - 1 - (angle == 270 ? y : x);
+                    const int sy = angle == 90 ? h - 1 - x : angle == 270 ? x : h - 1 - y;
+                    if (angle == 180 && bytes == 3) sx -= 1;
+                    for (int b = 0; b < bytes; ++b) {
+                        // Before the row: its padding below the first row, as created in the first.
+                        const unsigned char expected = sx >= 0   ? from[(size_t(sy) * w + sx) * bytes + b]
+                                                       : sy == 0 ? 0
+                                                                 : source->Row(sy)[b - bytes];
+                        EXPECT_EQ(to[(size_t(y) * turned.width + x) * bytes + b], expected)
+                            << bpp << " bits " << angle << " at " << x << "," << y;
+                    }
+                }
+            EXPECT_EQ(RefCountOf(dest.Get()), 1u);
+        }
+}
+
+TEST(IncreaseBpp, GreyPaletteAndThreeByteImagesGainDepth) {
+    SmartPtr<IQELImageDIB> rgb = HostImage(2, 1, 24, {1, 2, 3, 4, 5, 6});
+    for (int bitCount : {24, 8, 0}) {  // nothing deeper: the source comes back
+        IQEL* result = nullptr;
+        EXPECT_EQ(Transform()->IncreaseBpp(rgb.Get(), &result, bitCount, QEL_MODEL_ARGB), QEL_NOTHING_TO_DO);
+        EXPECT_EQ(result, static_cast<IQEL*>(rgb.Get()));
+        EXPECT_EQ(result->Release(), 1u);
+    }
+    SmartPtr<IQEL> result;
+    ASSERT_EQ(Transform()->IncreaseBpp(rgb.Get(), result.Out(), 32, QEL_MODEL_ARGB), QEL_OK);
+    EXPECT_EQ(PixelBytes(result.Get()), (Bytes{1, 2, 3, 255, 4, 5, 6, 255}));
+    SmartPtr<IQELImageDIB> grey = HostImage(3, 1, 8, {0, 7, 255});
+    ASSERT_EQ(Transform()->IncreaseBpp(grey.Get(), result.Out(), 24, QEL_MODEL_BGR), QEL_OK);
+    EXPECT_EQ(PixelBytes(result.Get()), (Bytes{0, 0, 0, 7, 7, 7, 255, 255, 255}));
+    ASSERT_EQ(Transform()->IncreaseBpp(grey.Get(), result.Out(), 32, 0), QEL_OK);
+    EXPECT_EQ(qel::PixelsOf(result.Get()).colourModel, 0u);  // the requested model as it stands
+    EXPECT_EQ(PixelBytes(result.Get()), (Bytes{0, 0, 0, 255, 7, 7, 7, 255, 255, 255, 255, 255}));
+    // A palette colours the indices; alpha stays as created.
+    SmartPtr<IQELImageDIB> indexed = HostImage(3, 1, 8, {5, 1, 5});
+    RGBQUAD palette[6] = {};
+    palette[1] = RGBQUAD{200, 150, 100, 77}, palette[5] = RGBQUAD{10, 20, 30, 99};
+    ASSERT_EQ(indexed->SetPalette(palette, 6), QEL_OK);
+    ASSERT_EQ(Transform()->IncreaseBpp(indexed.Get(), result.Out(), 32, QEL_MODEL_ARGB), QEL_OK);
+    EXPECT_EQ(PixelBytes(result.Get()), (Bytes{10, 20, 30, 0, 200, 150, 100, 0, 10, 20, 30, 0}));
+    EXPECT_EQ(RefCountOf(result.Get()), 1u);
+    EXPECT_EQ(RefCountOf(indexed.Get()), 1u);  // the palette interface was released
+    // Other depths stay blank; a negative count compares as a huge one the image refuses.
+    SmartPtr<IQELImageDIB> wide = HostImage(2, 1, 16, {9, 9, 9, 9});
+    ASSERT_EQ(Transform()->IncreaseBpp(wide.Get(), result.Out(), 24, QEL_MODEL_BGR), QEL_OK);
+    EXPECT_EQ(PixelBytes(result.Get()), Bytes(6, 0));
+    EXPECT_LT(Transform()->IncreaseBpp(rgb.Get(), result.Out(), -1, 0), 0);
+    EXPECT_EQ(Transform()->IncreaseBpp(nullptr, result.Out(), 32, 0), QEL_E_FAIL);
+}
+
+TEST(FillVoids, NeighbourRulesOfEachDepthInRasterOrder) {
+    // 8 bits: one neighbour fills, each filled value feeds the next, border zeros stay.
+    auto run = HostImage(5, 3, 8, {0, 0, 0, 0, 0, 100, 0, 0, 0, 40, 0, 0, 0, 0, 0});
+    EXPECT_EQ(Direct()->FillVoids(run.Get()), QEL_OK);
+    EXPECT_EQ(PixelBytes(run.Get()), (Bytes{0, 0, 0, 0, 0, 100, 100, 100, 70, 40, 0, 0, 0, 0, 0}));
+    // 24 bits, per channel: blue has three neighbours (10, 20, 30) -> 20, green
+    // only two -> stays 0, red all four (4, 8, 12, 16) -> 10.
+    auto three = HostImage(
+        3, 3, 24, {0, 0, 0, 30, 0, 12, 0, 0, 0, 10, 5, 4, 0, 0, 0, 20, 5, 8, 0, 0, 0, 0, 0, 16, 0, 0, 0});
+    EXPECT_EQ(Direct()->FillVoids(three.Get()), QEL_OK);
+    EXPECT_EQ(PixelOf(three.Get(), 1, 1), (Bytes{20, 0, 10}));
+    // 32 bits copy the right, else the lower neighbour, made opaque when the image has alpha.
+    auto argb = HostImage(3, 3, 32, Ints({0, 0x07, 0, 0x09, 0, 0x00102030, 0, 0x05, 0}));
+    EXPECT_EQ(Direct()->FillVoids(argb.Get()), QEL_OK);
+    EXPECT_EQ(PixelBytes(argb.Get()), Ints({0, 0x07, 0, 0x09, int(0xFF102030), 0x00102030, 0, 0x05, 0}));
+    SmartPtr<IQELImageDIB> plain = TestHost().NewImage(3, 3, 32, 0);
+    SetPixelBytes(plain.Get(), Ints({0, 0, 0, 0, 0, 0, 0, 0x44332211, 0}));
+    EXPECT_EQ(Direct()->FillVoids(plain.Get()), QEL_OK);
+    EXPECT_EQ(PixelOf(plain.Get(), 1, 1), Ints({0x44332211}));
+    Owned sixteen(BufferImage::Make(4, 4, 16, 0));
+    EXPECT_EQ(Direct()->FillVoids(sixteen.Get()), QEL_E_FAIL);
+    EXPECT_EQ(Direct()->FillVoids(nullptr), QEL_E_FAIL);
+}
+
+// Resamples and checks the result's size and single reference.
+SmartPtr<IQEL> Resampled(IQEL* source, int w, int h, int method, int nearestOnly = 0) {
+    SmartPtr<IQEL> out;
+    EXPECT_EQ(Transform()->Resample(source, out.Out(), w, h, method, nearestOnly), QEL_OK);
+    EXPECT_EQ(qel::PixelsOf(out.Get()).width * 1000 + qel::PixelsOf(out.Get()).height, w * 1000 + h);
+    EXPECT_EQ(RefCountOf(out.Get()), 1u);
+    return out;
+}
+
+TEST(Resample, CopiesNearestPixelsAndAveragesTruncatedBlocks) {
+    Owned source = Random(13, 7, 24, 1, 3);
+    for (int method : {0, 3, 5})
+        EXPECT_EQ(PixelBytes(Resampled(source.Get(), 13, 7, method).Get()), PixelBytes(source.Get()));
+    // Enlarging with method 0 copies nearest pixels; nearest-only copies indices when shrinking.
+    Owned big = Random(100, 100, 32, 2, 0, true);
+    SmartPtr<IQEL> doubled = Resampled(big.Get(), 200, 200, 0);
+    for (int y = 0; y < 200; y += 7)
+        for (int x = 0; x < 200; ++x)
+            ASSERT_EQ(ColourAt(doubled.Get(), x, y), ColourAt(big.Get(), x / 2, y / 2));
+    Owned grey = Random(9, 9, 8, 3);
+    SmartPtr<IQEL> picked = Resampled(grey.Get(), 3, 4, 5, 1);
+    for (int y = 0; y < 4; ++y)
+        for (int x = 0; x < 3; ++x)
+            EXPECT_EQ(qel::PixelsOf(picked.Get()).Row(y)[x],
+                      grey->Row(static_cast<int>(std::floor(y * 2.25f)))[x * 3]);
+    // 4 x 2 to 2 x 1: 2 x 2 blocks, sums divided with truncation; alpha stays as created.
+    Owned blocks =
+        ImageOf(4, 2, 32, QEL_MODEL_ARGB, {10, 0, 255, 9, 11, 1, 254, 9, 100, 0, 0, 9, 200, 0, 0, 9,
+                                           12, 2, 255, 9, 13, 2, 254, 9, 0,   0, 0, 9, 1,   0, 0, 9},
+                0);
+    EXPECT_EQ(PixelBytes(Resampled(blocks.Get(), 2, 1, 7).Get()), (Bytes{11, 1, 254, 0, 75, 0, 0, 0}));
+    // A scale of 2.5 averages 2 columns from floor(2.5 x); column 4 is never read.
+    Owned row = ImageOf(5, 1, 8, QEL_MODEL_MONO, {10, 20, 255, 40, 51}, 0);
+    EXPECT_EQ(PixelBytes(Resampled(row.Get(), 2, 1, 3).Get()), (Bytes{15, 147}));
+    EXPECT_EQ(qel::PixelsOf(Resampled(source.Get(), 6, 0, 3).Get()).height, 0);
+    IQEL* result = reinterpret_cast<IQEL*>(0x1);
+    EXPECT_EQ(Transform()->Resample(nullptr, &result, 4, 4, 3, 0), QEL_E_FAIL);
+    EXPECT_EQ(result, reinterpret_cast<IQEL*>(0x1));
+}
+
+// Kernel interpolation samples at aligned pixel centres; the per-column
+// weights must give the bytes of sampling each point on its own.
+TEST(Resample, KernelInterpolationMatchesPointSampling) {
+    const int cases[][7] = {{100, 100, 24, 200, 200, 3, 0}, {31, 17, 32, 57, 40, 5, 4},
+                            {31, 17, 24, 17, 40, 2, 1},     {100, 100, 24, 200, 50, 3, 0},
+                            {12, 9, 8, 25, 19, 11, 0},      {12, 9, 32, 25, 7, 1, 0},
+                            {20, 20, 24, 41, 41, 16, 0},    {9, 5, 4, 20, 11, 4, 0}};
+    for (const auto& c : cases) {
+        Owned source = Random(c[0], c[1], c[2], c[0] + c[3], c[6]);
+        const qel::Pixels in = qel::PixelsOf(source.Get());
+        SmartPtr<IQEL> out = Resampled(source.Get(), c[3], c[4], c[5]);
+        Owned expected(BufferImage::Make(c[3], c[4], c[2], 0));
+        const float xScale = float(c[0]) / float(c[3]), yScale = float(c[1]) / float(c[4]);
+        for (int y = 0; y < c[4]; ++y)
+            for (int x = 0; x < c[3]; ++x)
+                PutColour(
+                    expected.Get(), x, y,
+                    GetPixelColorInterpolated(in.bits, (x + 0.5f) * xScale - 0.5f, (y + 0.5f) * yScale - 0.5f,
+                                              c[0], c[1], in.stride, c[5], c[2]));
+        EXPECT_EQ(PixelBytes(out.Get()), PixelBytes(expected.Get()))
+            << c[0] << "x" << c[1] << " method " << c[5];
+        EXPECT_TRUE(source->GuardsIntact());
+    }
+}
+
+// Uniform colour with its own top-left pixel, the background of Rotate.
+SmartPtr<IQELImageDIB> Plain(int w, int h, int bpp, uint32_t colour, uint32_t topLeft) {
+    SmartPtr<IQELImageDIB> image = HostImage(w, h, bpp, {});
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) PutColour(image.Get(), x, y, x + y == 0 ? topLeft : colour);
+    return image;
+}
+
+TEST(Rotate, ZeroHandsBackTheSourceAndQuarterTurnsCopy) {
+    Owned source = Random(3, 2, 24, 4);
+    SmartPtr<IQEL> same, minus90, plus270, plus90;
+    ASSERT_EQ(Transform()->Rotate(source.Get(), same.Out(), 0, 3, 0, 0), QEL_OK);
+    EXPECT_EQ(same.Get(), static_cast<IQEL*>(source.Get()));
+    EXPECT_EQ(source->RefCount(), 2u);
+    ASSERT_EQ(Transform()->Rotate(source.Get(), minus90.Out(), -90, 3, 0, 0), QEL_OK);
+    ASSERT_EQ(Transform()->Rotate(source.Get(), plus270.Out(), 270, 3, 0, 0), QEL_OK);
+    ASSERT_EQ(Transform()->Rotate(source.Get(), plus90.Out(), 90, 3, 1, 1), QEL_OK);  // flags ignored
+    EXPECT_EQ(PixelBytes(minus90.Get()), PixelBytes(plus270.Get()));
+    EXPECT_EQ(qel::PixelsOf(plus90.Get()).width * 100 + qel::PixelsOf(plus90.Get()).bitCount, 224);
+    EXPECT_EQ(ColourAt(plus90.Get(), 0, 0), ColourAt(source.Get(), 0, 1));  // bottom-left to top-left
+    EXPECT_EQ(RefCountOf(minus90.Get()), 1u);
+    EXPECT_EQ(Transform()->Rotate(nullptr, minus90.Out(), 45, 3, 0, 0), QEL_E_FAIL);
+    EXPECT_EQ(Transform()->Rotate(source.Get(), nullptr, 45, 3, 0, 0), QEL_E_POINTER);
+}
+
+TEST(Rotate, FullTurnKeepsAFourPixelMarginAndFortyFiveDegreesGrows) {
+    SmartPtr<IQELImageDIB> source = HostImage(20, 12, 24, {});
+    for (int y = 0; y < 12; ++y)
+        for (int x = 0; x < 20; ++x) PutColour(source.Get(), x, y, PackColor(10 * x, 20 * y, 7, 0));
+    SmartPtr<IQEL> turned;
+    ASSERT_EQ(Transform()->Rotate(source.Get(), turned.Out(), 360, 0, 0, 0), QEL_OK);
+    // The turn is not exact in single precision: the margin's inner edge may go either way.
+    const uint32_t background = PackColor(0, 0, 7, 0);
+    for (int y = 0; y < 12; ++y)
+        for (int x = 0; x < 20; ++x) {
+            const uint32_t pixel = ColourAt(turned.Get(), x, y), inside = ColourAt(source.Get(), x, y);
+            if (x <= 2 || x >= 17 || y <= 2 || y >= 9)
+                EXPECT_EQ(pixel, background) << x << "," << y;
+            else if (x >= 4 && x <= 15 && y >= 4 && y <= 7)
+                EXPECT_EQ(pixel, inside) << x << "," << y;
+            else
+                EXPECT_TRUE(pixel == background || pixel == inside) << x << "," << y;
+        }
+    SmartPtr<IQELImageDIB> square = Plain(100, 100, 24, PackColor(30, 60, 90, 0), PackColor(1, 2, 3, 0));
+    ASSERT_EQ(Transform()->Rotate(square.Get(), turned.Out(), 45, 0, 0, 0), QEL_OK);
+    const qel::Pixels p = qel::PixelsOf(turned.Get());
+    EXPECT_EQ(std::vector<int>({p.width, p.height, p.bitCount, int(p.colourModel)}),
+              std::vector<int>({141, 141, 24, QEL_MODEL_BGR}));
+    EXPECT_EQ(ColourAt(turned.Get(), 140, 140), PackColor(1, 2, 3, 0));
+    EXPECT_EQ(ColourAt(turned.Get(), 70, 70), PackColor(30, 60, 90, 0));
+    EXPECT_EQ(ColourAt(turned.Get(), 70, 4), PackColor(1, 2, 3, 0));  // near the top corner, in the margin
+    EXPECT_EQ(ColourAt(turned.Get(), 70, 12), PackColor(30, 60, 90, 0));
+    // With alpha: 32 bits, model 0; method 3 of a 24-bit source carries alpha 0 from its interior.
+    ASSERT_EQ(Transform()->Rotate(square.Get(), turned.Out(), 45, 3, 1, 0), QEL_OK);
+    EXPECT_EQ(qel::PixelsOf(turned.Get()).bitCount * 10 + int(qel::PixelsOf(turned.Get()).colourModel), 320);
+    EXPECT_EQ(ColourAt(turned.Get(), 0, 0), PackColor(1, 2, 3, 255));
+    EXPECT_EQ(AlphaOf(ColourAt(turned.Get(), 70, 70)), 0);
+    // Keeping the size turns about the centre: ten pixels right of it reads
+    // (50 + 10 cos 30, 30 + 10 sin 30) = (58.66, 35), rounded to (59, 35).
+    SmartPtr<IQELImageDIB> wide = HostImage(100, 60, 24, {});
+    for (int y = 0; y < 60; ++y)
+        for (int x = 0; x < 100; ++x) PutColour(wide.Get(), x, y, PackColor(2 * x, 3 * y, 5, 0));
+    ASSERT_EQ(Transform()->Rotate(wide.Get(), turned.Out(), 30, 0, 0, 1), QEL_OK);
+    EXPECT_EQ(qel::PixelsOf(turned.Get()).width, 100);
+    EXPECT_EQ(ColourAt(turned.Get(), 50, 30), ColourAt(wide.Get(), 50, 30));
+    EXPECT_EQ(ColourAt(turned.Get(), 0, 0), PackColor(0, 0, 5, 0));
+    EXPECT_EQ(ColourAt(turned.Get(), 60, 30), ColourAt(wide.Get(), 59, 35));
+}
+
+TEST(RotatePaste, KeyColourBlendingAndTheTurnedBoundingBox) {
+    SmartPtr<IQELImageDIB> source = Plain(8, 6, 24, PackColor(40, 50, 60, 0), PackColor(40, 50, 60, 0));
+    PutColour(source.Get(), 2, 3, PackColor(255, 0, 0, 0));  // blue: the key colour
+    SmartPtr<IQELImageDIB> target = Plain(12, 9, 24, PackColor(9, 9, 9, 0), PackColor(9, 9, 9, 0));
+    ASSERT_EQ(Transform()->RotatePaste(source.Get(), target.Get(), 0.0, 0, 0x0000FF), QEL_OK);
+    for (int y = 0; y < 9; ++y)
+        for (int x = 0; x < 12; ++x)
+            EXPECT_EQ(ColourAt(target.Get(), x, y), x < 8 && y < 6 && !(x == 2 && y == 3)
+                                                        ? PackColor(40, 50, 60, 0)
+                                                        : PackColor(9, 9, 9, 0));
+    // The source's own colour as key: only the blue pixel is drawn, alpha byte too.
+    SmartPtr<IQELImageDIB> keyed = Plain(12, 9, 32, PackColor(9, 9, 9, 77), PackColor(9, 9, 9, 77));
+    ASSERT_EQ(Transform()->RotatePaste(source.Get(), keyed.Get(), 0.0, 0, 0x3C3228), QEL_OK);
+    EXPECT_EQ(ColourAt(keyed.Get(), 2, 3), PackColor(255, 0, 0, 0));
+    EXPECT_EQ(ColourAt(keyed.Get(), 3, 3), PackColor(9, 9, 9, 77));
+    // Alpha sources blend: trunc(s * 128/255 + t * 127/255); a target with alpha takes the source's.
+    SmartPtr<IQELImageDIB> half = Plain(6, 6, 32, PackColor(200, 100, 0, 128), PackColor(200, 100, 0, 128));
+    for (uint32_t alpha : {0u, 9u}) {
+        SmartPtr<IQELImageDIB> under =
+            Plain(6, 6, alpha ? 32 : 24, PackColor(0, 50, 100, alpha), PackColor(0, 50, 100, alpha));
+        ASSERT_EQ(Transform()->RotatePaste(half.Get(), under.Get(), 0.0, 0, 0), QEL_OK);
+        EXPECT_EQ(ColourAt(under.Get(), 3, 2), PackColor(100, 75, 49, alpha ? 128 : 0));
+    }
+    // A quarter turn in radians of 10 x 4 fills 4 x 10; the single-precision
+    // cosine is a hair above 0, putting the top row's first three just left of 0.
+    SmartPtr<IQELImageDIB> bar = Plain(10, 4, 24, PackColor(70, 80, 90, 0), PackColor(70, 80, 90, 0));
+    SmartPtr<IQELImageDIB> tall = Plain(8, 12, 24, PackColor(1, 1, 1, 0), PackColor(1, 1, 1, 0));
+    ASSERT_EQ(Transform()->RotatePaste(bar.Get(), tall.Get(), 1.5707963267948966, 0, 0), QEL_OK);
+    for (int y = 0; y < 12; ++y)
+        for (int x = 0; x < 8; ++x)
+            EXPECT_EQ(ColourAt(tall.Get(), x, y), x < 4 && y < 10 && !(y == 0 && x < 3)
+                                                      ? PackColor(70, 80, 90, 0)
+                                                      : PackColor(1, 1, 1, 0))
+                << x << "," << y;
+    SmartPtr<IQELImageDIB> grey = Plain(6, 6, 8, PackColor(5, 5, 5, 0), PackColor(5, 5, 5, 0));
+    const Bytes before = PixelBytes(grey.Get());
+    EXPECT_EQ(Transform()->RotatePaste(half.Get(), grey.Get(), 0.0, 0, 0), QEL_E_INVALIDARG);
+    EXPECT_EQ(PixelBytes(grey.Get()), before);
+    EXPECT_EQ(Transform()->RotatePaste(nullptr, grey.Get(), 0.0, 0, 0), QEL_E_FAIL);
+    EXPECT_EQ(Transform()->RotatePaste(half.Get(), nullptr, 0.0, 0, 0), QEL_E_POINTER);
+    EXPECT_EQ(RefCountOf(keyed.Get()), 1u);
+}
+
+}  // namespace
