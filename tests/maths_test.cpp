@@ -1,0 +1,472 @@
+// The maths component through its interface on padded images (every row of
+// the depth tables with exact bytes), and each row kernel in place against
+// the same kernel with every row staged.
+#include <cmath>
+
+#include "maths/maths_kernels.h"
+#include "support/component_test.h"
+
+namespace {
+
+using namespace qeltest;
+
+const unsigned M = QEL_MODEL_MONO, B = QEL_MODEL_BGR, A = QEL_MODEL_ARGB;
+const unsigned char E = 0xEE;
+
+TEST(MathsAdd, DivisorRulesRowsFormatsAndSmallerSources) {
+    // A divisor of 2 multiplies by 4; 0 adds; negative and NaN give 0.
+    const float divisors[] = {0, 0, 2, 2, 3, 2.5f, -1, std::nanf("")};
+    const Bytes a = {200, 10, 10, 100, 10, 255, 200, 200}, b = {100, 20, 20, 0, 10, 255, 100, 100};
+    const Bytes sums = {255, 30, 120, 255, 6, 204, 0, 0};
+    for (size_t i = 0; i < a.size(); ++i) {
+        auto dest = ImageOf(1, 1, 24, B, {1, 2, 3});
+        EXPECT_EQ(Maths()->Add(dest.Get(), ImageOf(1, 1, 8, M, {a[i]}).Get(),
+                               ImageOf(1, 1, 8, M, {b[i]}).Get(), divisors[i]),
+                  QEL_OK);
+        EXPECT_EQ(PixelBytes(dest.Get()), Bytes{sums[i]}) << i;
+    }
+    // 32 bits: the first 3 x width bytes of each row are sums, the last width bytes stay as created.
+    auto dest = ImageOf(1, 1, 8, M, {77});
+    EXPECT_EQ(
+        Maths()->Add(
+            dest.Get(),
+            ImageOf(2, 2, 32, A, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}, 3, true).Get(),
+            ImageOf(2, 2, 32, A, Bytes(16, 100)).Get(), 0.0f),
+        QEL_OK);
+    ExpectPixels(dest.Get(), {101, 102, 103, 104, 105, 106, 0, 0, 109, 110, 111, 112, 113, 114, 0, 0});
+    EXPECT_EQ(qel::PixelsOf(dest.Get()).colourModel, A);
+    // Mismatched formats fail before the destination is re-created; other depths re-create it only.
+    auto grey = ImageOf(1, 1, 8, M, {77});
+    EXPECT_EQ(Maths()->Add(grey.Get(), ImageOf(2, 1, 24, B, Bytes(6, 1)).Get(),
+                           ImageOf(2, 1, 24, 0, Bytes(6, 1)).Get(), 0),
+              QEL_E_FAIL);
+    ExpectPixels(grey.Get(), {77});
+    EXPECT_EQ(Maths()->Add(grey.Get(), ImageOf(2, 1, 16, B, Bytes(4, 9)).Get(),
+                           ImageOf(2, 1, 16, B, Bytes(4, 9)).Get(), 0),
+              QEL_OK);
+    ExpectPixels(grey.Get(), Bytes(4, 0));
+    // A second image smaller than the first reads as 0 beyond its own memory.
+    SmartPtr<IQELImageDIB> host = TestHost().NewImage();
+    EXPECT_EQ(Maths()->Add(host.Get(), ImageOf(2, 3, 8, M, {1, 2, 3, 4, 5, 6}).Get(),
+                           ImageOf(1, 1, 8, M, {50}).Get(), 0),
+              QEL_OK);
+    EXPECT_EQ(PixelBytes(host.Get()), Bytes({51, 2, 3, 4, 5, 6}));
+}
+
+TEST(MathsSubtract, FlagsPerDepthTallyAndClipping) {
+    // a = (5, 10, 7[, 99]), b = (10, 5, 7[, 1]); flags 1 takes the absolute
+    // difference, flags 2 drops the alpha byte to 0 instead of 255.
+    const struct {
+        int bits, flags;
+        Bytes expected;
+    } cases[] = {{8, 0, {0, 5, 0}},       {8, 3, {5, 5, 0}},     {24, 0, {0, 5, 0}},
+                 {24, 1, {5, 5, 0}},      {24, 2, {5, 5, 0}},    {32, 0, {0, 5, 0, 255}},
+                 {32, 1, {5, 5, 0, 255}}, {32, 2, {0, 5, 0, 0}}, {32, 3, {5, 5, 0, 0}}};
+    for (const auto& c : cases) {
+        const int width = c.bits == 8 ? 3 : 1;
+        Bytes bytesA = {5, 10, 7}, bytesB = {10, 5, 7};
+        if (c.bits == 32) bytesA.push_back(99), bytesB.push_back(1);
+        auto dest = ImageOf(width, 1, c.bits, ModelFor(c.bits), Bytes(bytesA.size(), E));
+        // The tally counts stored values of 2 or more, at 24 and 32 bits only.
+        const QResult tally = c.bits == 8 ? 0 : (c.expected[0] >= 2) + (c.expected[1] >= 2);
+        EXPECT_EQ(
+            Maths()->Subtract(dest.Get(), ImageOf(width, 1, c.bits, ModelFor(c.bits), bytesA).Get(),
+                              ImageOf(width, 1, c.bits, ModelFor(c.bits), bytesB, 3, true).Get(), c.flags),
+            tally);
+        ExpectPixels(dest.Get(), c.expected);
+    }
+    Bytes base(18), plusOne(18);
+    for (size_t i = 0; i < 18; ++i)
+        base[i] = static_cast<unsigned char>(10 * i + 3), plusOne[i] = base[i] + 1;
+    Bytes plusTwoOnce = base;
+    plusTwoOnce[7] += 2;
+    auto a = ImageOf(3, 2, 24, B, base), dest = ImageOf(3, 2, 24, B, Bytes(18, 0)),
+         one = ImageOf(3, 2, 24, B, plusOne);
+    EXPECT_EQ(Maths()->Subtract(dest.Get(), a.Get(), one.Get(), 1), 0);
+    EXPECT_EQ(Maths()->Subtract(dest.Get(), a.Get(), ImageOf(3, 2, 24, B, plusTwoOnce).Get(), 1), 1);
+    EXPECT_EQ(Maths()->Subtract(dest.Get(), one.Get(), a.Get(), 0), 0);
+    // The common area is the smaller of the two sources.
+    EXPECT_EQ(Maths()->Subtract(dest.Get(), a.Get(), ImageOf(2, 1, 24, B, Bytes(6, 0)).Get(), 0), 6);
+    EXPECT_EQ(Maths()->Subtract(nullptr, a.Get(), a.Get(), 0), QEL_E_INVALIDARG);
+    EXPECT_EQ(Maths()->Subtract(dest.Get(), nullptr, a.Get(), 0), QEL_E_INVALIDARG);
+    EXPECT_EQ(Maths()->Subtract(dest.Get(), a.Get(), ImageOf(3, 2, 32, B, Bytes(24, 1)).Get(), 0),
+              QEL_E_FAIL);
+    EXPECT_EQ(Maths()->Subtract(dest.Get(), a.Get(), ImageOf(3, 2, 24, 0, base).Get(), 0), QEL_E_FAIL);
+    // Nothing is written outside a smaller destination.
+    auto small = ImageOf(1, 1, 8, M, {0});
+    EXPECT_EQ(Maths()->Subtract(small.Get(), ImageOf(3, 3, 8, M, Bytes(9, 50)).Get(),
+                                ImageOf(3, 3, 8, M, Bytes(9, 20)).Get(), 0),
+              QEL_OK);
+    ExpectPixels(small.Get(), {30});
+}
+
+TEST(MathsAddScale, SameAndMixedDepthsMasksAndClamping) {
+    auto a = ImageOf(2, 1, 24, B, {255, 10, 100, 0, 200, 7});
+    auto b = ImageOf(2, 1, 24, A, {254, 30, 100, 0, 200, 8});  // models are not compared
+    auto dest = ImageOf(2, 1, 24, B, Bytes(6, E));
+    EXPECT_EQ(Maths()->AddScale(dest.Get(), a.Get(), b.Get(), nullptr, 0.5f, 0.5f, 0.0f), QEL_OK);
+    ExpectPixels(dest.Get(), {254, 20, 100, 0, 200, 7});
+    auto masked = ImageOf(2, 1, 24, B, Bytes(6, E));
+    EXPECT_EQ(
+        Maths()->AddScale(masked.Get(), a.Get(), b.Get(), ImageOf(2, 1, 8, M, {0, 3}).Get(), 1, 1, -100),
+        QEL_OK);
+    ExpectPixels(masked.Get(), {E, E, E, 0, 255, 0});
+    // Clamping, NaN taken as 0, and the common width of 3.
+    auto a8 = ImageOf(4, 1, 8, M, {10, 20, 30, 40}), b8 = ImageOf(4, 1, 8, M, {1, 2, 3, 4}, 3, true);
+    auto dest8 = ImageOf(3, 1, 8, M, {E, E, E});
+    const struct {
+        float fa, fb, offset;
+        Bytes expected;
+    } mixes[] = {{std::nanf(""), 1, 0, {0, 0, 0}}, {10, -1, 0.5f, {99, 198, 255}}, {-1, 0, 15, {5, 0, 0}}};
+    for (const auto& m : mixes) {
+        EXPECT_EQ(Maths()->AddScale(dest8.Get(), a8.Get(), b8.Get(), nullptr, m.fa, m.fb, m.offset), QEL_OK);
+        ExpectPixels(dest8.Get(), m.expected);
+    }
+    // Mixed depths; with a mask the pixels are written and the call still reports failure.
+    auto b32 = ImageOf(2, 1, 32, A, {1, 2, 3, 200, 4, 5, 6, 200});
+    auto rgba = ImageOf(2, 1, 32, A, Bytes(8, E)), maskedRgba = ImageOf(2, 1, 32, A, Bytes(8, E));
+    auto rgb = ImageOf(2, 1, 24, B, {10, 20, 30, 40, 50, 60});
+    EXPECT_EQ(Maths()->AddScale(rgba.Get(), rgb.Get(), b32.Get(), nullptr, 1, 1, 0), QEL_OK);
+    ExpectPixels(rgba.Get(), {11, 22, 33, E, 44, 55, 66, E});
+    EXPECT_EQ(
+        Maths()->AddScale(maskedRgba.Get(), rgb.Get(), b32.Get(), ImageOf(2, 1, 8, M, {1, 0}).Get(), 1, 1, 0),
+        QEL_E_FAIL);
+    ExpectPixels(maskedRgba.Get(), {11, 22, 33, E, E, E, E, E});
+    // An 8-bit image among mixed depths: nothing written.
+    EXPECT_EQ(
+        Maths()->AddScale(maskedRgba.Get(), rgb.Get(), ImageOf(2, 1, 8, M, {1, 2}).Get(), nullptr, 1, 1, 0),
+        QEL_E_FAIL);
+    ExpectPixels(maskedRgba.Get(), {11, 22, 33, E, E, E, E, E});
+}
+
+// Copies a 2 x 2 source into a 3 x 2 destination filled with 0xEE at (1, 0):
+// each row keeps its first pixel and takes the row's two `copied` pixels.
+TEST(MathsCopy, EveryRowOfTheDepthTable) {
+    const Bytes grey = {10, 20, 30, 40}, bgr = {255, 255, 254, 1, 1, 0, 3, 4, 5, 9, 9, 9};
+    const Bytes bgra = {255, 255, 254, 7, 1, 1, 0, 8, 3, 4, 5, 6, 9, 9, 9, 1};
+    // 0xFFFF, 0x001F (blue), 0x07E0 (green), 0xF800 (red); the stride is halved into 16-bit units, so kept
+    // even.
+    const Bytes rgb565 = {0xFF, 0xFF, 0x1F, 0x00, 0xE0, 0x07, 0x00, 0xF8};
+    const struct {
+        int sourceBits;
+        unsigned sourceModel;
+        Bytes source;
+        int destBits;
+        unsigned destModel;
+        QResult result;
+        Bytes copied;
+    } cases[] = {
+        {8, M, grey, 24, B, QEL_OK, {10, 10, 10, 20, 20, 20, 30, 30, 30, 40, 40, 40}},
+        {8, M, grey, 32, A, QEL_OK, {10, 10, 10, 255, 20, 20, 20, 255, 30, 30, 30, 255, 40, 40, 40, 255}},
+        {24, B, bgr, 32, A, QEL_OK, {255, 255, 254, 255, 1, 1, 0, 255, 3, 4, 5, 255, 9, 9, 9, 255}},
+        {24, B, bgr, 8, M, QEL_OK, {254, 0, 4, 9}},
+        {32, A, bgra, 24, B, QEL_OK, bgr},
+        {32, A, bgra, 8, M, QEL_OK, {254, 0, 4, 9}},
+        {24, B, bgr, 24, 0, QEL_OK, bgr},  // equal depths copy bytes whatever the models
+        // 5-6-5 pixels are expanded and the call still fails; a destination
+        // without a colour model gets red first, any other model nothing.
+        {16, B, rgb565, 24, B, QEL_E_FAIL, {248, 252, 248, 248, 0, 0, 0, 252, 0, 0, 0, 248}},
+        {16, B, rgb565, 24, 0, QEL_E_FAIL, {248, 252, 248, 0, 0, 248, 0, 252, 0, 248, 0, 0}},
+        {16, B, rgb565, 24, A, QEL_E_FAIL, {}},
+        // Pairs outside the table write nothing.
+        {8, M, grey, 16, B, QEL_E_FAIL, {}},
+        {24, B, bgr, 16, B, QEL_E_FAIL, {}},
+        {32, A, bgra, 16, B, QEL_E_FAIL, {}},
+        {16, B, Bytes(8, 0xFF), 8, M, QEL_E_FAIL, {}},
+        {16, M, Bytes(8, 0xFF), 24, B, QEL_E_FAIL, {}},
+        {1, M, Bytes(2, 0xFF), 8, M, QEL_E_FAIL, {}},
+    };
+    for (const auto& c : cases) {
+        auto source = ImageOf(2, 2, c.sourceBits, c.sourceModel, c.source, c.sourceBits == 16 ? 2 : 3, true);
+        const size_t pixel = static_cast<size_t>(c.destBits / 8);
+        auto dest = ImageOf(3, 2, c.destBits, c.destModel, Bytes(6 * pixel, E));
+        const Bytes padding = PaddingOf(dest.Get()), sourceBefore = PixelBytes(source.Get());
+        Bytes expected = PixelBytes(dest.Get());
+        for (size_t i = 0; i < c.copied.size(); ++i)
+            expected[pixel + i + i / (2 * pixel) * pixel] = c.copied[i];
+        EXPECT_EQ(Maths()->Copy(dest.Get(), source.Get(), nullptr, 1, 0), c.result)
+            << c.sourceBits << " -> " << c.destBits;
+        ExpectPixels(dest.Get(), expected);
+        EXPECT_EQ(PaddingOf(dest.Get()), padding);
+        EXPECT_EQ(PixelBytes(source.Get()), sourceBefore);
+    }
+    // Stride 5 becomes 2 units of 16 bits: row 1 is read from byte 4, one byte early.
+    SmartPtr<BufferImage> odd(BufferImage::Make(1, 2, 16, B, 1));
+    odd->FillRandom(3);
+    odd->Row(0)[0] = 0xFF, odd->Row(0)[1] = 0xFF, odd->Row(0)[4] = 0x1F, odd->Row(1)[0] = 0x00;
+    auto dest = ImageOf(1, 2, 24, B, Bytes(6, E));
+    EXPECT_EQ(Maths()->Copy(dest.Get(), odd.Get(), nullptr, 0, 0), QEL_E_FAIL);
+    ExpectPixels(dest.Get(), {248, 252, 248, 248, 0, 0});
+}
+
+TEST(MathsCopy, MaskOffsetsClippingAndCreateDestImage) {
+    // A mask equal to the destination fills only its zero bytes; any other mask is a plain copy.
+    auto source = ImageOf(2, 1, 24, B, {1, 2, 3, 4, 5, 6});
+    auto dest = ImageOf(2, 1, 24, B, {0, 40, 0, 9, 0, 9});
+    EXPECT_EQ(Maths()->Copy(dest.Get(), source.Get(), dest.Get(), 0, 0), QEL_OK);
+    ExpectPixels(dest.Get(), {1, 40, 3, 9, 5, 9});
+    EXPECT_EQ(Maths()->Copy(dest.Get(), source.Get(), source.Get(), 0, 0), QEL_OK);
+    ExpectPixels(dest.Get(), {1, 2, 3, 4, 5, 6});
+    // Cut at the right and bottom; x = W - 1 copies a one-pixel column; offsets outside fail.
+    auto big = ImageOf(4, 3, 8, M, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
+    auto grey = ImageOf(3, 3, 8, M, Bytes(9, 0));
+    const Bytes padding = PaddingOf(grey.Get());
+    EXPECT_EQ(Maths()->Copy(grey.Get(), big.Get(), nullptr, 1, 1), QEL_OK);
+    ExpectPixels(grey.Get(), {0, 0, 0, 0, 1, 2, 0, 5, 6});
+    EXPECT_EQ(Maths()->Copy(grey.Get(), big.Get(), nullptr, 2, 0), QEL_OK);
+    ExpectPixels(grey.Get(), {0, 0, 1, 0, 1, 5, 0, 5, 9});
+    EXPECT_EQ(PaddingOf(grey.Get()), padding);
+    for (const auto& at : {std::pair<int, int>{3, 0}, {0, 3}, {-1, 0}, {0, -1}})
+        EXPECT_EQ(Maths()->Copy(grey.Get(), big.Get(), nullptr, at.first, at.second), QEL_E_FAIL);
+    EXPECT_EQ(Maths()->Copy(grey.Get(), ImageOf(2, 0, 16, B, {}).Get(), nullptr, 0, 0),
+              QEL_OK);  // empty source
+    ExpectPixels(grey.Get(), {0, 0, 1, 0, 1, 5, 0, 5, 9});
+
+    SmartPtr<BufferImage> model(BufferImage::Make(5, 3, 32, A, 0, false, 2));
+    SmartPtr<IQEL> made;
+    const auto shape = [&] {
+        const qel::Pixels p = qel::PixelsOf(made.Get());
+        int width = 0, height = 0, planes = 0;
+        made->GetSize(&width, &height, &planes);
+        return std::vector<int>({width, height, planes, p.bitCount, static_cast<int>(p.colourModel)});
+    };
+    ASSERT_EQ(Maths()->CreateDestImage(made.Out(), model.Get(), 0, 0), QEL_OK);
+    EXPECT_EQ(shape(), std::vector<int>({5, 3, 2, 32, int(A)}));
+    EXPECT_EQ(RefCountOf(made.Get()), 1u);
+    ASSERT_EQ(Maths()->CreateDestImage(made.Out(), model.Get(), 8, int(M)), QEL_OK);
+    EXPECT_EQ(shape(), std::vector<int>({5, 3, 2, 8, int(M)}));
+    EXPECT_EQ(model->RefCount(), 1u);
+    IQEL* untouched = reinterpret_cast<IQEL*>(0x1);
+    EXPECT_EQ(Maths()->CreateDestImage(&untouched, nullptr, 0, 0), QEL_E_INVALIDARG);
+    EXPECT_EQ(untouched, reinterpret_cast<IQEL*>(0x1));
+    EXPECT_EQ(Maths()->CreateDestImage(nullptr, model.Get(), 0, 0), QEL_E_POINTER);
+}
+
+TEST(MathsEqual, LayoutsPerFormatMasksAndPlanes) {
+    auto mask = ImageOf(2, 1, 8, M, {0, 1});
+    // 24 bits: the value's lowest byte goes last, and the mask is ignored.
+    auto bgr = ImageOf(2, 1, 24, B, Bytes(6, E), 3, true);
+    EXPECT_EQ(Maths()->Equal(bgr.Get(), mask.Get(), 0x00112233), QEL_OK);
+    ExpectPixels(bgr.Get(), {0x11, 0x22, 0x33, 0x11, 0x22, 0x33});
+    // 32 bits: the value as a word, low byte first, under the mask.
+    auto bgra = ImageOf(2, 1, 32, A, Bytes(8, E), 1);
+    EXPECT_EQ(Maths()->Equal(bgra.Get(), nullptr, 0x00112233), QEL_OK);
+    EXPECT_EQ(Maths()->Equal(bgra.Get(), mask.Get(), static_cast<int>(0xAABBCCDDu)), QEL_OK);
+    ExpectPixels(bgra.Get(), {0x33, 0x22, 0x11, 0x00, 0xDD, 0xCC, 0xBB, 0xAA});
+    auto mask2 = ImageOf(4, 2, 8, M, {0, 1, 0, 1, 1, 0, 1, 0}, 2, true);
+    auto grey = ImageOf(4, 2, 8, B, {1, 2, 3, 4, 5, 6, 7, 8});
+    EXPECT_EQ(Maths()->Equal(grey.Get(), mask2.Get(), 0x1FF), QEL_OK);
+    ExpectPixels(grey.Get(), {1, 0xFF, 3, 0xFF, 0xFF, 6, 0xFF, 8});
+    auto integers = ImageOf(2, 2, 32, M, Bytes(16, E), 4);
+    EXPECT_EQ(Maths()->Equal(integers.Get(), mask2.Get(), -2), QEL_OK);
+    ExpectPixels(integers.Get(), {E, E, E, E, 0xFE, 0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0xFF, 0xFF, E, E, E, E});
+    // 16-bit "MONO" gets a word per pixel, rows stepped in pixels of the stride:
+    // row 0's words cover the image, the rest is dropped. Other depths stay.
+    auto words = ImageOf(2, 2, 16, M, Bytes(8, E), 0);
+    EXPECT_EQ(Maths()->Equal(words.Get(), nullptr, 0x01020304), QEL_OK);
+    ExpectPixels(words.Get(), {4, 3, 2, 1, 4, 3, 2, 1});
+    auto rgb16 = ImageOf(3, 2, 16, B, Bytes(12, E)), bits = ImageOf(9, 1, 1, B, {E, E});
+    EXPECT_EQ(Maths()->Equal(rgb16.Get(), nullptr, 0x12345678), QEL_OK);
+    EXPECT_EQ(Maths()->Equal(bits.Get(), nullptr, 1), QEL_OK);
+    ExpectPixels(rgb16.Get(), Bytes(12, E));
+    ExpectPixels(bits.Get(), {E, E});
+    // Plane 0 of the mask selects in every plane; a smaller mask selects nothing beyond its pixels.
+    auto planesMask = ImageOf(2, 1, 8, M, {1, 0}, 3, false, 2);
+    planesMask->Row(0, 1)[0] = 0, planesMask->Row(0, 1)[1] = 1;
+    auto image = ImageOf(2, 1, 8, M, {E, E}, 3, false, 3);
+    for (int p = 0; p < 3; ++p) image->Row(0, p)[1] = E;
+    EXPECT_EQ(Maths()->Equal(image.Get(), planesMask.Get(), 7), QEL_OK);
+    for (int p = 0; p < 3; ++p) EXPECT_EQ(Bytes(image->Row(0, p), image->Row(0, p) + 2), Bytes({7, E})) << p;
+    auto wide = ImageOf(3, 2, 8, M, Bytes(6, E));
+    EXPECT_EQ(Maths()->Equal(wide.Get(), ImageOf(1, 1, 8, M, {1}).Get(), 9), QEL_OK);
+    ExpectPixels(wide.Get(), {9, E, E, E, E, E});
+}
+
+// A 2 x 2 source scaled into a 2 x 2 destination filled with 0xEE, for each destination format.
+struct ScaleRow {
+    int destBits;
+    unsigned destModel;
+    float factor, offset;
+    QResult result;
+    Bytes expected;
+};
+void ExpectScaleRows(int sourceBits, unsigned sourceModel, const Bytes& source,
+                     std::initializer_list<ScaleRow> rows) {
+    for (const ScaleRow& c : rows) {
+        // Word-addressed images keep a stride of whole words; the others get odd padding.
+        auto image = ImageOf(2, 2, sourceBits, sourceModel, source,
+                             sourceBits == 32 && sourceModel == M ? 4 : 3, true);
+        auto dest = ImageOf(2, 2, c.destBits, c.destModel, Bytes(c.destBits / 2, E),
+                            c.destBits == 32 && c.destModel == M ? 8 : 1);
+        EXPECT_EQ(Maths()->Scale(dest.Get(), image.Get(), nullptr, c.factor, c.offset), c.result)
+            << sourceBits << " -> " << c.destBits;
+        ExpectPixels(dest.Get(), c.expected);
+    }
+}
+
+TEST(MathsScale, EveryRowOfTheDepthTable) {
+    ExpectScaleRows(32, M, Ints({-5, 100, 300, 7}),
+                    {{8, M, 1, 0.5f, QEL_OK, {0, 100, 255, 7}},
+                     {24, B, 1, 0, QEL_OK, {0, 0, 0, 100, 100, 100, 255, 255, 255, 7, 7, 7}},
+                     {32, A, 1, 0, QEL_OK, {0, 0, 0, E, 100, 100, 100, E, 255, 255, 255, E, 7, 7, 7, E}},
+                     {32, M, 3, 0.25f, QEL_OK, Ints({0, 300, 900, 21})},
+                     {16, M, 1, 0, QEL_E_FAIL, Bytes(8, E)}});
+    // Colour to grey: the factor is divided by 3 and applied to b + g + r. 32
+    // to 32 scales every byte, alpha too; values above 255 keep their low 8 bits.
+    ExpectScaleRows(32, A, {200, 1, 128, 100, 0, 255, 3, 50, 10, 20, 30, 40, 5, 6, 7, 8},
+                    {{8, M, 1.5f, 0, QEL_OK, {164, 129, 30, 9}},
+                     {24, B, 2, -10, QEL_OK, {255, 0, 246, 0, 255, 0, 10, 30, 50, 0, 2, 4}},
+                     {32,
+                      QEL_MODEL_ABGR,
+                      2,
+                      -1,
+                      QEL_OK,
+                      {143, 1, 255, 199, 0, 253, 5, 99, 19, 39, 59, 79, 9, 11, 13, 15}},
+                     {16, B, 1, 0, QEL_E_FAIL, Bytes(8, E)}});
+    // 24 to 32 bits: only the first pixel of each row, wrapping above 255.
+    const Bytes rgb = {10, 20, 30, 255, 255, 255, 1, 1, 1, 0, 0, 3};
+    ExpectScaleRows(24, B, rgb,
+                    {{8, M, 1.5f, 0, QEL_OK, {30, 255, 1, 1}},
+                     {24, B, 2, -10, QEL_OK, {10, 30, 50, 255, 255, 255, 0, 0, 0, 0, 0, 0}},
+                     {32, A, 20, 0, QEL_OK, {200, 144, 88, E, E, E, E, E, 20, 20, 20, E, E, E, E, E}}});
+    ExpectScaleRows(8, M, {5, 100, 200, 7},
+                    {{8, M, 2, -10, QEL_OK, {0, 190, 255, 4}},
+                     {24, B, 2, -10, QEL_OK, {0, 0, 0, 190, 190, 190, 255, 255, 255, 4, 4, 4}},
+                     {32, A, 1, 0, QEL_E_FAIL, Bytes(16, E)}});
+    for (const auto& source : {std::make_pair(24, M), std::make_pair(16, M), std::make_pair(1, M)})
+        ExpectScaleRows(source.first, source.second, Bytes(12, 1), {{8, M, 1, 0, QEL_E_FAIL, Bytes(4, E)}});
+}
+
+TEST(MathsScale, WordRowsMaskPlanesCommonAreaAndScale8) {
+    // An 8-bit source into integers: row r is read at 4 * r * stride, so row 0
+    // takes the first eight bytes as two integers and row 1 lies past the image.
+    SmartPtr<BufferImage> grey(BufferImage::Make(2, 2, 8, M, 4));
+    grey->FillRandom(9);
+    const Bytes firstRow = Ints({258, -5});
+    std::copy(firstRow.begin(), firstRow.end(), grey->Row(0));
+    auto integers = ImageOf(2, 2, 32, M, Bytes(16, E), 0);
+    EXPECT_EQ(Maths()->Scale(integers.Get(), grey.Get(), nullptr, 1.0f, 7.0f), QEL_OK);
+    ExpectPixels(integers.Get(), Ints({265, 2, 7, 7}));
+    // Stride 7 is cut to one word: row 1 is read from byte 4, in the padding of row 0.
+    SmartPtr<BufferImage> source(BufferImage::Make(1, 2, 32, M, 3));
+    source->FillRandom(9);
+    const Bytes rows = Ints({40, 10});
+    std::copy(rows.begin(), rows.begin() + 7, source->Row(0));
+    source->Row(1)[0] = 0;
+    auto dest = ImageOf(1, 2, 8, M, {E, E});
+    EXPECT_EQ(Maths()->Scale(dest.Get(), source.Get(), nullptr, 1.0f, 0.0f), QEL_OK);
+    ExpectPixels(dest.Get(), {40, 10});
+    // 8 to 8 works on plane 0 under the mask; the area is the smaller of the two images.
+    auto two = ImageOf(2, 2, 8, M, {5, 100, 200, 7}, 3, false, 2);
+    auto planes = ImageOf(2, 2, 8, M, Bytes(4, E), 1, false, 2);
+    const Bytes secondPlane = planes->Snapshot(1);
+    EXPECT_EQ(
+        Maths()->Scale(planes.Get(), two.Get(), ImageOf(2, 2, 8, M, {0, 1, 9, 0}, 2, true).Get(), 2, -10),
+        QEL_OK);
+    ExpectPixels(planes.Get(), {E, 190, 255, E});
+    EXPECT_EQ(planes->Snapshot(1), secondPlane);
+    auto tall = ImageOf(1, 3, 24, B, Bytes(9, E), 3, false, 2);
+    EXPECT_EQ(Maths()->Scale(tall.Get(), two.Get(), nullptr, 1.0f, 1.0f), QEL_OK);
+    ExpectPixels(tall.Get(), {6, 6, 6, 201, 201, 201, E, E, E});
+    // Scale8: integers to grey bytes, 10.5 -> 10 and -10.5 -> -10 before the offset.
+    SmartPtr<IQELImageDIB> bytes = TestHost().NewImage(1, 1, 24, B);
+    EXPECT_EQ(
+        Maths()->Scale8(bytes.Get(), ImageOf(3, 2, 32, M, Ints({101, -100, 1000, 0, 21, -21}), 4, true).Get(),
+                        10, 0.5),
+        QEL_OK);
+    const qel::Pixels p = qel::PixelsOf(bytes.Get());
+    EXPECT_EQ(std::vector<int>({p.width, p.height, p.bitCount, int(p.colourModel)}),
+              std::vector<int>({3, 2, 8, int(M)}));
+    EXPECT_EQ(PixelBytes(bytes.Get()), Bytes({60, 0, 255, 10, 20, 0}));
+    // A 16-bit "MONO" source is read as integers too, zero past its end; an 8-bit one gives a blank image.
+    EXPECT_EQ(
+        Maths()->Scale8(bytes.Get(), ImageOf(2, 1, 16, M, {0x10, 0, 0x20, 0}, 0).Get(), 1, 1.0 / 65536.0),
+        QEL_OK);
+    EXPECT_EQ(PixelBytes(bytes.Get()), Bytes({33, 1}));
+    EXPECT_EQ(Maths()->Scale8(bytes.Get(), ImageOf(2, 1, 8, M, {50, 60}).Get(), 10, 1.0), QEL_OK);
+    EXPECT_EQ(PixelBytes(bytes.Get()), Bytes({0, 0}));
+    EXPECT_EQ(Maths()->Scale8(bytes.Get(), ImageOf(4, 4, 32, A, Bytes(64, 1), 0).Get(), 10, 1.0),
+              QEL_E_NOT_MONO);
+    EXPECT_EQ(qel::PixelsOf(bytes.Get()).width, 2);  // left as it was
+}
+
+// Plane 0 of a test image as the row kernels see it.
+MathsPlane PlaneOf(BufferImage* image) {
+    ImageInfo info;
+    ReadSize(image, &info);
+    ReadFormat(image, &info);
+    return GetPlane(image, 0, info);
+}
+
+// Runs `kernel(dest, stage)` once in place and once with every row staged, on
+// two identical destinations; both must end alike, padding and guards included.
+template <class Kernel>
+void ExpectRoadsAgree(int w, int h, int bits, unsigned model, Kernel kernel) {
+    SmartPtr<BufferImage> direct(BufferImage::Make(w, h, bits, model, 5, true));
+    SmartPtr<BufferImage> staged(BufferImage::Make(w, h, bits, model, 5, true));
+    direct->FillRandom(4), staged->FillRandom(4);
+    RowStage inPlace, throughScratch(true);
+    EXPECT_EQ(kernel(PlaneOf(direct.Get()), inPlace), kernel(PlaneOf(staged.Get()), throughScratch));
+    EXPECT_EQ(direct->Snapshot(), staged->Snapshot())
+        << w << "x" << h << " " << bits << " bits model " << model;
+    EXPECT_TRUE(direct->GuardsIntact() && staged->GuardsIntact());
+}
+
+TEST(MathsKernels, InPlaceAndStagedRowsAgree) {
+    const int sizes[][2] = {{1, 1}, {2, 1}, {1, 3}, {7, 5}, {13, 4}};
+    const std::pair<int, unsigned> formats[] = {{8, M}, {24, B}, {32, A}, {32, M}, {16, M}, {24, M}, {1, M}};
+    for (const auto& size : sizes) {
+        const int w = size[0], h = size[1];
+        for (const auto& to : formats) {
+            const int bits = to.first;
+            SmartPtr<BufferImage> a = Random(w, h, bits, 1, 3), b = Random(w + 1, h, bits, 2, 1, true);
+            SmartPtr<BufferImage> mask = Random(w, h, 8, 3, 2, true),
+                                  shortMask = Random(w, h - (h > 1), 8, 31, 1, true);
+            const MathsPlane pa = PlaneOf(a.Get()), pb = PlaneOf(b.Get()), pm = PlaneOf(mask.Get()),
+                             ps = PlaneOf(shortMask.Get());
+            ExpectRoadsAgree(w, h, bits, to.second, [&](MathsPlane d, RowStage& s) {
+                EqualRows(d, &ps, w, h, bits, to.second, 0x5A6B7C8D, s);
+                EqualRows(d, nullptr, (w + 1) / 2, h, bits, to.second, -77, s);
+                return 0;
+            });
+            for (const auto& from : formats) {
+                SmartPtr<BufferImage> source = Random(w, h, from.first, 21, 3, true);
+                SmartPtr<BufferImage> narrowMask = Random(w - (w > 1), h, 8, 22, 1);
+                ImageInfo infoSource, infoDest;
+                ReadFormat(source.Get(), &infoSource);
+                infoDest.bitCount = bits, infoDest.colourModel = to.second;
+                const ScaleCase scaleCase = ChooseScaleCase(infoSource, infoDest);
+                const MathsPlane ps8 = PlaneOf(source.Get()), pn = PlaneOf(narrowMask.Get());
+                ExpectRoadsAgree(w, h, bits, to.second, [&](MathsPlane d, RowStage& s) {
+                    ScaleRows(scaleCase, d, ps8, &pn, w, h, 1.7f, -20.5f, s);
+                    ScaleRows(scaleCase, d, ps8, nullptr, w, h, -0.3f, 300.0f, s);
+                    if (from.second == M && from.first >= 8)
+                        Scale8Rows(d, ps8, w, h, from.first, -3, 1e-3, s);
+                    return 0;
+                });
+            }
+            if (bits != 8 && bits != 24 && bits != 32) continue;
+            for (const float divisor : {0.0f, 2.0f, 3.0f, -0.7f})
+                ExpectRoadsAgree(w, h, bits, B, [&](MathsPlane d, RowStage& s) {
+                    AddRows(d, pa, pb, h, static_cast<size_t>(w) * (bits == 8 ? 1 : 3), divisor, s);
+                    return 0;
+                });
+            // A destination narrower than the sources: its rows reach past it.
+            for (const int flags : {0, 1, 2, 3})
+                ExpectRoadsAgree((w + 1) / 2, h, bits, B, [&](MathsPlane d, RowStage& s) {
+                    return SubtractRows(d, pa, pb, w, h, bits, flags, s);
+                });
+            ExpectRoadsAgree(w, h, bits, B, [&](MathsPlane d, RowStage& s) {
+                const int step = bits == 32 ? 4 : 3;
+                AddScaleSameDepth(d, pa, pb, nullptr, w, h, bits / 8, LinearMix{0.75f, -0.5f, 40.25f}, s);
+                AddScaleSameDepth(d, pb, pa, &pm, w, h, bits / 8, LinearMix{1.5f, 1.0f, -3.0f}, s);
+                if (bits != 8)
+                    AddScaleMixedDepth(d, pa, pb, &pm, w, h, step, step, step,
+                                       LinearMix{0.75f, -0.5f, 40.25f}, s);
+                return 0;
+            });
+        }
+    }
+}
+
+}  // namespace
