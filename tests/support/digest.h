@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <utility>
 #include <vector>
 
 #include "support/test_image.h"
@@ -14,24 +13,21 @@ namespace qeltest {
 
 using DigestOperation = std::function<QResult(IQEL* source, IQEL** result)>;
 
-// The depths digests are recorded at, in the order of RecordedDigests::digests.
+// The depths digests are recorded at, in the order of RecordedDigest::digests.
 extern const int kDigestDepths[6];
 
-struct RecordedDigests {
+struct RecordedDigest {
     const char* operation;
+    DigestOperation run;
     uint64_t digests[6];
 };
 
 // ARGB at 32 bits, BGR at 16 and 24, MONO below (the digests depend on it).
 unsigned DigestModelFor(int depth);
 
-// One digest over every shape at one depth: the result code, the result's
-// pixel bytes, and the source's.
-uint64_t DigestOf(const DigestOperation& operation, int depth);
-
-// Expects each operation's digests to equal the recorded ones; with
-// QEL_DIGEST_RECORD set in the environment, prints the table instead.
-void CheckDigests(const std::vector<std::pair<const char*, DigestOperation>>& operations,
-                  const std::vector<RecordedDigests>& recorded);
+// Expects each operation's digest at every depth (over every shape: the result
+// code, the result's pixel bytes and the source's) to equal the recorded one;
+// with QEL_DIGEST_RECORD set in the environment, prints the table instead.
+void CheckDigests(const std::vector<RecordedDigest>& table);
 
 }  // namespace qeltest
