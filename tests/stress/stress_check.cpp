@@ -112,7 +112,8 @@ std::vector<unsigned char> Call::Contents(const Held& held, int plane) const {
     return std::vector<unsigned char>(bits, bits + static_cast<int64_t>(stride) * held.shape.height);
 }
 
-void Call::Finish(IQEL* output) {
+void Call::Finish() {
+    IQEL* output = result.Get();
     uint32_t outputRefs = 0;
     bool outputIsInput = false;
     if (output != nullptr) {

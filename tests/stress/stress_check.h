@@ -67,10 +67,13 @@ public:
     // Any input: mostly a test-owned image, sometimes a runtime one, rarely null.
     IQELImageDIB* Input(bool changes);
 
+    // Where an out-of-place operation hands its result back (Finish checks it).
+    SmartPtr<IQEL> result;
+
     // Checks made after the call: guards intact, reference counts unchanged,
-    // unchanged inputs byte for byte; `output` (may be null) must hold exactly
+    // unchanged inputs byte for byte; the result (may be null) must hold exactly
     // one reference unless it is one of the inputs, which then holds one more.
-    void Finish(IQEL* output = nullptr);
+    void Finish();
     void Fail(const std::string& what) const;
 
 private:
