@@ -122,20 +122,22 @@ TEST(GlobalComponents, UsesTheHandedOverCollectionWithoutLoadingAnything) {
     EXPECT_EQ(result.output, "");
 }
 
-TEST(ModuleCreateFunction, RefusesNamesLongerThanThePathBuffer) {
+TEST(ModuleCreateFunction, RefusesNamesLongerThanThePathBufferAndAsksASiblingForTheComponent) {
     const ChildResult result = RunInChild([] {
         // 12 + 248 + 3 + 1 = 264 bytes fits; 249 characters would not.
-        const std::wstring fits(248, L'x');
-        const std::wstring tooLong(249, L'x');
-        const std::wstring huge(100000, L'y');
-        if (MODULECreateFunction(tagREFString{fits.size(), fits.c_str()}, qel::REF(L"Anything")) != nullptr)
-            return 10;
-        if (MODULECreateFunction(tagREFString{tooLong.size(), tooLong.c_str()}, qel::REF(L"Anything")) !=
-            nullptr)
+        for (size_t length : {size_t{248}, size_t{249}, size_t{100000}}) {
+            const std::wstring name(length, L'x');
+            if (MODULECreateFunction(tagREFString{name.size(), name.c_str()}, qel::REF(L"Anything")) !=
+                nullptr)
+                return 10;
+        }
+        QELCreateInstanceFn create =
+            MODULECreateFunction(qel::REF(L"CollectionsEx"), qel::REF(L"QELImageDIB"));
+        SmartPtr<IQELImage> image;
+        if (create == nullptr || create(nullptr, &IID_IQELImage, image.OutVoid()) != QEL_OK || !image)
             return 11;
-        if (MODULECreateFunction(tagREFString{huge.size(), huge.c_str()}, qel::REF(L"Anything")) != nullptr)
-            return 12;
-        return 0;
+        // An unknown component gives a null creation function, without a message.
+        return MODULECreateFunction(qel::REF(L"CollectionsEx"), qel::REF(L"NoSuchThing")) == nullptr ? 0 : 12;
     });
     EXPECT_EQ(result.exitCode, 0);
     // Only the name that fits reaches the loader and its message.
@@ -144,21 +146,7 @@ TEST(ModuleCreateFunction, RefusesNamesLongerThanThePathBuffer) {
     EXPECT_EQ(Count(result.output, "Module not available"), 1u) << result.output;
 }
 
-TEST(ModuleCreateFunction, LoadsASiblingAndAsksItForTheComponent) {
-    const ChildResult result = RunInChild([] {
-        QELCreateInstanceFn create =
-            MODULECreateFunction(qel::REF(L"CollectionsEx"), qel::REF(L"QELImageDIB"));
-        if (create == nullptr) return 10;
-        SmartPtr<IQELImage> image;
-        if (create(nullptr, &IID_IQELImage, image.OutVoid()) != QEL_OK || !image) return 11;
-        // An unknown component gives a null creation function, without a message.
-        return MODULECreateFunction(qel::REF(L"CollectionsEx"), qel::REF(L"NoSuchThing")) == nullptr ? 0 : 12;
-    });
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_EQ(result.output, "");
-}
-
-TEST(CreateImageDIB, ResolvesTheLocatorOnceAndMakesDistinctImages) {
+TEST(CreateImageDIB, ResolvesTheLocatorOnceOrFindsTheRuntimeByTheFolderRule) {
     IComponentCollection* host = qeltest::TestHost().Collection();
     const ChildResult result = RunInChild([&] {
         qeltest::ForwardingCollection proxy(host);
@@ -179,18 +167,14 @@ TEST(CreateImageDIB, ResolvesTheLocatorOnceAndMakesDistinctImages) {
         return 0;
     });
     EXPECT_EQ(result.exitCode, 0) << result.output;
-}
-
-TEST(CreateImageDIB, FindsTheRuntimeByTheFolderRuleWhenNoCollectionWasHandedOver) {
-    const ChildResult result = RunInChild([] {
+    // With no collection handed over, the runtime is found by the folder rule.
+    const ChildResult alone = RunInChild([] {
         SmartPtr<IQELImageDIB> image = NewImageDIB();
-        if (!image) return 10;
-        if (image->Create(2, 2, 1, 8, QEL_MODEL_MONO) != QEL_OK) return 11;
-        SmartPtr<IQELImage> other = NewImageThroughCollection();
-        return other ? 0 : 12;
+        if (!image || image->Create(2, 2, 1, 8, QEL_MODEL_MONO) != QEL_OK) return 10;
+        return NewImageThroughCollection() ? 0 : 11;
     });
-    EXPECT_EQ(result.exitCode, 0) << result.output;
-    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(alone.exitCode, 0) << alone.output;
+    EXPECT_EQ(alone.output, "");
 }
 
 }  // namespace

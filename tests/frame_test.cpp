@@ -1,0 +1,200 @@
+// The module's binary interface: slot positions of every interface operation,
+// interface identifiers derived from names, and the two exports with the
+// object base exactly as a host uses them through dlopen.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <cwchar>
+#include <vector>
+
+#include "module/iids.h"
+#include "qel/qel.h"
+#include "support/forwarding_collection.h"
+#include "support/test_image.h"
+
+namespace {
+
+using qeltest::TestHost;
+
+// In the Itanium C++ ABI a pointer to a virtual member function holds 1 + the
+// byte offset of its vtable slot. Hosts call by position, so a reordered
+// declaration breaks them although everything still compiles.
+template <class Method>
+int SlotOf(Method method) {
+    static_assert(sizeof(Method) == 2 * sizeof(uintptr_t), "pointer to member function layout");
+    uintptr_t words[2];
+    std::memcpy(words, &method, sizeof(words));
+    EXPECT_EQ(words[0] % sizeof(void*), 1u) << "not a virtual function";
+    return static_cast<int>((words[0] - 1) / sizeof(void*));
+}
+// The methods hold consecutive slots from `first`.
+template <class... Methods>
+void ExpectSlots(int first, Methods... methods) {
+    for (int slot : {SlotOf(methods)...}) EXPECT_EQ(slot, first++);
+}
+
+TEST(InterfaceSlots, EveryOperationAHostOrTheModuleCalls) {
+    using C = IQELColorTransform;
+    using T = IQELTransform;
+    using F = IQELFilterTransform;
+    using M = IQELMaths;
+    ExpectSlots(0, &IUnknown::QueryInterface, &IUnknown::AddRef, &IUnknown::Release, &IObjectInfo::GetName);
+    ExpectSlots(3, &C::Colorize, &C::Lut, &C::Negative, &C::GrayScale, &C::ShiftRGB, &C::Gamma, &C::Light,
+                &C::SetImageAlpha, &C::SetImageAlphaTransparency, &C::SetImageTransparentPixel,
+                &C::Threshold);
+    ExpectSlots(3, &T::Flip, &T::Mirror, &T::Rotate, &T::Skew, &T::Resample, &T::IncreaseBpp, &T::RotatePaste,
+                &T::FlipBits, &T::Quad, &T::Transform, &T::TransformPaste, &T::FlipImageAndBits);
+    ExpectSlots(3, &IQELDeform::CircleTransform);
+    ExpectSlots(3, &F::Erode, &F::Edge, &F::Dilate, &F::Filter, &F::Contour, &F::Jitter, &F::Noise,
+                &F::Median, &F::Emboss, &F::Blur, &F::Soften, &F::Sharpen, &F::GaussianBlur);
+    ExpectSlots(3, &M::Equal, &M::Copy, &M::AddScale, &M::Scale, &M::Subtract, &M::CreateDestImage, &M::Add,
+                &M::Scale8);
+    ExpectSlots(3, &IQEL::GetSize, &IQEL::GetFormat, &IQEL::GetBits, &IQEL::Create);
+    ExpectSlots(8, &IQELImage::Assign, &IQELImageDIB::Fill);
+    ExpectSlots(4, &IQELImagePalette::GetPalette);
+    ExpectSlots(3, &ITransform::TransformPoint);
+    ExpectSlots(4, &IComponentCollection::GetItem, &IComponentCollection::FindItem);
+    ExpectSlots(16, &IComponentCollection::CreateComponent);
+    ExpectSlots(5, &IComponentString::CreateInstance, &IComponentString::SetPart);
+    ExpectSlots(5, &ICreatableString::AppendChars);
+}
+
+// The identifier's bytes, low byte of each word first.
+std::vector<int> BytesOf(const IID& iid) {
+    std::vector<int> bytes;
+    for (int i = 0; i < 16; ++i) bytes.push_back(static_cast<uint8_t>(iid.words[i / 4] >> (8 * (i % 4))));
+    return bytes;
+}
+std::vector<int> Leading(std::initializer_list<int> leading) {
+    std::vector<int> bytes(leading);
+    bytes.resize(16, 0);
+    return bytes;
+}
+
+TEST(IIDOfc, FiveBitLettersCodesForOtherCharactersAndTheWideFour) {
+    // Letters are 1 to 26, five bits each: "ABC" is 1 | 2 << 5 | 3 << 10 = 0x0C41.
+    // '0' is 28, '3' is 31, other characters 27; '4' is 32, six bits wide, so
+    // 'A' after it sets the same bit.
+    const std::pair<const char*, std::vector<int>> cases[] = {
+        {"", Leading({})},       {"A", Leading({1})},
+        {"AB", Leading({0x41})}, {"ABC", Leading({0x41, 0x0C})},
+        {"Z", Leading({0x1A})},  {"_", Leading({0x1B})},
+        {"9", Leading({0x1B})},  {"\xC3", Leading({0x1B})},
+        {"0", Leading({28})},    {"3", Leading({31})},
+        {"4", Leading({0x20})},  {"4A", Leading({0x20})},
+        {"B4", Leading({2, 4})}};
+    for (const auto& c : cases) EXPECT_EQ(BytesOf(__IIDOfc(c.first)), c.second) << '"' << c.first << '"';
+    EXPECT_EQ(__IIDOfc("IObjectInfo"), __IIDOfc("iobjectinfo"));  // case is folded
+    EXPECT_NE(__IIDOfc("IQELImage"), __IIDOfc("IQELImageDIB"));
+    // Only the first 25 characters count: 25 letters 'Z' (11010b) fill 125 bits.
+    EXPECT_EQ(__IIDOfc("ABCDEFGHIJKLMNOPQRSTUVWXY"), __IIDOfc("ABCDEFGHIJKLMNOPQRSTUVWXYZZZ"));
+    EXPECT_NE(__IIDOfc("ABCDEFGHIJKLMNOPQRSTUVWX"), __IIDOfc("ABCDEFGHIJKLMNOPQRSTUVWXY"));
+    const int top = BytesOf(__IIDOfc("ZZZZZZZZZZZZZZZZZZZZZZZZZ"))[15];
+    EXPECT_EQ(top & 0xE0, 0);  // the top three bits stay clear
+    EXPECT_NE(top, 0);
+    // The module's globals are computed at load from their names; IUnknown is the conventional one.
+    EXPECT_EQ(IID_IObjectInfo, __IIDOfc("IObjectInfo"));
+    EXPECT_EQ(IID_IQELImage, __IIDOfc("IQELImage"));
+    EXPECT_EQ(IID_IQELMaths, qel::iid::IQELMaths);
+    EXPECT_EQ(IID_IComponentCollection, __IIDOfc("IComponentCollection"));
+    EXPECT_EQ(BytesOf(IID_IUnknown), Leading({0, 0, 0, 0, 0, 0, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46}));
+}
+
+QResult Lookup(const wchar_t* text, uint64_t length, QELCreateInstanceFn* out) {
+    return TestHost().ModuleCreateFunction()(tagREFString{length, text}, out);
+}
+QELCreateInstanceFn CreatorOf(const wchar_t* name) {
+    QELCreateInstanceFn create = nullptr;
+    Lookup(name, std::wcslen(name), &create);
+    return create;
+}
+
+TEST(CreateFunction, MatchesTheExactCaseSensitiveNameByTheLow32BitsOfItsLength) {
+    const QELCreateInstanceFn maths = CreatorOf(L"QELMaths");
+    ASSERT_NE(maths, nullptr);
+    QELCreateInstanceFn untouched = reinterpret_cast<QELCreateInstanceFn>(0x1234);
+    const std::pair<const wchar_t*, uint64_t> misses[] = {
+        {L"QELMaths", 7}, {L"QELMathsX", 9}, {L"QELMath", 7}, {L"qelmaths", 8},
+        {L"QELMATHS", 8}, {L"", 0},          {nullptr, 0}};
+    for (const auto& miss : misses) EXPECT_EQ(Lookup(miss.first, miss.second, &untouched), QEL_E_FAIL);
+    EXPECT_EQ(untouched, reinterpret_cast<QELCreateInstanceFn>(0x1234)) << "*out written on failure";
+    QELCreateInstanceFn wide = nullptr;
+    EXPECT_EQ(Lookup(L"QELMaths", (uint64_t{1} << 32) + 8, &wide), QEL_OK);
+    EXPECT_EQ(wide, maths);
+}
+
+struct Component {
+    const wchar_t* name;
+    const IID* own;
+    const IID* foreign;
+};
+const Component kComponents[] = {
+    {L"QELFilterTransform", &qel::iid::IQELFilterTransform, &qel::iid::IQELMaths},
+    {L"QELDeform", &qel::iid::IQELDeform, &qel::iid::IQELTransform},
+    {L"QELTransform", &qel::iid::IQELTransform, &qel::iid::IQELDeform},
+    {L"QELMaths", &qel::iid::IQELMaths, &qel::iid::IQELColorTransform},
+    {L"QELColorTransform", &qel::iid::IQELColorTransform, &qel::iid::IQELMaths},
+};
+
+TEST(CreateInstance, EachComponentAnswersItsOwnInterfacesWithOneReferenceAndItsName) {
+    std::vector<QELCreateInstanceFn> seen;
+    for (const Component& component : kComponents) {
+        const QELCreateInstanceFn create = CreatorOf(component.name);
+        EXPECT_EQ(std::count(seen.begin(), seen.end(), create), 0);
+        seen.push_back(create);
+        for (const IID* iid : {&qel::iid::IUnknown, &qel::iid::IObjectInfo, component.own}) {
+            IUnknown* object = nullptr;
+            ASSERT_EQ(create(nullptr, iid, reinterpret_cast<void**>(&object)), QEL_OK);
+            EXPECT_EQ(object->AddRef(), 2u);
+            EXPECT_EQ(object->Release(), 1u);
+            EXPECT_EQ(object->Release(), 0u);
+        }
+        for (const IID* iid : {component.foreign, &qel::iid::IQELImage, &QEL_IID_NULL}) {
+            void* object = reinterpret_cast<void*>(0x1);
+            EXPECT_EQ(create(nullptr, iid, &object), QEL_E_NOINTERFACE);
+            EXPECT_EQ(object, nullptr);
+        }
+        SmartPtr<IObjectInfo> info = TestHost().Create<IObjectInfo>(component.name, qel::iid::IObjectInfo);
+        for (int index : {0, 7, -3}) {
+            tagREFString name{};
+            EXPECT_EQ(info->GetName(index, &name), QEL_OK);
+            EXPECT_EQ(std::wstring(name.text, name.length), std::wstring(component.name));
+        }
+    }
+}
+
+TEST(QueryInterface, CountsAndIdentityAcrossInterfacePointers) {
+    SmartPtr<IQELColorTransform> colour =
+        TestHost().Create<IQELColorTransform>(L"QELColorTransform", qel::iid::IQELColorTransform);
+    SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(colour.Get(), qel::iid::IObjectInfo);
+    EXPECT_EQ(qeltest::RefCountOf(colour.Get()), 2u);
+    // IUnknown through IObjectInfo is the primary pointer, neither of the other two.
+    SmartPtr<IUnknown> primary = QueryAs<IUnknown>(info.Get(), qel::iid::IUnknown);
+    SmartPtr<IUnknown> primaryAgain = QueryAs<IUnknown>(colour.Get(), qel::iid::IUnknown);
+    EXPECT_EQ(primary.Get(), primaryAgain.Get());
+    EXPECT_NE(static_cast<void*>(primary.Get()), static_cast<void*>(info.Get()));
+    EXPECT_NE(static_cast<void*>(primary.Get()), static_cast<void*>(colour.Get()));
+    EXPECT_EQ(qeltest::RefCountOf(colour.Get()), 4u);
+    EXPECT_EQ(QueryAs<IQELColorTransform>(info.Get(), qel::iid::IQELColorTransform).Get(), colour.Get());
+    void* foreign = reinterpret_cast<void*>(0x1);
+    EXPECT_EQ(colour->QueryInterface(qel::iid::IQELMaths, &foreign), QEL_E_NOINTERFACE);
+    EXPECT_EQ(foreign, nullptr);
+    EXPECT_EQ(qeltest::RefCountOf(colour.Get()), 4u);
+}
+
+TEST(InitializeModule, KeepsExactlyOneReferenceToTheCollection) {
+    QELInitializeModuleFn initialize = TestHost().ModuleInitialize();
+    qeltest::ForwardingCollection collection, other;
+    EXPECT_EQ(initialize(nullptr, &collection), QEL_OK);
+    EXPECT_EQ(initialize(nullptr, &collection), QEL_OK);
+    EXPECT_EQ(collection.refs, 2) << "handing the same collection over twice must not leak or drop";
+    EXPECT_EQ(initialize(reinterpret_cast<void*>(0xdead), &other), QEL_OK);
+    EXPECT_EQ(collection.refs, 1);
+    EXPECT_EQ(other.refs, 2);
+    EXPECT_EQ(initialize(nullptr, nullptr), QEL_OK);
+    EXPECT_EQ(other.refs, 1);
+    initialize(nullptr, TestHost().Collection());  // the real collection back for the other tests
+}
+
+}  // namespace
