@@ -2,8 +2,10 @@
 // global collection, used through their interfaces as a host would.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <climits>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 #include "support/test_image.h"
@@ -12,7 +14,10 @@ namespace {
 
 using qeltest::TestHost;
 
-SmartPtr<IQELImageDIB> NewImage() { return TestHost().NewImage(); }
+SmartPtr<IQELImageDIB> NewImage(int width = 0, int height = 0, int bitCount = 24,
+                                unsigned model = QEL_MODEL_BGR) {
+    return TestHost().NewImage(width, height, bitCount, model);
+}
 
 TEST(ImageDIB, CreateLaysOutZeroedTopDownRowsPaddedToFourBytes) {
     struct Case {
@@ -210,6 +215,111 @@ TEST(ImageDIB, SameGeometryAssignFollowsThePalette) {
     ASSERT_EQ(target->Assign(plain.Get(), 0), QEL_OK);
     EXPECT_FALSE(QueryAs<IQELImagePalette>(target.Get(), qel::iid::IQELImagePalette)) << "and leaves with it";
     EXPECT_EQ(qel::PixelsOf(target.Get()).bits[5], 0);
+}
+
+// For callers that write every row byte themselves: a reused block keeps its
+// pixel bytes, while row padding and the slack after the rows are zero again.
+TEST(ImageDIB, CreateUninitialisedClearsOnlyPaddingAndSlack) {
+    SmartPtr<IQELImageDIB> image = NewImage(5, 3, 24, QEL_MODEL_BGR);
+    SmartPtr<IQELImageUninitialised> raw =
+        QueryAs<IQELImageUninitialised>(image.Get(), qel::iid::IQELImageUninitialised);
+    ASSERT_TRUE(raw);
+    unsigned char* bits = qel::PixelsOf(image.Get()).bits;
+    std::memset(bits, 0xA5, 3 * 16 + 16);
+    ASSERT_EQ(raw->CreateUninitialised(5, 3, 1, 24, QEL_MODEL_ARGB), QEL_OK);
+    const qel::Pixels p = qel::PixelsOf(image.Get());
+    EXPECT_EQ(p.bits, bits);
+    EXPECT_EQ(p.colourModel, QEL_MODEL_ARGB);
+    for (int i = 0; i < 3 * 16 + 16; ++i) {
+        const bool pixelByte = i < 3 * 16 && i % 16 < 15;
+        ASSERT_EQ(p.bits[i], pixelByte ? 0xA5 : 0) << "byte " << i;
+    }
+    // A new geometry gets a new block with the same guarantees.
+    ASSERT_EQ(raw->CreateUninitialised(3, 2, 1, 8, QEL_MODEL_MONO), QEL_OK);
+    const qel::Pixels q = qel::PixelsOf(image.Get());
+    EXPECT_EQ(q.stride, 4);
+    for (int i : {3, 7, 8, 9, 23}) EXPECT_EQ(q.bits[i], 0) << "byte " << i;
+    EXPECT_EQ(raw->CreateUninitialised(-1, 2, 1, 8, QEL_MODEL_MONO), QEL_E_INVALIDARG);
+}
+
+// Assign from another runtime image hands its pixel block over without a
+// copy; whichever image then asks for its bits gets a block of its own.
+TEST(ImageDIBSharing, AssignedImagesStayIndependent) {
+    const RGBQUAD entries[2] = {{1, 2, 3, 0}, {4, 5, 6, 0}};
+    SmartPtr<IQELImageDIB> source = NewImage(), target = NewImage();
+    ASSERT_EQ(source->Create(5, 3, 2, 24, QEL_MODEL_BGR), QEL_OK);
+    source->SetPalette(entries, 2);
+    unsigned char* sourceBits = qel::PixelsOf(source.Get()).bits;
+    for (int i = 0; i < 3 * 16; ++i) sourceBits[i] = static_cast<unsigned char>(i + 1);
+    ASSERT_EQ(target->Create(9, 9, 1, 8, QEL_MODEL_MONO), QEL_OK);
+
+    ASSERT_EQ(target->Assign(source.Get(), 0), QEL_OK);
+    const qel::Pixels got = qel::PixelsOf(target.Get());
+    EXPECT_EQ(got.width, 5);
+    EXPECT_EQ(got.height, 3);
+    EXPECT_EQ(got.bitCount, 24);
+    EXPECT_EQ(got.colourModel, QEL_MODEL_BGR);
+    EXPECT_TRUE(QueryAs<IQELImagePalette>(target.Get(), qel::iid::IQELImagePalette));
+    EXPECT_NE(got.bits, sourceBits) << "the target asked for its bits while the source still holds them";
+    EXPECT_EQ(qeltest::PixelBytes(target.Get()), qeltest::PixelBytes(source.Get()));
+    EXPECT_EQ(got.bits[3 * 16 + 5], 0) << "slack after the copied rows";
+
+    // Writes through either image's bits reach that image only, on every plane.
+    got.bits[0] = 200;
+    EXPECT_EQ(qel::PixelsOf(source.Get()).bits[0], 1);
+    ASSERT_EQ(source->Fill(0x00070809), QEL_OK);
+    EXPECT_EQ(qel::PixelsOf(target.Get()).bits[1], 2);
+    unsigned char *plane1Target = nullptr, *plane1Source = nullptr;
+    int stride = 0, reserved = 0;
+    ASSERT_EQ(target->GetBits(1, &reserved, &plane1Target, &stride), QEL_OK);
+    ASSERT_EQ(source->GetBits(1, &reserved, &plane1Source, &stride), QEL_OK);
+    EXPECT_NE(plane1Target, plane1Source);
+}
+
+TEST(ImageDIBSharing, ATemporaryHandsItsPixelsOverAndCreateOrClearUnshares) {
+    SmartPtr<IQELImageDIB> image = NewImage(4, 2, 32, QEL_MODEL_ARGB);
+    SmartPtr<IQELImageDIB> result = NewImage(4, 2, 32, QEL_MODEL_ARGB);
+    unsigned char* resultBits = qel::PixelsOf(result.Get()).bits;
+    resultBits[7] = 99;
+    ASSERT_EQ(image->Assign(result.Get(), 0), QEL_OK);
+    result.Reset();
+    EXPECT_EQ(qel::PixelsOf(image.Get()).bits, resultBits) << "the last holder keeps the block itself";
+    EXPECT_EQ(qel::PixelsOf(image.Get()).bits[7], 99);
+
+    // Create and Clear on a sharing image leave the other image's pixels alone.
+    SmartPtr<IQELImageDIB> other = NewImage();
+    ASSERT_EQ(other->Assign(image.Get(), 0), QEL_OK);
+    ASSERT_EQ(other->Create(4, 2, 1, 32, QEL_MODEL_ARGB), QEL_OK);
+    EXPECT_EQ(qel::PixelsOf(other.Get()).bits[7], 0) << "a cleared block of its own";
+    EXPECT_EQ(qel::PixelsOf(image.Get()).bits[7], 99);
+    ASSERT_EQ(other->Assign(image.Get(), 0), QEL_OK);
+    ASSERT_EQ(other->Clear(), QEL_OK);
+    EXPECT_EQ(qel::PixelsOf(image.Get()).bits[7], 99);
+    EXPECT_EQ(qel::PixelsOf(other.Get()).bits, nullptr);
+}
+
+// Threads that only read an image may ask for its bits at the same time,
+// also while its block is shared and is being copied for one of them.
+TEST(ImageDIBSharing, ReadersOnSeveralThreadsAgreeOnTheBits) {
+    for (int round = 0; round < 50; ++round) {
+        SmartPtr<IQELImageDIB> source = NewImage(64, 64, 24, QEL_MODEL_BGR), reader = NewImage();
+        qel::PixelsOf(source.Get()).bits[100] = 7;
+        ASSERT_EQ(reader->Assign(source.Get(), 0), QEL_OK);
+        std::atomic<unsigned char*> seen[4] = {};
+        std::vector<std::thread> threads;
+        for (auto& slot : seen)
+            threads.emplace_back([&reader, &slot] {
+                unsigned char* bits = nullptr;
+                int stride = 0, reserved = 0;
+                reader->GetBits(0, &reserved, &bits, &stride);
+                slot = bits;
+            });
+        for (std::thread& thread : threads) thread.join();
+        for (auto& slot : seen) {
+            EXPECT_EQ(slot.load(), seen[0].load());
+            EXPECT_EQ(slot.load()[100], 7);
+        }
+    }
 }
 
 TEST(RuntimeStrings, CreatableStringAppendsAndLocatorsResolve) {

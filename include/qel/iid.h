@@ -56,6 +56,7 @@ constexpr IID QEL_IID_IUNKNOWN = {{0, 0, 0x000000C0u, 0x46000000u}};
     X(IQELImage)                  \
     X(IQELImageDIB)               \
     X(IQELImagePalette)           \
+    X(IQELImageUninitialised)     \
     X(IComponentCollection)       \
     X(IComponentString)           \
     X(ICreatableString)           \

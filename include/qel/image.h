@@ -46,6 +46,18 @@ protected:
     ~IQELImagePalette() = default;
 };
 
+// Optional on a host image: Create for a caller that writes every byte of
+// every row itself, so that the pixel memory need not be cleared first.
+// Only the pixel bytes of the rows are left unset; anything else Create
+// guarantees (row padding, memory past the last row) stays as Create gives it.
+struct IQELImageUninitialised : IUnknown {
+    virtual QResult CreateUninitialised(int width, int height, int planes, int bitCount,
+                                        unsigned int colourModel) = 0;  // slot 3
+
+protected:
+    ~IQELImageUninitialised() = default;
+};
+
 // A caller's coordinate transform: overwrites the point with its image.
 struct ITransform : IUnknown {
     virtual QResult TransformPoint(double* x, double* y, double* z) = 0;  // slot 3
