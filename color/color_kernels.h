@@ -136,9 +136,10 @@ private:
 // write nothing.
 enum class GreyLanes {
     Scalar,  // one pixel at a time
-    Vector   // 24 bits: eight pixels a step with SSSE3 byte shuffles; 32 bits: four with SSE2
+    Vector,  // 24 bits: eight pixels a step with SSSE3 byte shuffles; 32 bits: four with SSE2
+    Wide     // 24 bits: 32 pixels a step with AVX-512 VBMI byte permutes, then as Vector
 };
-// Vector where the processor has SSSE3, else Scalar.
+// The widest lanes the processor has.
 GreyLanes BestGreyLanes();
 void WriteGreyInto(const ImageView& source, const ImageView& grey, GreyLanes lanes = BestGreyLanes());
 

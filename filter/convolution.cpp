@@ -508,7 +508,8 @@ QResult CQELFilterTransform::Filter(IQEL* image, int* kernel, int size, int divi
     if (image == nullptr) return QEL_E_FAIL;
     if (kernel == nullptr && size > 0) return QEL_E_INVALIDARG;
     FilterTarget target;
-    if (MakeFilterTarget(image, DestinationRoad::ImageDIB, &target) != QEL_OK) return QEL_E_FAIL;
+    if (MakeFilterTarget(image, DestinationRoad::ImageDIB, Writes::EveryPixel, &target) != QEL_OK)
+        return QEL_E_FAIL;
     if (target.Writable())
         ConvolveView(target.source, target.destination, kernel, size, divisor, offset, FilterPath::Fast);
     return HandOverResult(image, &target.image, result);
@@ -552,7 +553,8 @@ QResult CQELFilterTransform::Kernel(IQEL* image, short* kernel, int size, int di
     if (image == nullptr) return QEL_E_INVALIDARG;
     if (kernel == nullptr && size > 0) return QEL_E_INVALIDARG;
     FilterTarget target;
-    if (MakeFilterTarget(image, DestinationRoad::ImageDIB, &target) != QEL_OK) return QEL_E_FAIL;
+    if (MakeFilterTarget(image, DestinationRoad::ImageDIB, Writes::SomePixels, &target) != QEL_OK)
+        return QEL_E_FAIL;
     const ImageView& src = target.source;
     const ImageView& dst = target.destination;
     if (target.Writable() && src.bits != nullptr && src.bitCount == 32 && src.colourModel == QEL_MODEL_MONO) {

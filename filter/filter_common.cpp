@@ -10,7 +10,7 @@ const bool kProcessorHasAvx2 = __builtin_cpu_supports("avx2");
 const bool kProcessorHasAvx2 = false;
 #endif
 
-QResult MakeFilterTarget(IQEL* source, DestinationRoad road, FilterTarget* target) {
+QResult MakeFilterTarget(IQEL* source, DestinationRoad road, Writes writes, FilterTarget* target) {
     target->source = ReadImageView(source);
     if (road == DestinationRoad::ImageDIB) {
         SmartPtr<IQELImageDIB> made = NewImageDIB();
@@ -20,7 +20,11 @@ QResult MakeFilterTarget(IQEL* source, DestinationRoad road, FilterTarget* targe
     }
     if (!target->image) return QEL_E_FAIL;
     const ImageView& s = target->source;
-    target->image->Create(s.width, s.height, s.planes, s.bitCount, s.colourModel);
+    const bool directDepth = s.bitCount == 8 || s.bitCount == 24 || s.bitCount == 32;
+    if (writes == Writes::EveryPixel && directDepth && s.bits != nullptr)
+        CreateToOverwrite(target->image.Get(), s.width, s.height, s.planes, s.bitCount, s.colourModel);
+    else
+        target->image->Create(s.width, s.height, s.planes, s.bitCount, s.colourModel);
     target->destination = ReadImageView(target->image.Get());
     return QEL_OK;
 }

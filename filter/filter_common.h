@@ -29,7 +29,11 @@ struct FilterTarget {
 
 // Reads the source and creates a destination of the same size and format.
 // QEL_E_FAIL when no image could be made (results of the image calls are not checked).
-QResult MakeFilterTarget(IQEL* source, DestinationRoad road, FilterTarget* target);
+// Whether a filter writes every pixel of an 8-, 24- or 32-bit destination,
+// which lets the destination be made without clearing its pixels.
+enum class Writes { EveryPixel, SomePixels };
+
+QResult MakeFilterTarget(IQEL* source, DestinationRoad road, Writes writes, FilterTarget* target);
 
 // Stores the new image in `result`, or, with `result` null, copies it into the
 // source through Assign and releases it. Always QEL_OK.

@@ -737,7 +737,8 @@ void MedianView(const ImageView& src, const ImageView& dst, int size, FilterPath
 QResult CQELFilterTransform::Median(IQEL* image, int size, IQEL** result) {
     if (image == nullptr) return QEL_E_FAIL;
     FilterTarget target;
-    if (MakeFilterTarget(image, DestinationRoad::ImageDIB, &target) != QEL_OK) return QEL_E_FAIL;
+    if (MakeFilterTarget(image, DestinationRoad::ImageDIB, Writes::EveryPixel, &target) != QEL_OK)
+        return QEL_E_FAIL;
     if (target.Writable()) MedianView(target.source, target.destination, size, FilterPath::Fast);
     return HandOverResult(image, &target.image, result);
 }

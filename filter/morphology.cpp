@@ -510,7 +510,7 @@ namespace {
 QResult RunExtremum(IQEL* image, int size, Extremum extremum, DestinationRoad road, IQEL** result) {
     if (image == nullptr) return QEL_E_FAIL;
     FilterTarget target;
-    if (MakeFilterTarget(image, road, &target) != QEL_OK) return QEL_E_FAIL;
+    if (MakeFilterTarget(image, road, Writes::EveryPixel, &target) != QEL_OK) return QEL_E_FAIL;
     if (target.Writable())
         MorphologyView(target.source, target.destination, extremum, size, FilterPath::Fast);
     return HandOverResult(image, &target.image, result);
@@ -533,7 +533,8 @@ QResult CQELFilterTransform::Edge(IQEL* image, int size, IQEL** result) {
 QResult CQELFilterTransform::Contour(IQEL* image, IQEL** result) {
     if (image == nullptr) return QEL_E_FAIL;
     FilterTarget target;
-    if (MakeFilterTarget(image, DestinationRoad::Collection, &target) != QEL_OK) return QEL_E_FAIL;
+    if (MakeFilterTarget(image, DestinationRoad::Collection, Writes::EveryPixel, &target) != QEL_OK)
+        return QEL_E_FAIL;
     if (target.Writable()) ContourView(target.source, target.destination, FilterPath::Fast);
     return HandOverResult(image, &target.image, result);
 }

@@ -50,7 +50,8 @@ void JitterRows(const ImageView& src, const ImageView& dst, int amount) {
 QResult CQELFilterTransform::Noise(IQEL* image, int amount, IQEL** result) {
     if (image == nullptr) return QEL_E_FAIL;
     FilterTarget target;
-    if (MakeFilterTarget(image, DestinationRoad::ImageDIB, &target) != QEL_OK) return QEL_E_FAIL;
+    if (MakeFilterTarget(image, DestinationRoad::ImageDIB, Writes::EveryPixel, &target) != QEL_OK)
+        return QEL_E_FAIL;
     if (target.Writable()) {
         WithPixelKind(target.source, FilterPath::Fast, [&](auto kind) {
             NoiseRows<decltype(kind)>(target.source, target.destination, amount);
@@ -62,7 +63,8 @@ QResult CQELFilterTransform::Noise(IQEL* image, int amount, IQEL** result) {
 QResult CQELFilterTransform::Jitter(IQEL* image, int amount, IQEL** result) {
     if (image == nullptr) return QEL_E_FAIL;
     FilterTarget target;
-    if (MakeFilterTarget(image, DestinationRoad::ImageDIB, &target) != QEL_OK) return QEL_E_FAIL;
+    if (MakeFilterTarget(image, DestinationRoad::ImageDIB, Writes::EveryPixel, &target) != QEL_OK)
+        return QEL_E_FAIL;
     if (target.Writable()) {
         WithPixelKind(target.source, FilterPath::Fast, [&](auto kind) {
             JitterRows<decltype(kind)>(target.source, target.destination, amount);

@@ -147,3 +147,12 @@ IQELImage* CreateImageThroughCollection() {
                                 reinterpret_cast<void**>(&image));
     return image;
 }
+
+QResult CreateToOverwrite(IQEL* image, int width, int height, int planes, int bitCount,
+                          unsigned colourModel) {
+    SmartPtr<IQELImageUninitialised> uninitialised =
+        QueryAs<IQELImageUninitialised>(image, IID_IQELImageUninitialised);
+    if (uninitialised)
+        return uninitialised->CreateUninitialised(width, height, planes, bitCount, colourModel);
+    return image->Create(width, height, planes, bitCount, colourModel);
+}

@@ -32,6 +32,10 @@ struct QELObject {
 // A new "QELImageDIB" image made through the global collection, or null.
 IQELImage* CreateImageThroughCollection();
 
+// Create for a caller that then writes every byte of every row: pixels are
+// left uncleared when the host image offers that, else this is Create.
+QResult CreateToOverwrite(IQEL* image, int width, int height, int planes, int bitCount, unsigned colourModel);
+
 // Holders for the two roads to a new image; empty when no image could be made.
 inline SmartPtr<IQELImage> NewImageThroughCollection() {
     return SmartPtr<IQELImage>(CreateImageThroughCollection());

@@ -1,5 +1,6 @@
 // The vector step of AddScale rows against the scalar rule on every pair of
-// byte values, for factors that round, clamp, overflow and give NaN.
+// byte values, for factors that round, clamp, overflow and give NaN; large
+// Add results, written with streaming stores, against the clamped sums.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "maths/maths_kernels.h"
+#include "support/test_image.h"
 
 namespace {
 
@@ -45,6 +47,40 @@ TEST(MathsVectorSteps, VectorStepStopsBeforeAPartialBlock) {
     EXPECT_TRUE(done == 0 || done == 32);
     for (size_t i = 0; i < done; ++i) ASSERT_EQ(out[i], 255);
     for (size_t i = done; i < 40; ++i) ASSERT_EQ(out[i], 0);
+}
+
+}  // namespace
+
+namespace {
+
+// Results past the cache-sized threshold are written with streaming stores
+// from the first 16-byte boundary of each row: rows of 1203 pixels start at
+// every alignment. Every byte must still be the clamped sum (divisor 0) or
+// the clamped four-fold sum (divisor 2).
+TEST(MathsVectorSteps, LargeAddsGiveTheClampedSumsOnEveryRow) {
+    const int width = 1203, height = 1200;
+    SmartPtr<IQELMaths> maths = qeltest::TestHost().Create<IQELMaths>(L"QELMaths", qel::iid::IQELMaths);
+    SmartPtr<IQELImageDIB> a = qeltest::TestHost().NewImage(width, height, 24, QEL_MODEL_BGR);
+    SmartPtr<IQELImageDIB> b = qeltest::TestHost().NewImage(width, height, 24, QEL_MODEL_BGR);
+    const qel::Pixels pa = qel::PixelsOf(a.Get()), pb = qel::PixelsOf(b.Get());
+    uint32_t state = 12345;
+    for (int y = 0; y < height; ++y)
+        for (size_t n = 0; n < pa.RowBytes(); ++n) {
+            state = state * 1103515245u + 12345u;
+            pa.Row(y)[n] = static_cast<unsigned char>(state >> 24);
+            pb.Row(y)[n] = static_cast<unsigned char>(state >> 16);
+        }
+    for (const float divisor : {0.0f, 2.0f}) {
+        SmartPtr<IQELImageDIB> dest = qeltest::TestHost().NewImage();
+        ASSERT_EQ(maths->Add(dest.Get(), a.Get(), b.Get(), divisor), QEL_OK);
+        const qel::Pixels pd = qel::PixelsOf(dest.Get());
+        ASSERT_EQ(pd.width, width);
+        for (int y = 0; y < height; ++y)
+            for (size_t n = 0; n < pd.RowBytes(); ++n) {
+                const int sum = (pa.Row(y)[n] + pb.Row(y)[n]) * (divisor == 2.0f ? 4 : 1);
+                ASSERT_EQ(pd.Row(y)[n], sum > 255 ? 255 : sum) << "row " << y << " byte " << n;
+            }
+    }
 }
 
 }  // namespace

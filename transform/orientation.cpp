@@ -12,10 +12,16 @@
 
 namespace {
 
-// A new image of the source's geometry and format, or an empty holder.
-SmartPtr<IQELImage> NewImageLike(const ImageView& source) {
+// A new image of the source's geometry and format, or an empty holder; left
+// uncleared where the host allows when the caller writes every row byte.
+SmartPtr<IQELImage> NewImageLike(const ImageView& source, bool writesEveryByte) {
     SmartPtr<IQELImage> image = NewImageThroughCollection();
-    if (image) image->Create(source.width, source.height, source.planes, source.bitCount, source.colourModel);
+    if (!image) return image;
+    if (writesEveryByte)
+        CreateToOverwrite(image.Get(), source.width, source.height, source.planes, source.bitCount,
+                          source.colourModel);
+    else
+        image->Create(source.width, source.height, source.planes, source.bitCount, source.colourModel);
     return image;
 }
 
@@ -143,7 +149,8 @@ void TurnPlane(const QuarterTurn& turn, unsigned char* sourceBits, int sourceStr
 QResult CQELImageTransform::Flip(IQEL* source, IQEL** result) {
     if (source == nullptr) return QEL_E_FAIL;
     const ImageView from = ReadImageView(source);
-    SmartPtr<IQELImage> flipped = NewImageLike(from);
+    // Every depth is copied as whole rows.
+    SmartPtr<IQELImage> flipped = NewImageLike(from, from.bits != nullptr);
     if (!flipped) return QEL_E_FAIL;
     const ImageView to = ReadImageView(flipped.Get());
     if (from.bits != nullptr && to.bits != nullptr && to.height == from.height) FlipRows(from, to);
@@ -154,7 +161,8 @@ QResult CQELImageTransform::Flip(IQEL* source, IQEL** result) {
 QResult CQELImageTransform::Mirror(IQEL* source, IQEL** result) {
     if (source == nullptr) return QEL_E_FAIL;
     const ImageView from = ReadImageView(source);
-    SmartPtr<IQELImage> mirrored = NewImageLike(from);
+    SmartPtr<IQELImage> mirrored = NewImageLike(
+        from, from.bits != nullptr && (from.bitCount == 8 || from.bitCount == 24 || from.bitCount == 32));
     if (!mirrored) return QEL_E_FAIL;
     const ImageView to = ReadImageView(mirrored.Get());
     if (from.bits != nullptr && to.bits != nullptr && to.width == from.width && to.height == from.height) {
