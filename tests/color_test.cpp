@@ -1,0 +1,249 @@
+// The colour component through IQELColorTransform, as a host calls it: the
+// tone tables and their precision, the grey step reading two bytes past 8-bit
+// pixels, palette depths, Colorize's tint, and the alpha operations.
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "color/color_kernels.h"
+#include "support/component_test.h"
+
+namespace {
+
+using namespace qeltest;
+using Op = std::function<QResult(IQEL*)>;
+
+// The pixel rows after `op` ran on an image of these rows (random padding,
+// bottom-up at odd widths). In-place operations must leave every byte outside
+// the pixel rows alone.
+Bytes After(int width, int height, int bitCount, const Bytes& pixels, const Op& op, bool inPlace = true) {
+    auto image = ImageOf(width, height, bitCount, ModelFor(bitCount), pixels, 3, width % 2 == 1);
+    const Bytes padding = PaddingOf(image.Get());
+    EXPECT_EQ(op(image.Get()), QEL_OK);
+    if (inPlace) {
+        EXPECT_EQ(PaddingOf(image.Get()), padding) << "padding changed";
+    }
+    EXPECT_TRUE(image->GuardsIntact());
+    EXPECT_EQ(image->RefCount(), 1u);
+    return PixelBytes(image.Get());
+}
+Bytes Ramp() {
+    Bytes ramp(256);
+    for (int v = 0; v < 256; ++v) ramp[size_t(v)] = static_cast<unsigned char>(v);
+    return ramp;
+}
+// The table a tone operation applied, read back from a 256 x 1 grey ramp.
+Bytes TableOf(const Op& op) { return After(256, 1, 8, Ramp(), op); }
+
+TEST(ColourTone, LutNegativeAndNullImages) {
+    unsigned char table[256];
+    for (int v = 0; v < 256; ++v) table[v] = static_cast<unsigned char>(v * 7 + 3);
+    const Op lut = [&](IQEL* image) { return Colours()->Lut(image, table); };
+    const Op negative = [](IQEL* image) { return Colours()->Negative(image); };
+    EXPECT_EQ(After(3, 2, 8, {0, 1, 2, 253, 254, 255}, lut), (Bytes{3, 10, 17, 0xEE, 0xF5, 0xFC}));
+    EXPECT_EQ(After(2, 1, 32, {1, 2, 3, 0x80, 4, 5, 6, 0}, lut), (Bytes{10, 17, 24, 0x80, 31, 38, 45, 0}));
+    EXPECT_EQ(After(1, 2, 24, {1, 2, 3, 200, 100, 50}, negative), (Bytes{254, 253, 252, 55, 155, 205}));
+    EXPECT_EQ(After(2, 1, 32, {0, 0xF0, 0xAA, 3, 255, 1, 2, 0xFE}, negative),
+              (Bytes{255, 0x0F, 0x55, 3, 0, 254, 253, 0xFE}));
+    // Palette indices below 8 bits and three-byte layouts above 24 stay.
+    EXPECT_EQ(After(3, 1, 4, {0x12, 0x34}, lut), (Bytes{0x12, 0x34}));
+    EXPECT_EQ(After(9, 1, 1, {0x12, 0x80}, negative), (Bytes{0x12, 0x80}));
+    EXPECT_EQ(After(1, 1, 25, {1, 2, 3, 4}, negative), (Bytes{1, 2, 3, 4}));
+    for (const Op& op : {lut, negative, Op([](IQEL* i) { return Colours()->Light(i, 5, 5); }),
+                         Op([](IQEL* i) { return Colours()->Gamma(i, 2.0f); }),
+                         Op([](IQEL* i) { return Colours()->ShiftRGB(i, 1, 1, 1); }),
+                         Op([](IQEL* i) { return Colours()->GrayScale(i); }),
+                         Op([](IQEL* i) { return Colours()->Threshold(i, 1); }),
+                         Op([](IQEL* i) { return Colours()->Colorize(i, 1, 2, 1.0f); }),
+                         Op([](IQEL* i) { return Colours()->SetImageAlpha(i, 5, 0); }),
+                         Op([](IQEL* i) { return Colours()->SetImageTransparentPixel(i, 0); }),
+                         Op([](IQEL* i) { return Colours()->SetImageAlphaTransparency(i, 5, 0); })})
+        EXPECT_EQ(op(nullptr), QEL_E_FAIL);
+    EXPECT_EQ(Colours()->Lut(ImageOf(2, 2, 24, QEL_MODEL_BGR, {}).Get(), nullptr), QEL_E_FAIL);
+}
+
+TEST(ColourTone, LightAndGammaComputeInSinglePrecision) {
+    const auto light = [](int brightness, int contrast) {
+        return TableOf([=](IQEL* image) { return Colours()->Light(image, brightness, contrast); });
+    };
+    EXPECT_EQ(light(0, 0), Ramp());
+    EXPECT_EQ(light(20, -100), Bytes(256, 148));
+    const Bytes brighter = light(200, 0), steep = light(-200, 200), half = light(0, 50);
+    EXPECT_EQ((Bytes{brighter[0], brighter[54], brighter[55], brighter[255]}), (Bytes{200, 254, 255, 255}));
+    // Slope 3, offset -72: the product is not clamped before the offset.
+    EXPECT_EQ((Bytes{steep[0], steep[150], steep[153], steep[170], steep[255]}), (Bytes{0, 0, 3, 54, 255}));
+    // Slope 1.5: values truncate toward zero.
+    EXPECT_EQ((Bytes{half[43], half[44], half[127], half[129]}), (Bytes{0, 2, 126, 129}));
+    // 100 x 0.01f rounds to 1 in single precision, stays below 1 in double.
+    EXPECT_EQ(light(0, -99)[228], 129);
+    EXPECT_EQ(light(0x7FFFFFFF, 0), Bytes(256, 255));
+    EXPECT_EQ(light(-0x7FFFFFFF - 1, 0), Bytes(256, 0));
+    const auto gamma = [](float g) {
+        return TableOf([=](IQEL* image) { return Colours()->Gamma(image, g); });
+    };
+    EXPECT_EQ(gamma(1.0f), Ramp());
+    EXPECT_EQ(gamma(0.0f), Bytes(256, 0));
+    const Bytes bright = gamma(2.2f), dark = gamma(0.43f);
+    EXPECT_EQ(Bytes(bright.begin(), bright.begin() + 8), (Bytes{0, 20, 28, 33, 38, 42, 46, 49}));
+    // An exponent of 1 / 0.43 formed in double would map 255 to 255, of 1 / 0.12 to 254.
+    EXPECT_EQ(Bytes(dark.begin() + 251, dark.end()), (Bytes{245, 248, 250, 252, 254}));
+    EXPECT_EQ(gamma(0.12f)[255], 255);
+}
+
+TEST(ColourTone, ShiftRGBClampsChannelsAndPaletteDepthsTakeTheNearestGrey) {
+    const auto shift = [](int r, int g, int b) {
+        return [=](IQEL* i) { return Colours()->ShiftRGB(i, r, g, b); };
+    };
+    EXPECT_EQ(After(2, 2, 24, {0, 0, 0, 10, 20, 30, 255, 128, 1, 200, 7, 100}, shift(300, 0, -300)),
+              (Bytes{0, 0, 255, 0, 20, 255, 0, 128, 255, 0, 7, 255}));
+    EXPECT_EQ(After(1, 2, 32, {10, 20, 30, 0x42, 250, 5, 128, 0xFF}, shift(-29, 10, 6)),
+              (Bytes{16, 30, 1, 0x42, 255, 15, 99, 0xFF}));
+    // (100, 100, 101) is nearest to 100, (100, 101, 101) to 101.
+    EXPECT_EQ(After(3, 1, 8, {100, 0, 255}, shift(1, 0, 0)), (Bytes{100, 0, 255}));
+    EXPECT_EQ(After(3, 1, 8, {100, 0, 255}, shift(1, 1, 0)), (Bytes{101, 1, 255}));
+    Bytes expected(256);
+    for (int v = 0; v < 256; ++v)
+        expected[size_t(v)] = static_cast<unsigned char>(NearestGreyByWalk(
+            color::ClampToByte(v - 40), color::ClampToByte(v + 20), color::ClampToByte(v + 10)));
+    EXPECT_EQ(TableOf(shift(10, 20, -40)), expected);
+    // 4 bits store the new index's low nibble (5 -> 15, 15 -> 25, 0 -> 10),
+    // 1 bit its low bit (1 -> 2, 0 -> 1); unused low bits of a row's last byte stay.
+    EXPECT_EQ(After(3, 1, 4, {0x5F, 0x0A}, shift(30, 0, 0)), (Bytes{0xF9, 0xAA}));
+    EXPECT_EQ(After(10, 1, 1, {0xA5, 0xBF}, shift(3, 0, 0)), (Bytes{0x5A, 0x7F}));
+}
+
+TEST(ColourTone, GrayScaleReadsTwoBytesPastEightBitPixelsAndThresholdFollows) {
+    const Op grey = [](IQEL* image) { return Colours()->GrayScale(image); };
+    EXPECT_EQ(After(2, 1, 32, {10, 20, 31, 0x33, 255, 255, 254, 0xC0}, grey, false),
+              (Bytes{20, 20, 20, 0x33, 254, 254, 254, 0xC0}));
+    EXPECT_EQ(After(2, 1, 24, {0, 0, 2, 100, 101, 101}, grey, false), (Bytes{0, 0, 0, 100, 100, 100}));
+    // 4 bits are not written: the source takes the new image's zeroes.
+    EXPECT_EQ(After(5, 2, 4, {0x12, 0x34, 0x50, 0xFF, 0xEE, 0xD0}, grey, false), Bytes(6, 0));
+    // 8 bits mix each byte with the two after it, past the row's last pixel:
+    // into the padding, or into the next row without padding.
+    auto padded = ImageOf(5, 2, 8, QEL_MODEL_MONO, {0, 0, 100, 200, 40, 255, 255, 255, 255, 255});
+    padded->Row(0)[5] = 10, padded->Row(0)[6] = 250, padded->Row(1)[5] = 0, padded->Row(1)[6] = 0;
+    EXPECT_EQ(Colours()->GrayScale(padded.Get()), QEL_OK);
+    EXPECT_EQ(PixelBytes(padded.Get()), (Bytes{29, 118, 140, 49, 85, 255, 255, 255, 178, 29}));
+    auto packed = ImageOf(4, 2, 8, QEL_MODEL_MONO, {0, 0, 0, 0, 255, 128, 0, 0}, 0);
+    EXPECT_EQ(Colours()->GrayScale(packed.Get()), QEL_OK);
+    EXPECT_EQ(PixelBytes(packed.Get())[2], 76);   // 306 x 255 >> 10
+    EXPECT_EQ(PixelBytes(packed.Get())[3], 187);  // (601 x 255 + 306 x 128) >> 10
+    // On a runtime image, then Threshold: grey 66 is not above level 66.
+    SmartPtr<IQELImageDIB> image = TestHost().NewImage(2, 2, 32, QEL_MODEL_ARGB);
+    SetPixelBytes(image.Get(), {10, 20, 31, 0x40, 127, 128, 128, 0x41, 200, 0, 0, 0x42, 1, 2, 3, 0x43});
+    EXPECT_EQ(Colours()->GrayScale(image.Get()), QEL_OK);
+    EXPECT_EQ(PixelBytes(image.Get()),
+              (Bytes{20, 20, 20, 0x40, 127, 127, 127, 0x41, 66, 66, 66, 0x42, 2, 2, 2, 0x43}));
+    EXPECT_EQ(Colours()->Threshold(image.Get(), 66), QEL_OK);
+    EXPECT_EQ(PixelBytes(image.Get()),
+              (Bytes{0, 0, 0, 0x40, 255, 255, 255, 0x41, 0, 0, 0, 0x42, 0, 0, 0, 0x43}));
+    EXPECT_EQ(RefCountOf(image.Get()), 1u);
+    const auto threshold = [](int level) { return [=](IQEL* i) { return Colours()->Threshold(i, level); }; };
+    EXPECT_EQ(After(3, 1, 24, {127, 127, 127, 120, 130, 134, 0, 0, 2}, threshold(127), false),
+              (Bytes{0, 0, 0, 255, 255, 255, 0, 0, 0}));
+    EXPECT_EQ(After(1, 1, 24, {255, 255, 255}, threshold(0x7FFFFFFF), false), (Bytes{0, 0, 0}));
+    // 4 and 1 bits are zeroed by the grey step; white is stored as 15 or 1.
+    EXPECT_EQ(After(3, 1, 4, {0xF7, 0x30}, threshold(-1), false), (Bytes{0xFF, 0xF0}));
+    EXPECT_EQ(After(3, 1, 4, {0xF7, 0x30}, threshold(0), false), (Bytes{0x00, 0x00}));
+    EXPECT_EQ(After(9, 1, 1, {0x5A, 0x80}, threshold(-1), false), (Bytes{0xFF, 0x80}));
+}
+
+TEST(ColourColorize, TintsInSinglePrecisionWrapsHueAnglesAndBlendsBelow0999) {
+    const auto tint = [](int hue, int saturation, float blend) {
+        return [=](IQEL* i) {
+            return Colours()->Colorize(i, (unsigned char)hue, (unsigned char)saturation, blend);
+        };
+    };
+    const Bytes pixel = {40, 100, 200};
+    const struct {
+        int hue, saturation;
+        float blend;
+        Bytes in, out;
+    } cases[] = {
+        {0, 0, 1.0f, {10, 20, 31}, {21, 21, 21}},     {0, 255, 1.0f, {128, 128, 128}, {1, 1, 254}},
+        {200, 255, 1.0f, pixel, {240, 0, 169}},  // red angle above 360
+        {50, 200, 1.0f, pixel, {25, 214, 180}},  // blue angle below 0
+        {170, 200, 1.0f, pixel, {214, 25, 25}},  // red angle exactly 360
+        {100, 128, 1.0f, {64, 64, 64}, {54, 96, 31}}, {50, 200, 0.5f, pixel, {32, 157, 190}},
+        {200, 255, 0.999f, pixel, {239, 0, 169}},  // mixes, weight 255
+        {200, 255, 1.5f, pixel, {240, 0, 169}},       {200, 255, -1.0f, pixel, pixel},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(After(1, 1, 24, c.in, tint(c.hue, c.saturation, c.blend)), c.out) << c.hue;
+    EXPECT_EQ(After(2, 1, 32, {40, 100, 200, 0x5A, 128, 128, 128, 0}, tint(200, 255, 1.0f)),
+              (Bytes{240, 0, 169, 0x5A, 254, 1, 180, 0}));
+    // Palette images take the grey nearest to the tinted colour.
+    EXPECT_EQ(After(8, 1, 8, {0, 17, 34, 51, 68, 85, 238, 255}, tint(200, 255, 0.5f)),
+              (Bytes{0, 18, 36, 54, 72, 90, 239, 255}));
+    EXPECT_EQ(After(3, 1, 4, {0x05, 0xD7}, tint(200, 255, 1.0f)), (Bytes{0x06, 0xF7}));
+}
+
+// The alpha bytes of a 32-bit image after `op`; every other byte must stay.
+Bytes AlphaAfter(int width, int height, const Bytes& pixels, const Op& op) {
+    auto image = ImageOf(width, height, 32, QEL_MODEL_ARGB, pixels, 2, height > 1);
+    Bytes before = PixelBytes(image.Get()), after;
+    const Bytes padding = PaddingOf(image.Get());
+    EXPECT_EQ(op(image.Get()), QEL_OK);
+    const Bytes now = PixelBytes(image.Get());
+    for (size_t n = 0; n < now.size(); ++n)
+        if (n % 4 == 3) after.push_back(now[n]), before[n] = now[n];
+    EXPECT_EQ(now, before) << "a byte other than alpha changed";
+    EXPECT_EQ(PaddingOf(image.Get()), padding);
+    return after;
+}
+
+TEST(ColourAlpha, LowestByteOneForZeroAndTheKeyColour) {
+    const auto alpha = [](int a) {
+        return [=](IQEL* image) { return Colours()->SetImageAlpha(image, a, 99); };
+    };
+    EXPECT_EQ(AlphaAfter(3, 2, {}, only(0)), Bytes(6, 1));
+    EXPECT_EQ(AlphaAfter(3, 2, {}, only(300)), Bytes(6, 44));
+    EXPECT_EQ(AlphaAfter(3, 2, {}, only(256)), Bytes(6, 0));
+    EXPECT_EQ(AlphaAfter(1, 1, {}, only(-1)), Bytes(1, 255));
+    // The key is red, green, blue from the low byte: pure red, red with green 1, (0x11, 0x22, 0x33), pure
+    // blue.
+    const Bytes pixels = {0, 0, 255, 0x80, 0, 1, 255, 0x81, 0x33, 0x22, 0x11, 0x82, 255, 0, 0, 0x83};
+    const auto transparent = [](unsigned key) {
+        return [=](IQEL* image) { return Colours()->SetImageTransparentPixel(image, key); };
+    };
+    EXPECT_EQ(AlphaAfter(2, 2, pixels, transparent(0x000000FF)), (Bytes{0x00, 0x81, 0x82, 0x83}));
+    EXPECT_EQ(AlphaAfter(2, 2, pixels, transparent(0xFF0000FF)), (Bytes{0x00, 0x81, 0x82, 0x83}));
+    EXPECT_EQ(AlphaAfter(2, 2, pixels, transparent(0x00332211)), (Bytes{0x80, 0x81, 0x00, 0x83}));
+    const auto both = [](int alpha, unsigned key) {
+        return [=](IQEL* image) { return Colours()->SetImageAlphaTransparency(image, alpha, key); };
+    };
+    const Bytes greys = {255, 255, 255, 0x10, 254, 255, 255, 0x20, 0, 0, 0, 0x30};
+    EXPECT_EQ(AlphaAfter(3, 1, greys, both(128, 0xFFFFFF)), (Bytes{0, 128, 128}));
+    // Alpha 0 becomes 1, so that 0 is left to the key colour alone.
+    EXPECT_EQ(AlphaAfter(3, 1, greys, both(0, 0xAB000000)), (Bytes{1, 1, 0}));
+}
+
+TEST(ColourAlpha, DepthsWithoutAlphaAndThreeByteLayouts) {
+    for (int bitCount : {1, 4, 8, 16, 24}) {
+        auto image = Random(3, 2, bitCount, 5, 2);
+        const Bytes before = image->Snapshot();
+        EXPECT_EQ(Colours()->SetImageAlpha(image.Get(), 5, 0), QEL_E_FAIL) << bitCount;
+        EXPECT_EQ(Colours()->SetImageTransparentPixel(image.Get(), 0), QEL_E_FAIL) << bitCount;
+        EXPECT_EQ(Colours()->SetImageAlphaTransparency(image.Get(), 5, 0), QEL_E_FAIL) << bitCount;
+        EXPECT_EQ(image->Snapshot(), before) << bitCount;
+    }
+    EXPECT_EQ(Colours()->SetImageAlpha(Random(4, 0, 32, 1).Get(), 5, 0), QEL_OK);
+    // 25 bits, width 6: 20 bytes per row plus 2 of padding. SetImageAlpha walks
+    // 4-byte steps over 24 bytes, so the first row in memory reaches byte 1 of
+    // the next; the row that ends the block stops at its end. The key
+    // operations see three-byte pixels without alpha and change nothing.
+    for (bool bottomUp : {false, true}) {
+        auto image = Random(6, 2, 25, 6, 2, bottomUp);
+        Bytes expected = image->Snapshot();
+        for (size_t at = 3; at < 22; at += 4) expected[at] = expected[22 + at] = 9;
+        expected[22 + 1] = 9;
+        EXPECT_EQ(Colours()->SetImageAlpha(image.Get(), 9, 0), QEL_OK);
+        EXPECT_EQ(Colours()->SetImageTransparentPixel(image.Get(), 0), QEL_OK);
+        EXPECT_EQ(Colours()->SetImageAlphaTransparency(image.Get(), 7, 0), QEL_OK);
+        EXPECT_EQ(image->Snapshot(), expected);
+        EXPECT_TRUE(image->GuardsIntact());
+    }
+}
+
+}  // namespace
