@@ -194,7 +194,7 @@ Bytes AlphaAfter(int width, int height, const Bytes& pixels, const Op& op) {
 }
 
 TEST(ColourAlpha, LowestByteOneForZeroAndTheKeyColour) {
-    const auto alpha = [](int a) {
+    const auto only = [](int a) {
         return [=](IQEL* image) { return Colours()->SetImageAlpha(image, a, 99); };
     };
     EXPECT_EQ(AlphaAfter(3, 2, {}, only(0)), Bytes(6, 1));
