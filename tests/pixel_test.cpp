@@ -206,10 +206,12 @@ TEST(Sampling, NearestBilinearBoundsAndAlpha) {
     EXPECT_EQ(image.At(-1.0f, 3.0f, 3), PackColor(0, 100, 0, 0));
     // The 12 x 12 window's bounds are -6 and width + 4: black but for a grey 200
     // top-left (the outside colour), whose outside taps weigh 1.0059, give grey 201.
+    // At base width + 5 every tap reads the outside colour, but the weights
+    // there sum just under 1: only the bound keeps it exactly the outside colour.
     Raster dark(9, 7, 24, 0);
     dark.Set(0, 0, PackColor(200, 200, 200, 0));
     const float inside[][2] = {{13.5f, 3}, {3, 11.5f}, {-5.5f, 3}},
-                past[][2] = {{14, 3}, {3, 12}, {-6, 3}, {3, -6.5f}};
+                past[][2] = {{14, 3}, {14, 3.998f}, {3, 12}, {-6, 3}, {3, -6.5f}};
     for (const auto& at : inside) EXPECT_EQ(dark.At(at[0], at[1], 5), PackColor(201, 201, 201, 1)) << at[0];
     for (const auto& at : past) EXPECT_EQ(dark.At(at[0], at[1], 5), PackColor(200, 200, 200, 1)) << at[0];
     // The cosine kernel's weights are not normalised: grey 100 adds up past 255.
