@@ -491,4 +491,49 @@ TEST(ColourPaths, ByteWiseMapsMatchThePixelHelpers) {
     ExpectMapMatchesPixelHelpers(color::ColorizeTint(13, 90, 1.0f));
 }
 
+// ---- colour: grey rows and byte tables, every lane against one pixel at a time ----
+
+TEST(ColourPaths, GreyRowsAndByteTablesOfEveryWidth) {
+    unsigned char table[256];  // every output differs from its index and its neighbours' outputs
+    for (int i = 0; i < 256; ++i) table[i] = static_cast<unsigned char>(i * 167 + 91);
+    uint32_t seed = 7;
+    for (int bpp : {8, 24, 32})
+        for (int width = 1; width <= 72; ++width, ++seed) {
+            const int height = 1 + width % 5;
+            Owned src = Random(width, height, bpp, seed, seed % 4, seed % 2 == 1);
+            const ImageView s = ReadImageView(src.Get());
+            if (bpp != 8)
+                ExpectPathsAgree(
+                    "grey", width, height, bpp, QEL_MODEL_BGR,
+                    {color::GreyLanes::Scalar, color::GreyLanes::Vector, color::GreyLanes::Wide},
+                    [&](const ImageView& d, color::GreyLanes lanes) { color::WriteGreyInto(s, d, lanes); });
+            ExpectPathsAgree(
+                "byte table", width, height, bpp, QEL_MODEL_BGR,
+                {color::TableLanes::Scalar, color::TableLanes::Avx2, color::TableLanes::Avx512},
+                [&](const ImageView& d, color::TableLanes lanes) { color::ApplyByteTable(d, table, lanes); });
+        }
+}
+
+// One pixel per channel sum 0..765: the multiply standing for the division by
+// three gives the exact third of each, alpha carried through at 32 bits.
+TEST(ColourPaths, EveryChannelSumGreysToItsExactThird) {
+    for (int bytes : {3, 4}) {
+        Owned src(BufferImage::Make(766, 1, 8 * bytes, QEL_MODEL_BGR));
+        Bytes thirds;
+        for (int sum = 0; sum < 766; ++sum) {
+            unsigned char* pixel = src->Row(0) + sum * bytes;
+            pixel[0] = static_cast<unsigned char>(std::min(sum, 255));
+            pixel[1] = static_cast<unsigned char>(std::min(std::max(sum - 255, 0), 255));
+            pixel[2] = static_cast<unsigned char>(std::max(sum - 510, 0));
+            thirds.insert(thirds.end(), 3, static_cast<unsigned char>(sum / 3));
+            if (bytes == 4) thirds.push_back(pixel[3] = static_cast<unsigned char>(sum * 7));
+        }
+        const ImageView s = ReadImageView(src.Get());
+        ExpectPathsAgree(
+            "grey thirds", 766, 1, 8 * bytes, QEL_MODEL_BGR,
+            {color::GreyLanes::Scalar, color::GreyLanes::Vector, color::GreyLanes::Wide},
+            [&](const ImageView& d, color::GreyLanes lanes) { color::WriteGreyInto(s, d, lanes); }, &thirds);
+    }
+}
+
 }  // namespace
