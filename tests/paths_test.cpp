@@ -11,8 +11,8 @@
 
 #include "color/color_kernels.h"
 #include "filter/filter_kernels.h"
+#include "image/image_view.h"
 #include "support/component_test.h"
-#include "support/kernel_output.h"
 #include "transform/box_rows.h"
 #include "transform/circle_kernel.h"
 #include "transform/kernel_grid.h"
@@ -23,6 +23,17 @@ namespace {
 
 using namespace qeltest;
 using Owned = SmartPtr<BufferImage>;
+
+// White with black every fifth column and every seventh row: kernels with
+// lobes above one overflow on the white and go below zero beside the black.
+Owned HardEdges(int width, int height, int bitCount) {
+    Owned image(BufferImage::Make(width, height, bitCount, QEL_MODEL_BGR));
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width * bitCount / 8; ++x)
+            image->Row(y)[x] =
+                static_cast<unsigned char>((x / (bitCount / 8) % 5 == 2 || y % 7 == 3) ? 0 : 255);
+    return image;
+}
 
 // Runs `run(destination, path)` for each path into a fresh image (paddings 0
 // to 3, every other one bottom-up) whose pixels start as the same bytes. Every path must leave the first

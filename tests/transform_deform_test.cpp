@@ -6,7 +6,7 @@
 #include <functional>
 #include <limits>
 
-#include "support/host_images.h"
+#include "support/component_test.h"
 
 namespace {
 

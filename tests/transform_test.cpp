@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "image/sampling.h"
-#include "support/host_images.h"
+#include "support/component_test.h"
 #include "transform/image_transform.h"
 
 namespace {

@@ -102,4 +102,28 @@ void ExpectPixels(BufferImage* image, const Bytes& expected) {
     EXPECT_TRUE(image->GuardsIntact());
 }
 
+SmartPtr<IQELImageDIB> HostImage(int width, int height, int bitCount, const Bytes& bytes) {
+    SmartPtr<IQELImageDIB> image = TestHost().NewImage(width, height, bitCount, ModelFor(bitCount));
+    if (!bytes.empty()) SetPixelBytes(image.Get(), bytes);
+    return image;
+}
+
+SmartPtr<IQELImageDIB> Positions(int width, int height, int bitCount) {
+    SmartPtr<IQELImageDIB> image = HostImage(width, height, bitCount, {});
+    const qel::Pixels p = qel::PixelsOf(image.Get());
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            unsigned char* px = p.Row(y) + x * (bitCount / 8);
+            px[0] = static_cast<unsigned char>(x), px[1] = static_cast<unsigned char>(y), px[2] = 200;
+            if (bitCount == 32) px[3] = 9;
+        }
+    return image;
+}
+
+Bytes PixelOf(IQEL* image, int x, int y) {
+    const qel::Pixels p = qel::PixelsOf(image);
+    const int n = p.bitCount / 8;
+    return Bytes(p.Row(y) + x * n, p.Row(y) + x * n + n);
+}
+
 }  // namespace qeltest

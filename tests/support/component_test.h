@@ -49,4 +49,12 @@ int NearestGreyByWalk(int blue, int green, int red);
 // The image's pixel bytes equal `expected` (hex rows on failure) and its guards are intact.
 void ExpectPixels(BufferImage* image, const Bytes& expected);
 
+// A runtime image of ModelFor(bitCount), its pixel rows set from `bytes` unless empty.
+SmartPtr<IQELImageDIB> HostImage(int width, int height, int bitCount, const Bytes& bytes);
+// Pixel (x, y) is blue x, green y, red 200 (alpha 9 at 32 bits): a result's
+// colours name the source pixel they came from.
+SmartPtr<IQELImageDIB> Positions(int width, int height, int bitCount = 32);
+// The bytes of pixel (x, y) of an image of 8 bits or more.
+Bytes PixelOf(IQEL* image, int x, int y);
+
 }  // namespace qeltest
