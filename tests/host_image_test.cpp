@@ -19,6 +19,12 @@ SmartPtr<IQELImageDIB> NewImage(int width = 0, int height = 0, int bitCount = 24
     return TestHost().NewImage(width, height, bitCount, model);
 }
 
+// Width, height, bit count, colour model and stride.
+std::vector<int> Geometry(IQEL* image) {
+    const qel::Pixels p = qel::PixelsOf(image);
+    return {p.width, p.height, p.bitCount, static_cast<int>(p.colourModel), p.stride};
+}
+
 TEST(ImageDIB, CreateLaysOutZeroedTopDownRowsPaddedToFourBytes) {
     struct Case {
         int width, bitCount, stride;
@@ -35,24 +41,20 @@ TEST(ImageDIB, CreateLaysOutZeroedTopDownRowsPaddedToFourBytes) {
     }
 }
 
-TEST(ImageDIB, ReportsWhatWasCreated) {
+TEST(ImageDIB, ReportsWhatWasCreatedWithABufferPerPlane) {
     SmartPtr<IQELImageDIB> image = NewImage();
     ASSERT_EQ(image->Create(7, 4, 2, 32, QEL_MODEL_ARGB), QEL_OK);
     int width = 0, height = 0, planes = 0, bitCount = 0, reserved = -1;
     unsigned model = 0;
     image->GetSize(&width, &height, &planes);
     image->GetFormat(&bitCount, &model, &reserved);
-    EXPECT_EQ(width, 7);
-    EXPECT_EQ(height, 4);
-    EXPECT_EQ(planes, 2);
-    EXPECT_EQ(bitCount, 32);
-    EXPECT_EQ(model, QEL_MODEL_ARGB);
-    EXPECT_EQ(reserved, 0);
+    EXPECT_EQ(std::vector<int>({width, height, planes, bitCount, int(model), reserved}),
+              std::vector<int>({7, 4, 2, 32, QEL_MODEL_ARGB, 0}));
     unsigned char *plane0 = nullptr, *plane1 = nullptr, *none = reinterpret_cast<unsigned char*>(1);
     int stride = 0;
     EXPECT_EQ(image->GetBits(0, &reserved, &plane0, &stride), QEL_OK);
     EXPECT_EQ(image->GetBits(1, &reserved, &plane1, &stride), QEL_OK);
-    EXPECT_NE(plane0, plane1) << "one buffer per plane";
+    EXPECT_NE(plane0, plane1);
     EXPECT_EQ(image->GetBits(2, &reserved, &none, &stride), QEL_E_INVALIDARG);
     EXPECT_EQ(none, nullptr);
 }
@@ -74,9 +76,7 @@ TEST(ImageDIB, RefusesBadSizesAndDepthsAndKeepsItsContent) {
     EXPECT_EQ(image->Create(1 << 20, 1 << 20, 16, 32, QEL_MODEL_BGR), QEL_E_OUTOFMEMORY);
 
     const qel::Pixels p = qel::PixelsOf(image.Get());
-    EXPECT_EQ(p.width, 2);
-    EXPECT_EQ(p.bitCount, 8);
-    EXPECT_EQ(p.bits[0], 42);
+    EXPECT_EQ(std::vector<int>({p.width, p.bitCount, p.bits[0]}), std::vector<int>({2, 8, 42}));
 }
 
 TEST(ImageDIB, EmptyImagesHaveNoPixels) {
@@ -85,9 +85,7 @@ TEST(ImageDIB, EmptyImagesHaveNoPixels) {
     EXPECT_EQ(qel::PixelsOf(image.Get()).stride, 0);
     EXPECT_EQ(image->Fill(0xFFFFFFFF), QEL_OK);
     EXPECT_EQ(image->Clear(), QEL_OK);
-    const qel::Pixels p = qel::PixelsOf(image.Get());
-    EXPECT_EQ(p.bits, nullptr);
-    EXPECT_EQ(p.width, 0);
+    EXPECT_EQ(qel::PixelsOf(image.Get()).bits, nullptr);
 }
 
 TEST(ImageDIB, FillHonoursEveryDepth) {
@@ -122,12 +120,7 @@ TEST(ImageDIB, AssignCopiesSizeFormatPixelsAndPalette) {
     SmartPtr<IQELImageDIB> target = NewImage();
     ASSERT_EQ(target->Create(9, 9, 1, 32, QEL_MODEL_ARGB), QEL_OK);
     ASSERT_EQ(target->Assign(source.Get(), 0), QEL_OK);
-    const qel::Pixels p = qel::PixelsOf(target.Get());
-    EXPECT_EQ(p.width, 3);
-    EXPECT_EQ(p.height, 2);
-    EXPECT_EQ(p.bitCount, 8);
-    EXPECT_EQ(p.colourModel, QEL_MODEL_MONO);
-    EXPECT_EQ(p.stride, 4) << "the copy is laid out the runtime's way";
+    EXPECT_EQ(Geometry(target.Get()), std::vector<int>({3, 2, 8, QEL_MODEL_MONO, 4}));  // the runtime's rows
     EXPECT_EQ(qeltest::PixelBytes(target.Get()), qeltest::PixelBytes(source.Get()));
 
     // A palette travels with Assign; the palette interface is answered only while one is set.
@@ -255,10 +248,7 @@ TEST(ImageDIBSharing, AssignedImagesStayIndependent) {
 
     ASSERT_EQ(target->Assign(source.Get(), 0), QEL_OK);
     const qel::Pixels got = qel::PixelsOf(target.Get());
-    EXPECT_EQ(got.width, 5);
-    EXPECT_EQ(got.height, 3);
-    EXPECT_EQ(got.bitCount, 24);
-    EXPECT_EQ(got.colourModel, QEL_MODEL_BGR);
+    EXPECT_EQ(Geometry(target.Get()), std::vector<int>({5, 3, 24, QEL_MODEL_BGR, 16}));
     EXPECT_TRUE(QueryAs<IQELImagePalette>(target.Get(), qel::iid::IQELImagePalette));
     EXPECT_NE(got.bits, sourceBits) << "the target asked for its bits while the source still holds them";
     EXPECT_EQ(qeltest::PixelBytes(target.Get()), qeltest::PixelBytes(source.Get()));
@@ -348,14 +338,13 @@ TEST(RuntimeStrings, CreatableStringAppendsAndLocatorsResolve) {
 
 TEST(RuntimeCollection, CreatesTheModuleComponentsByName) {
     SmartPtr<IQELMaths> maths;
-    EXPECT_EQ(TestHost().Collection()->CreateComponent(qel::REF(L"QELMaths"), &qel::iid::IQELMaths,
-                                                       maths.OutVoid()),
+    SmartPtr<IUnknown> none;
+    IComponentCollection* collection = TestHost().Collection();
+    EXPECT_EQ(collection->CreateComponent(qel::REF(L"QELMaths"), &qel::iid::IQELMaths, maths.OutVoid()),
               QEL_OK);
     EXPECT_TRUE(maths);
-    SmartPtr<IUnknown> none;
-    EXPECT_EQ(
-        TestHost().Collection()->CreateComponent(qel::REF(L"Nothing"), &qel::iid::IUnknown, none.OutVoid()),
-        QEL_E_FAIL);
+    EXPECT_EQ(collection->CreateComponent(qel::REF(L"Nothing"), &qel::iid::IUnknown, none.OutVoid()),
+              QEL_E_FAIL);
     EXPECT_FALSE(none);
 }
 
