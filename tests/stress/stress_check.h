@@ -93,11 +93,7 @@ private:
     std::vector<Held> held_;
 };
 
-// Runs call number `index` of a run: one random operation. Returns its name.
-const char* RunOneCall(uint64_t runSeed, uint64_t index);
-// Number of operations the driver knows, and their names (for --list).
-std::vector<std::string> OperationNames();
-// Restricts the run to one operation (for reproducing a report); false if unknown.
-bool OnlyOperation(const std::string& name);
+// Runs call number `index` of a run: one random operation.
+void RunOneCall(uint64_t runSeed, uint64_t index);
 
 }  // namespace stress

@@ -6,7 +6,6 @@
 //   qel_stress --seed 7 --seconds 60     random calls for a minute
 //   qel_stress --seed 7 --calls 100000   a fixed number of calls
 //   qel_stress --seed 7 --call 4711      one call again, to reproduce a report
-//   qel_stress --only Median ...         only one operation
 #include <unistd.h>
 
 #include <chrono>
@@ -14,7 +13,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <string>
 
 #include "stress/stress_check.h"
@@ -41,9 +39,7 @@ void OnSignal(int signal) {
 }
 
 int Usage() {
-    std::fprintf(
-        stderr,
-        "usage: qel_stress [--seed N] [--seconds N | --calls N | --call N] [--only OPERATION] [--list]\n");
+    std::fprintf(stderr, "usage: qel_stress [--seed N] [--seconds N | --calls N | --call N]\n");
     return 2;
 }
 
@@ -57,10 +53,6 @@ int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
         const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
-        if (option == "--list") {
-            for (const std::string& name : stress::OperationNames()) std::printf("%s\n", name.c_str());
-            return 0;
-        }
         if (value == nullptr) return Usage();
         ++i;
         if (option == "--seed")
@@ -71,9 +63,7 @@ int main(int argc, char** argv) {
             calls = std::strtoull(value, nullptr, 0);
         else if (option == "--call")
             single = std::atoll(value);
-        else if (option == "--only") {
-            if (!stress::OnlyOperation(value)) return Usage();
-        } else
+        else
             return Usage();
     }
     if (seconds <= 0 && calls == 0 && single < 0) calls = 10000;
@@ -87,7 +77,6 @@ int main(int argc, char** argv) {
 #endif
 
     const auto start = std::chrono::steady_clock::now();
-    std::map<std::string, uint64_t> perOperation;
     uint64_t made = 0;
     for (uint64_t index = single >= 0 ? static_cast<uint64_t>(single) : 0;; ++index) {
         if (single >= 0 && made == 1) break;
@@ -97,13 +86,11 @@ int main(int argc, char** argv) {
             break;
         std::snprintf(stress::gCallLabel, sizeof(stress::gCallLabel), "--seed %llu --call %llu",
                       static_cast<unsigned long long>(seed), static_cast<unsigned long long>(index));
-        ++perOperation[stress::RunOneCall(seed, index)];
+        stress::RunOneCall(seed, index);
         ++made;
     }
     const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     std::printf("qel_stress: seed %llu, %llu operation calls in %.1f s, no fault found\n",
                 static_cast<unsigned long long>(seed), static_cast<unsigned long long>(made), elapsed);
-    for (const auto& [name, count] : perOperation)
-        std::printf("  %-26s %llu\n", name.c_str(), static_cast<unsigned long long>(count));
     return 0;
 }

@@ -315,7 +315,6 @@ const Entry kOperations[] = {
          Maths()->Scale8(dest, source, d.Param(-300, 300), d.RealParam(-3, 3));
      }},
 };
-int gOnly = -1;
 
 // SplitMix64: independent call seeds from (run seed, call number).
 uint64_t Mix(uint64_t value) {
@@ -327,26 +326,13 @@ uint64_t Mix(uint64_t value) {
 
 }  // namespace
 
-std::vector<std::string> OperationNames() {
-    std::vector<std::string> names;
-    for (const Entry& entry : kOperations) names.push_back(entry.name);
-    return names;
-}
-
-bool OnlyOperation(const std::string& name) {
-    for (int i = 0; i < int(std::size(kOperations)); ++i)
-        if (name == kOperations[i].name) gOnly = i;
-    return gOnly >= 0;
-}
-
-const char* RunOneCall(uint64_t runSeed, uint64_t index) {
+void RunOneCall(uint64_t runSeed, uint64_t index) {
     const uint64_t callSeed = Mix(runSeed ^ Mix(index));
     Draw draw(callSeed);
-    const Entry& entry = kOperations[gOnly >= 0 ? gOnly : draw.Int(0, int(std::size(kOperations)) - 1)];
+    const Entry& entry = kOperations[draw.Int(0, int(std::size(kOperations)) - 1)];
     Call call(entry.name, callSeed, draw);
     entry.run(call, draw);
     call.Finish();
-    return entry.name;
 }
 
 }  // namespace stress
