@@ -185,188 +185,252 @@ void WidenRow(const unsigned char* pixel, int width, float* out) {
     }
 }
 
-// A 24- or 32-bit image summed in groups of eight pixels; the taps come from
-// float copies of the source rows, kept in a ring as the output rows move
-// down. Pixels outside those groups take the sampler's own path. False, with
+constexpr int kMaxKinds = 4;  // kinds of column weights and of row weights whose products are kept
+constexpr int kPad = 12;      // outside pixels before and after each float row
+
+// Whether an axis whose taps start at `base` can be summed from the float
+// rows. Those rows carry the outside colour around the image, so with
+// `padded` the sampler's own bounds hold (beyond them it gives the outside
+// colour); without it, only taps that all lie inside.
+template <int kTaps>
+bool TapsSummable(bool padded, int base, int size) {
+    constexpr int kBack = kTaps == 4 ? 1 : 5;  // taps before the base position
+    if (!padded) return base - kBack >= 0 && base - kBack + kTaps - 1 < size;
+    return kTaps == 12 ? base >= -6 && base - 4 <= size : base >= -2 && base <= size;
+}
+
+// The column side of the interior sum, worked out once per image: the groups
+// of eight output pixels summed together (first those whose pixels pair up
+// on a shared first tap), their tap offsets and column weights, the few kinds
+// of weight block among them, and the columns left to the sampler.
+template <int kTaps>
+struct ColumnGroups {
+    static constexpr int kBack = kTaps == 4 ? 1 : 5;
+    static constexpr size_t kColumnBlock = static_cast<size_t>(kTaps) * kGroupPixels * 4;
+
+    std::unique_ptr<int[]> offsets;       // per group and pixel: first tap, in floats from the row start
+    std::unique_ptr<float[]> weights;     // per group: kColumnBlock column weights
+    std::unique_ptr<int[]> firstPixels;   // per group: its first output pixel
+    std::unique_ptr<int[]> weightKinds;   // per group: which kind its weights are
+    std::unique_ptr<int[]> otherColumns;  // output columns the sampler computes
+    int groups = 0, sharedGroups = 0, otherCount = 0, kinds = 0;
+    int kindGroups[kMaxKinds] = {};  // the first group of each kind
+    bool fewKinds = true;            // every group is one of `kinds` kinds
+
+    // False when the memory cannot be had.
+    bool Plan(const SampleAxis* columns, int sourceWidth, int destWidth, bool padded) {
+        const auto summable = [&](int first) {
+            bool all = true;
+            for (int p = 0; p < kGroupPixels; ++p)
+                all = all && TapsSummable<kTaps>(padded, columns[first + p].base, sourceWidth);
+            return all;
+        };
+        const auto shared = [&](int first) {
+            bool all = true;
+            for (int p = 0; p < kGroupPixels; p += 2)
+                all = all && columns[first + p].base == columns[first + p + 1].base;
+            return all;
+        };
+        // Where the groups start decides which neighbours share a register, so
+        // the start that pairs up the most groups is taken.
+        int lead = 0, mostShared = -1;
+        for (int start = 0; start < kGroupPixels && start + kGroupPixels <= destWidth; ++start) {
+            int count = 0;
+            for (int first = start; first + kGroupPixels <= destWidth; first += kGroupPixels)
+                count += summable(first) && shared(first);
+            if (count > mostShared) {
+                mostShared = count;
+                lead = start;
+            }
+        }
+        const int groupCount = destWidth >= lead ? (destWidth - lead) / kGroupPixels : 0;
+        offsets.reset(new (std::nothrow) int[static_cast<size_t>(groupCount) * kGroupPixels + 1]);
+        weights.reset(new (std::nothrow) float[static_cast<size_t>(groupCount) * kColumnBlock + 1]);
+        firstPixels.reset(new (std::nothrow) int[static_cast<size_t>(groupCount) + 1]);
+        weightKinds.reset(new (std::nothrow) int[static_cast<size_t>(groupCount) + 1]);
+        otherColumns.reset(new (std::nothrow) int[static_cast<size_t>(destWidth)]);
+        if (!offsets || !weights || !firstPixels || !weightKinds || !otherColumns) return false;
+
+        for (int pass = 0; pass < 2; ++pass) {
+            for (int group = 0; group < groupCount; ++group) {
+                const int first = lead + group * kGroupPixels;
+                if (!summable(first)) {
+                    if (pass == 0)
+                        for (int p = 0; p < kGroupPixels; ++p) otherColumns[otherCount++] = first + p;
+                    continue;
+                }
+                if (shared(first) == (pass == 0)) AddGroup(columns, first);
+            }
+            if (pass == 0) sharedGroups = groups;
+        }
+        for (int x = 0; x < lead && x < destWidth; ++x) otherColumns[otherCount++] = x;
+        for (int x = lead + groupCount * kGroupPixels; x < destWidth; ++x) otherColumns[otherCount++] = x;
+        return true;
+    }
+
+private:
+    // Takes the group starting at output pixel `first`; its weights are
+    // matched bit for bit against the kinds seen so far.
+    void AddGroup(const SampleAxis* columns, int first) {
+        const int n = groups++;
+        firstPixels[n] = first;
+        for (int p = 0; p < kGroupPixels; ++p)
+            offsets[static_cast<size_t>(n) * kGroupPixels + p] = (columns[first + p].base - kBack + kPad) * 4;
+        float* block = &weights[n * kColumnBlock];
+        float* weight = block;
+        for (int i = 0; i < kTaps; ++i)
+            for (int p = 0; p < kGroupPixels; ++p)
+                for (int channel = 0; channel < 4; ++channel) *weight++ = columns[first + p].weights[i];
+        int kind = 0;
+        while (kind < kinds && std::memcmp(&weights[kindGroups[kind] * kColumnBlock], block,
+                                           kColumnBlock * sizeof(float)) != 0)
+            ++kind;
+        if (kind == kinds) {
+            if (kinds < kMaxKinds)
+                kindGroups[kinds++] = n;
+            else
+                fewKinds = false;
+        }
+        weightKinds[n] = kind;
+    }
+};
+
+// Column weight x row weight for every tap and kind of group, kept for up to
+// kMaxKinds kinds of row: scaling by a simple ratio repeats a few column and
+// row weight sets over and over.
+template <int kTaps>
+class WeightProducts {
+public:
+    static constexpr size_t kProductBlock = kTaps * ColumnGroups<kTaps>::kColumnBlock;
+
+    explicit WeightProducts(const ColumnGroups<kTaps>& groups) : groups_(groups) {
+        if (groups.fewKinds && groups.kinds > 0)
+            products_.reset(new (std::nothrow) float[kMaxKinds * groups.kinds * kProductBlock]);
+    }
+
+    // The products for a row of these weights, or null when the row is not of
+    // a kept kind (the sum then multiplies as it goes).
+    const float* For(const float* rowWeights) {
+        if (!products_) return nullptr;
+        int kind = 0;
+        while (kind < rowKindCount_ && std::memcmp(rowKinds_[kind], rowWeights, sizeof rowKinds_[kind]) != 0)
+            ++kind;
+        if (kind == rowKindCount_) {
+            if (rowKindCount_ == kMaxKinds) return nullptr;
+            std::memcpy(rowKinds_[rowKindCount_++], rowWeights, sizeof rowKinds_[kind]);
+            float* product = &products_[kind * groups_.kinds * kProductBlock];
+            for (int c = 0; c < groups_.kinds; ++c) {
+                const float* columnWeight = &groups_.weights[groups_.kindGroups[c] * groups_.kColumnBlock];
+                for (int j = 0; j < kTaps; ++j)
+                    for (size_t k = 0; k < groups_.kColumnBlock; ++k)
+                        *product++ = columnWeight[k] * rowWeights[j];
+            }
+        }
+        return &products_[kind * groups_.kinds * kProductBlock];
+    }
+
+private:
+    const ColumnGroups<kTaps>& groups_;
+    std::unique_ptr<float[]> products_;
+    float rowKinds_[kMaxKinds][kTaps];
+    int rowKindCount_ = 0;
+};
+
+// Float copies (blue, green, red, alpha) of the source rows the current
+// output row reads, kept in a ring as the output rows move down. Each has
+// kPad outside-colour pixels on both sides; rows above and below the image
+// are the outside colour throughout.
+template <int kTaps>
+class FloatRowRing {
+public:
+    FloatRowRing(const ImageView& source, bool withAlpha)
+        : source_(source),
+          rowFloats_((static_cast<size_t>(source.width) + 2 * kPad) * 4),
+          rows_(new (std::nothrow) float[rowFloats_ * kTaps]) {
+        const uint32_t outside = GetPixelColor(source.bits, -999, -999, source.width, source.height,
+                                               source.stride, source.bitCount);
+        outside_[0] = static_cast<float>(BlueOf(outside));
+        outside_[1] = static_cast<float>(GreenOf(outside));
+        outside_[2] = static_cast<float>(RedOf(outside));
+        outside_[3] = withAlpha ? static_cast<float>(AlphaOf(outside)) : 0.0f;
+        for (int& r : held_) r = INT_MIN;
+    }
+    bool Ready() const { return rows_ != nullptr; }
+
+    const float* Row(int sourceRow) {
+        const int slot = (sourceRow % kTaps + kTaps) % kTaps;
+        float* copy = &rows_[static_cast<size_t>(slot) * rowFloats_];
+        if (held_[slot] == sourceRow) return copy;
+        held_[slot] = sourceRow;
+        if (sourceRow < 0 || sourceRow >= source_.height) {
+            FillOutside(copy, rowFloats_ / 4);
+            return copy;
+        }
+        FillOutside(copy, kPad);
+        if (source_.bitCount == 32)
+            WidenRow<4>(source_.Row(sourceRow), source_.width, copy + 4 * kPad);
+        else
+            WidenRow<3>(source_.Row(sourceRow), source_.width, copy + 4 * kPad);
+        FillOutside(copy + 4 * (kPad + static_cast<size_t>(source_.width)), kPad);
+        return copy;
+    }
+
+private:
+    void FillOutside(float* to, size_t pixels) const {
+        for (size_t x = 0; x < pixels; ++x) std::memcpy(to + 4 * x, outside_, sizeof outside_);
+    }
+
+    const ImageView& source_;
+    const size_t rowFloats_;
+    std::unique_ptr<float[]> rows_;
+    float outside_[4];
+    int held_[kTaps];
+};
+
+// A 24- or 32-bit image summed in groups of eight pixels from float copies
+// of the source rows; pixels outside those groups, and rows whose taps reach
+// past what the float rows hold, take the sampler's own path. False, with
 // nothing written, when the working memory cannot be had.
 //
-// The sampler reads a tap outside the image as its outside colour, so the
-// float rows carry kPad pixels of that colour on both sides, and rows above
-// and below the image are that colour throughout: every sample the sampler
-// interpolates is then summed here alike. The one exception is the 4x4
-// border of 32-bit images, which leaves alpha out; there only samples whose
-// taps all lie inside are summed here.
-//
-// Scaling by a simple ratio repeats a few column and row weight sets over
-// and over, so the products of column and row weights are kept for up to
-// kMaxKinds kinds of group and kinds of row; other rows multiply as they go.
+// The float rows carry the outside colour around the image, so every sample
+// the sampler interpolates is summed here alike. The one exception is the
+// 4x4 border of 32-bit images, which leaves alpha out; there only samples
+// whose taps all lie inside are summed here.
 template <int kTaps>
 bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* columns,
                          const ImageView& source, const ImageView& dest, float yScale) {
-    constexpr int kBack = kTaps == 4 ? 1 : 5;  // taps before the base position
-    constexpr size_t kColumnBlock = static_cast<size_t>(kTaps) * kGroupPixels * 4;
-    constexpr size_t kProductBlock = kTaps * kColumnBlock;
-    constexpr int kMaxKinds = 4;
-    constexpr int kPad = 12;  // outside pixels before and after each float row
+    constexpr int kBack = ColumnGroups<kTaps>::kBack;
     const int bytes = source.bitCount / 8;
     const bool padded = kTaps == 12 || bytes == 3;
-    const auto summable = [padded](int base, int size) {
-        if (!padded) return base - kBack >= 0 && base - kBack + kTaps - 1 < size;
-        // The sampler's own bounds; beyond them it gives the outside colour.
-        return kTaps == 12 ? base >= -6 && base - 4 <= size : base >= -2 && base <= size;
-    };
-    const auto groupSummable = [&](int first) {
-        bool all = true;
-        for (int p = 0; p < kGroupPixels; ++p) all = all && summable(columns[first + p].base, source.width);
-        return all;
-    };
-    const auto groupShared = [&](int first) {
-        bool all = true;
-        for (int p = 0; p < kGroupPixels; p += 2)
-            all = all && columns[first + p].base == columns[first + p + 1].base;
-        return all;
-    };
-    // Where the groups start decides which neighbours share a register, so
-    // the start that pairs up the most groups is taken.
-    int lead = 0, mostShared = -1;
-    for (int start = 0; start < kGroupPixels && start + kGroupPixels <= dest.width; ++start) {
-        int shared = 0;
-        for (int first = start; first + kGroupPixels <= dest.width; first += kGroupPixels)
-            shared += groupSummable(first) && groupShared(first);
-        if (shared > mostShared) {
-            mostShared = shared;
-            lead = start;
-        }
-    }
-    const int groupCount = dest.width >= lead ? (dest.width - lead) / kGroupPixels : 0;
-    const size_t rowFloats = (static_cast<size_t>(source.width) + 2 * kPad) * 4;
-    std::unique_ptr<int[]> offsets(
-        new (std::nothrow) int[static_cast<size_t>(groupCount) * kGroupPixels + 1]);
-    std::unique_ptr<float[]> weights(
-        new (std::nothrow) float[static_cast<size_t>(groupCount) * kColumnBlock + 1]);
-    std::unique_ptr<int[]> firstPixels(new (std::nothrow) int[static_cast<size_t>(groupCount) + 1]);
-    std::unique_ptr<int[]> weightKinds(new (std::nothrow) int[static_cast<size_t>(groupCount) + 1]);
-    std::unique_ptr<int[]> otherColumns(new (std::nothrow) int[static_cast<size_t>(dest.width)]);
-    std::unique_ptr<float[]> ring(new (std::nothrow) float[rowFloats * kTaps]);
-    if (!offsets || !weights || !firstPixels || !weightKinds || !otherColumns || !ring) return false;
+    ColumnGroups<kTaps> groups;
+    FloatRowRing<kTaps> ring(source, kTaps == 12);
+    if (!groups.Plan(columns, source.width, dest.width, padded) || !ring.Ready()) return false;
+    WeightProducts<kTaps> products(groups);
 
-    // Shared groups first, then the rest; each group's weights are also
-    // matched bit for bit against the kinds seen so far.
-    int interiorGroups = 0, sharedGroups = 0, otherCount = 0, columnKinds = 0;
-    int kindGroups[kMaxKinds] = {};  // the first group of each kind
-    bool fewColumnKinds = true;
-    for (int pass = 0; pass < 2; ++pass) {
-        for (int group = 0; group < groupCount; ++group) {
-            const int first = lead + group * kGroupPixels;
-            if (!groupSummable(first)) {
-                if (pass == 0)
-                    for (int p = 0; p < kGroupPixels; ++p) otherColumns[otherCount++] = first + p;
-                continue;
-            }
-            if (groupShared(first) != (pass == 0)) continue;
-            const int n = interiorGroups++;
-            firstPixels[n] = first;
-            for (int p = 0; p < kGroupPixels; ++p)
-                offsets[static_cast<size_t>(n) * kGroupPixels + p] =
-                    (columns[first + p].base - kBack + kPad) * 4;
-            float* block = &weights[n * kColumnBlock];
-            float* weight = block;
-            for (int i = 0; i < kTaps; ++i)
-                for (int p = 0; p < kGroupPixels; ++p)
-                    for (int channel = 0; channel < 4; ++channel) *weight++ = columns[first + p].weights[i];
-            int kind = 0;
-            while (kind < columnKinds && std::memcmp(&weights[kindGroups[kind] * kColumnBlock], block,
-                                                     kColumnBlock * sizeof(float)) != 0)
-                ++kind;
-            if (kind == columnKinds) {
-                if (columnKinds < kMaxKinds)
-                    kindGroups[columnKinds++] = n;
-                else
-                    fewColumnKinds = false;
-            }
-            weightKinds[n] = kind;
-        }
-        if (pass == 0) sharedGroups = interiorGroups;
-    }
-    for (int x = 0; x < lead && x < dest.width; ++x) otherColumns[otherCount++] = x;
-    for (int x = lead + groupCount * kGroupPixels; x < dest.width; ++x) otherColumns[otherCount++] = x;
-
-    std::unique_ptr<float[]> products;
-    if (fewColumnKinds && columnKinds > 0)
-        products.reset(new (std::nothrow) float[kMaxKinds * columnKinds * kProductBlock]);
-    float rowKinds[kMaxKinds][kTaps];
-    int rowKindCount = 0;
-
-    const uint32_t outside =
-        GetPixelColor(source.bits, -999, -999, source.width, source.height, source.stride, source.bitCount);
-    const float outsideTap[4] = {static_cast<float>(BlueOf(outside)), static_cast<float>(GreenOf(outside)),
-                                 static_cast<float>(RedOf(outside)),
-                                 kTaps == 12 ? static_cast<float>(AlphaOf(outside)) : 0.0f};
-    const auto fillOutside = [&outsideTap](float* to, size_t pixels) {
-        for (size_t x = 0; x < pixels; ++x) std::memcpy(to + 4 * x, outsideTap, sizeof outsideTap);
-    };
-    int ringRow[kTaps];
-    for (int& r : ringRow) r = INT_MIN;
     for (int y = 0; y < dest.height; ++y) {
         SampleAxis row;
         sampler.ComputeAxis((static_cast<float>(y) + 0.5f) * yScale - 0.5f, &row);
-        const bool rowInside = interiorGroups > 0 && summable(row.base, source.height);
-        if (!rowInside) {
+        if (groups.groups == 0 || !TapsSummable<kTaps>(padded, row.base, source.height)) {
             for (int x = 0; x < dest.width; ++x)
                 SetPixelColor(dest.bits, x, y, dest.width, dest.height, dest.stride,
                               sampler.Sample(columns[x], row), source.bitCount);
             continue;
         }
         InteriorRow<kTaps> job;
-        for (int j = 0; j < kTaps; ++j) {
-            const int sourceRow = row.base - kBack + j;
-            const int slot = (sourceRow % kTaps + kTaps) % kTaps;
-            float* copy = &ring[static_cast<size_t>(slot) * rowFloats];
-            if (ringRow[slot] != sourceRow) {
-                if (sourceRow < 0 || sourceRow >= source.height) {
-                    fillOutside(copy, rowFloats / 4);
-                } else {
-                    fillOutside(copy, kPad);
-                    if (bytes == 4)
-                        WidenRow<4>(source.Row(sourceRow), source.width, copy + 4 * kPad);
-                    else
-                        WidenRow<3>(source.Row(sourceRow), source.width, copy + 4 * kPad);
-                    fillOutside(copy + 4 * (kPad + static_cast<size_t>(source.width)), kPad);
-                }
-                ringRow[slot] = sourceRow;
-            }
-            job.taps[j] = copy;
-        }
-        job.products = nullptr;
-        if (products) {
-            int kind = 0;
-            while (kind < rowKindCount &&
-                   std::memcmp(rowKinds[kind], row.weights, sizeof rowKinds[kind]) != 0)
-                ++kind;
-            if (kind == rowKindCount && rowKindCount < kMaxKinds) {
-                std::memcpy(rowKinds[rowKindCount++], row.weights, sizeof rowKinds[kind]);
-                float* product = &products[kind * columnKinds * kProductBlock];
-                for (int c = 0; c < columnKinds; ++c) {
-                    const float* columnWeight = &weights[kindGroups[c] * kColumnBlock];
-                    for (int j = 0; j < kTaps; ++j)
-                        for (size_t k = 0; k < kColumnBlock; ++k)
-                            *product++ = columnWeight[k] * row.weights[j];
-                }
-            }
-            if (kind < rowKindCount) job.products = &products[kind * columnKinds * kProductBlock];
-        }
+        for (int j = 0; j < kTaps; ++j) job.taps[j] = ring.Row(row.base - kBack + j);
+        job.products = products.For(row.weights);
         job.rowWeights = row.weights;
-        job.offsets = offsets.get();
-        job.weights = weights.get();
-        job.firstPixels = firstPixels.get();
-        job.weightKinds = weightKinds.get();
-        job.sharedCount = sharedGroups;
-        job.groupCount = interiorGroups;
+        job.offsets = groups.offsets.get();
+        job.weights = groups.weights.get();
+        job.firstPixels = groups.firstPixels.get();
+        job.weightKinds = groups.weightKinds.get();
+        job.sharedCount = groups.sharedGroups;
+        job.groupCount = groups.groups;
         job.out = dest.Row(y);
         job.bytes = bytes;
         SumGroupsAvx2(job);
-        for (int n = 0; n < otherCount; ++n) {
-            const int x = otherColumns[n];
+        for (int n = 0; n < groups.otherCount; ++n) {
+            const int x = groups.otherColumns[n];
             SetPixelColor(dest.bits, x, y, dest.width, dest.height, dest.stride,
                           sampler.Sample(columns[x], row), source.bitCount);
         }
