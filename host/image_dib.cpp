@@ -120,14 +120,17 @@ private:
     std::vector<unsigned char*> planes_;
 };
 
-// Geometry of an image and the block holding its pixels (one reference).
-struct Layout {
+struct Geometry {
     int width = 0;
     int height = 0;
     int planes = 0;
     int bitCount = 0;
     unsigned colourModel = 0;
     int stride = 0;
+};
+
+// Geometry of an image and the block holding its pixels (one reference).
+struct Layout : Geometry {
     PixelBlock* block = nullptr;
 
     Layout() = default;
@@ -137,12 +140,7 @@ struct Layout {
     Layout& operator=(Layout&& other) noexcept {
         if (this != &other) {
             if (block != nullptr) block->Release();
-            width = other.width;
-            height = other.height;
-            planes = other.planes;
-            bitCount = other.bitCount;
-            colourModel = other.colourModel;
-            stride = other.stride;
+            static_cast<Geometry&>(*this) = other;
             block = std::exchange(other.block, nullptr);
         }
         return *this;
@@ -154,12 +152,7 @@ struct Layout {
     // The same layout over a shared block.
     Layout Share() const {
         Layout shared;
-        shared.width = width;
-        shared.height = height;
-        shared.planes = planes;
-        shared.bitCount = bitCount;
-        shared.colourModel = colourModel;
-        shared.stride = stride;
+        static_cast<Geometry&>(shared) = *this;
         shared.block = block != nullptr ? block->Share() : nullptr;
         return shared;
     }
@@ -193,12 +186,7 @@ QResult MakeLayout(int width, int height, int planes, int bitCount, unsigned col
     const QResult measured = MeasureLayout(width, height, planes, bitCount, &stride, &planeBytes);
     if (measured != QEL_OK) return measured;
     Layout layout;
-    layout.width = width;
-    layout.height = height;
-    layout.planes = planes;
-    layout.bitCount = bitCount;
-    layout.colourModel = colourModel;
-    layout.stride = stride;
+    static_cast<Geometry&>(layout) = Geometry{width, height, planes, bitCount, colourModel, stride};
     layout.block = PixelBlock::Allocate(planes, stride, height, RowBytesOf(width, bitCount), clearPixels);
     if (layout.block == nullptr) return QEL_E_OUTOFMEMORY;
     *out = std::move(layout);
