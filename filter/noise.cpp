@@ -47,28 +47,34 @@ void JitterRows(const ImageView& src, const ImageView& dst, int amount) {
 
 }  // namespace
 
-QResult CQELFilterTransform::Noise(IQEL* image, int amount, IQEL** result) {
+namespace {
+
+// Runs `rows` (called with the pixel kind, the source and the destination)
+// into a new image and hands the result over.
+template <class Rows>
+QResult RunRandomFilter(IQEL* image, IQEL** result, Rows rows) {
     if (image == nullptr) return QEL_E_FAIL;
     FilterTarget target;
     if (MakeFilterTarget(image, DestinationRoad::ImageDIB, Writes::EveryPixel, &target) != QEL_OK)
         return QEL_E_FAIL;
-    if (target.Writable()) {
-        WithPixelKind(target.source, FilterPath::Fast, [&](auto kind) {
-            NoiseRows<decltype(kind)>(target.source, target.destination, amount);
-        });
-    }
+    if (target.Writable())
+        WithPixelKind(target.source, FilterPath::Fast,
+                      [&](auto kind) { rows(kind, target.source, target.destination); });
     return HandOverResult(image, &target.image, result);
 }
 
+}  // namespace
+
+QResult CQELFilterTransform::Noise(IQEL* image, int amount, IQEL** result) {
+    return RunRandomFilter(image, result,
+                           [amount](auto kind, const ImageView& source, const ImageView& dest) {
+                               NoiseRows<decltype(kind)>(source, dest, amount);
+                           });
+}
+
 QResult CQELFilterTransform::Jitter(IQEL* image, int amount, IQEL** result) {
-    if (image == nullptr) return QEL_E_FAIL;
-    FilterTarget target;
-    if (MakeFilterTarget(image, DestinationRoad::ImageDIB, Writes::EveryPixel, &target) != QEL_OK)
-        return QEL_E_FAIL;
-    if (target.Writable()) {
-        WithPixelKind(target.source, FilterPath::Fast, [&](auto kind) {
-            JitterRows<decltype(kind)>(target.source, target.destination, amount);
-        });
-    }
-    return HandOverResult(image, &target.image, result);
+    return RunRandomFilter(image, result,
+                           [amount](auto kind, const ImageView& source, const ImageView& dest) {
+                               JitterRows<decltype(kind)>(source, dest, amount);
+                           });
 }

@@ -318,9 +318,7 @@ void AddScaleMixedDepth(const MathsPlane& dest, const MathsPlane& a, const Maths
 QResult CQELMaths::Add(IQELImage* dest, IQEL* a, IQEL* b, float divisor) {
     if (dest == nullptr || a == nullptr || b == nullptr) return QEL_E_FAIL;
     ImageInfo infoA, infoB;
-    ReadFormat(a, &infoA);
-    ReadFormat(b, &infoB);
-    if (infoA.bitCount != infoB.bitCount || infoA.colourModel != infoB.colourModel) return QEL_E_FAIL;
+    if (!ReadMatchingFormats(a, b, &infoA, &infoB)) return QEL_E_FAIL;
     ReadSize(a, &infoA);
     if (AddWritesEveryByte(dest, a, b, infoA))
         CreateToOverwrite(dest, infoA.width, infoA.height, infoA.planes, infoA.bitCount, infoA.colourModel);
@@ -352,9 +350,7 @@ QResult CQELMaths::Add(IQELImage* dest, IQEL* a, IQEL* b, float divisor) {
 QResult CQELMaths::Subtract(IQEL* dest, IQEL* a, IQEL* b, int flags) {
     if (dest == nullptr || a == nullptr || b == nullptr) return QEL_E_INVALIDARG;
     ImageInfo infoA, infoB;
-    ReadFormat(a, &infoA);
-    ReadFormat(b, &infoB);
-    if (infoA.bitCount != infoB.bitCount || infoA.colourModel != infoB.colourModel) return QEL_E_FAIL;
+    if (!ReadMatchingFormats(a, b, &infoA, &infoB)) return QEL_E_FAIL;
     ReadSize(a, &infoA);
     ReadSize(b, &infoB);
     const int width = UnsignedMin(infoA.width, infoB.width);

@@ -27,6 +27,13 @@ inline void ReadFormat(IQEL* image, ImageInfo* info) {
     image->GetFormat(&info->bitCount, &info->colourModel, &reserved);
 }
 
+// Reads both formats; false when the bit counts or colour models differ.
+inline bool ReadMatchingFormats(IQEL* a, IQEL* b, ImageInfo* infoA, ImageInfo* infoB) {
+    ReadFormat(a, infoA);
+    ReadFormat(b, infoB);
+    return infoA->bitCount == infoB->bitCount && infoA->colourModel == infoB->colourModel;
+}
+
 // The smaller of two sizes, compared as unsigned numbers.
 inline int UnsignedMin(int a, int b) { return static_cast<unsigned>(a) < static_cast<unsigned>(b) ? a : b; }
 
