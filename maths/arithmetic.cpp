@@ -327,8 +327,7 @@ QResult CQELMaths::Add(IQELImage* dest, IQEL* a, IQEL* b, float divisor) {
     // b's size only bounds its rows: a b smaller than a reads as 0 past its end.
     ReadSize(b, &infoB);
     ImageInfo infoDest;
-    ReadSize(dest, &infoDest);
-    ReadFormat(dest, &infoDest);
+    ReadInfo(dest, &infoDest);
 
     // 32-bit rows are walked as if packed at three bytes per pixel (deliberately).
     const int samplesPerPixel = infoA.bitCount == 8                              ? 1
@@ -357,8 +356,7 @@ QResult CQELMaths::Subtract(IQEL* dest, IQEL* a, IQEL* b, int flags) {
     const int height = UnsignedMin(infoA.height, infoB.height);
     // dest's own geometry only bounds the writes: the caller promises it fits.
     ImageInfo infoDest;
-    ReadSize(dest, &infoDest);
-    ReadFormat(dest, &infoDest);
+    ReadInfo(dest, &infoDest);
 
     const int bitCount = infoA.bitCount;
     if (bitCount != 8 && bitCount != 24 && bitCount != 32) return QEL_OK;
@@ -381,12 +379,9 @@ QResult CQELMaths::AddScale(IQEL* dest, IQEL* a, IQEL* b, IQEL* mask, float fact
                             float offset) {
     if (dest == nullptr || a == nullptr || b == nullptr) return QEL_E_FAIL;
     ImageInfo infoA, infoB, infoDest;
-    ReadFormat(a, &infoA);
-    ReadSize(a, &infoA);
-    ReadFormat(b, &infoB);
-    ReadSize(b, &infoB);
-    ReadFormat(dest, &infoDest);
-    ReadSize(dest, &infoDest);
+    ReadInfo(a, &infoA);
+    ReadInfo(b, &infoB);
+    ReadInfo(dest, &infoDest);
     const int width = UnsignedMin(UnsignedMin(infoA.width, infoB.width), infoDest.width);
     const int height = UnsignedMin(UnsignedMin(infoA.height, infoB.height), infoDest.height);
     const LinearMix mix{factorA, factorB, offset};
@@ -401,8 +396,7 @@ QResult CQELMaths::AddScale(IQEL* dest, IQEL* a, IQEL* b, IQEL* mask, float fact
     MathsPlane planeMask;
     if (mask != nullptr) {
         ImageInfo infoMask;
-        ReadSize(mask, &infoMask);
-        ReadFormat(mask, &infoMask);
+        ReadInfo(mask, &infoMask);
         planeMask = GetPlane(mask, 0, infoMask);
     }
     const MathsPlane* maskView = mask != nullptr ? &planeMask : nullptr;

@@ -107,8 +107,7 @@ QResult CQELMaths::CreateDestImage(IQEL** dest, IQEL* model, int bitCount, int c
     SmartPtr<IQELImage> image = NewImageThroughCollection();
     if (!image) return QEL_E_FAIL;
     ImageInfo info;
-    ReadSize(model, &info);
-    ReadFormat(model, &info);
+    ReadInfo(model, &info);
     image->Create(info.width, info.height, info.planes, bitCount != 0 ? bitCount : info.bitCount,
                   colourModel != 0 ? static_cast<unsigned>(colourModel) : info.colourModel);
     *dest = image.Detach();
@@ -118,10 +117,8 @@ QResult CQELMaths::CreateDestImage(IQEL** dest, IQEL* model, int bitCount, int c
 QResult CQELMaths::Copy(IQEL* dest, IQEL* source, IQEL* mask, int x, int y) {
     if (dest == nullptr || source == nullptr) return QEL_E_FAIL;
     ImageInfo infoDest, infoSource;
-    ReadSize(dest, &infoDest);
-    ReadFormat(dest, &infoDest);
-    ReadSize(source, &infoSource);
-    ReadFormat(source, &infoSource);
+    ReadInfo(dest, &infoDest);
+    ReadInfo(source, &infoSource);
     // Unsigned comparison: a negative offset is rejected too.
     if (static_cast<unsigned>(x) >= static_cast<unsigned>(infoDest.width) ||
         static_cast<unsigned>(y) >= static_cast<unsigned>(infoDest.height))

@@ -94,12 +94,10 @@ void EqualRows(const MathsPlane& image, const MathsPlane* mask, int width, int h
 QResult CQELMaths::Equal(IQEL* image, IQEL* mask, int value) {
     if (image == nullptr) return QEL_E_FAIL;
     ImageInfo info;
-    ReadSize(image, &info);
-    ReadFormat(image, &info);
+    ReadInfo(image, &info);
     ImageInfo infoMask;
     if (mask != nullptr) {
-        ReadSize(mask, &infoMask);
-        ReadFormat(mask, &infoMask);
+        ReadInfo(mask, &infoMask);
     }
     RowStage stage;
     for (int p = 0; p < info.planes; ++p) {

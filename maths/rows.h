@@ -27,6 +27,12 @@ inline void ReadFormat(IQEL* image, ImageInfo* info) {
     image->GetFormat(&info->bitCount, &info->colourModel, &reserved);
 }
 
+// Size and format together (the order of the two readings does not matter).
+inline void ReadInfo(IQEL* image, ImageInfo* info) {
+    ReadSize(image, info);
+    ReadFormat(image, info);
+}
+
 // Reads both formats; false when the bit counts or colour models differ.
 inline bool ReadMatchingFormats(IQEL* a, IQEL* b, ImageInfo* infoA, ImageInfo* infoB) {
     ReadFormat(a, infoA);

@@ -276,8 +276,7 @@ QResult CQELMaths::Scale(IQEL* dest, IQEL* source, IQEL* mask, float factor, flo
         const bool masked = scaleCase == ScaleCase::kGreyToGrey && mask != nullptr;
         if (masked) {
             ImageInfo infoMask;
-            ReadSize(mask, &infoMask);
-            ReadFormat(mask, &infoMask);
+            ReadInfo(mask, &infoMask);
             planeMask = GetPlane(mask, 0, infoMask);
         }
         if (planeSource.bits == nullptr || planeDest.bits == nullptr) continue;
@@ -297,8 +296,7 @@ QResult CQELMaths::Scale8(IQELImage* dest, IQEL* source, int offset, double fact
     // An 8-bit source leaves the new image as Create made it, deliberately.
     if (infoSource.bitCount == 8) return QEL_OK;
     ImageInfo infoDest;
-    ReadSize(dest, &infoDest);
-    ReadFormat(dest, &infoDest);
+    ReadInfo(dest, &infoDest);
     const int width = UnsignedMin(infoSource.width, infoDest.width);
     const int height = UnsignedMin(infoSource.height, infoDest.height);
     RowStage stage;
