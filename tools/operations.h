@@ -1,6 +1,7 @@
 // The operation table: every public operation of the module's five
 // components under a short name, its parameters with defaults, the parser
-// for one step of a chain, and the runner that calls the component.
+// for one step of a chain (tools/arguments.cpp), the running of a step
+// (tools/chain.cpp) and the help (tools/operation_help.cpp).
 #pragma once
 
 #include <cstdio>
@@ -56,23 +57,59 @@ private:
     std::map<std::string, std::string> values_;
 };
 
-// Runs the operation on `image` (replacing it when the operation makes a new
-// one). Returns the module's result code; `note` may receive a line to show.
-using RunFunction = QResult (*)(OperationContext& context, const Arguments& args, SmartPtr<IQEL>& image,
-                                std::string* note);
+// What an operation's call receives: its component, its checked arguments and
+// the image, which it replaces when the operation makes a new one. `note` may
+// receive a line to show (or, on failure, the reason).
+struct Call {
+    OperationContext& context;
+    const Arguments& args;
+    SmartPtr<IQEL>& image;
+    std::string* note;
+    IUnknown* component;  // the operation's component, already created
+    // Each component interface derives from IUnknown alone.
+    template <class I>
+    I* As() const {
+        return static_cast<I*>(component);
+    }
+};
 
+// The size of an image an operation makes, in 64 bits so that no argument can
+// wrap it before it is checked against the pixel limit.
+struct Extent {
+    long long width = 0, height = 0;
+};
+
+// Runs the operation; returns the module's result code.
+using RunFunction = QResult (*)(Call& call);
+// The result's size for operations whose arguments decide it.
+using ExtentFunction = Extent (*)(const Arguments& args, const qel::Pixels& image);
+
+// One entry of the operation table. Each component's entries live in their own
+// file (tools/ops_*.cpp); the component name is given once per file.
 struct OperationSpec {
     const char* name;
-    const char* aliases;    // space-separated other names, the method's own name among them
-    const char* component;  // object name of the component
-    const char* method;     // the interface operation called
+    const char* aliases;  // space-separated other names, the method's own name among them
+    const char* method;   // the interface operation called
     const char* summary;
     std::vector<Param> params;
-    const char* accepts;  // image formats that give a meaningful result
+    const char* accepts;  // what it gives on each kind of image, for help
     const char* example;  // a command line
     const char* gallery;  // representative step for the gallery
     RunFunction run;
+    ExtentFunction extent = nullptr;  // null: the result is the input's size or a second image's
+    const char* component = "";       // object name of the component, set from the group
 };
+
+// The entries of one component.
+struct OperationGroup {
+    const char* component;
+    std::vector<OperationSpec> operations;
+};
+OperationGroup ColourOperations();
+OperationGroup TransformOperations();
+OperationGroup DeformOperations();
+OperationGroup FilterOperations();
+OperationGroup MathsOperations();
 
 const std::vector<OperationSpec>& Operations();
 const OperationSpec* FindOperation(const std::string& name);
