@@ -182,22 +182,28 @@ TEST_F(Qel, GreyAlphaBilevelPaletteAndDeepSamplesKeepTheirValues) {
     WriteFile(Path("plain.pgm"), "P2\n# a comment\n4 1\n1000\n0 500 999 1000\n");
     ASSERT_EQ(Run("plain.pgm plain.pam").status, 0);
     EXPECT_EQ(PamSamples("plain.pam"), (Samples{0, 128, 255, 255}));
-    // PBM marks black with 1; the 1-bit image and the PAM mark white. A 1-bit PNG stays 1-bit.
+    // PBM marks black with 1; the 1-bit image and the PAM mark white. Read as grey 0/255, or kept
+    // 1-bit with --keep-depth, when a 1-bit PNG stays 1-bit.
     WriteFile(Path("raw.pbm"), std::string("P4\n10 1\n\xA5\x40", 10));
     WriteFile(Path("plain.pbm"), "P1\n10 1\n1010010101\n");
     WriteFile(Path("bw.png"), Png(10, 1, 1, 0, std::string("\0\x5A\xBF", 3)));
     for (const char* file : {"raw.pbm", "plain.pbm", "bw.png"}) {
-        EXPECT_EQ(Run(file).out, "10x1, 1-bit MONO\n");
-        ASSERT_EQ(Run(std::string(file) + " bw2.png").status, 0);
-        ASSERT_EQ(Run("bw2.png bw.pam").status, 0);
+        EXPECT_EQ(Run(file).out, "10x1, 8-bit MONO\n");
+        ASSERT_EQ(Run(std::string(file) + " grey.pam").status, 0);
+        EXPECT_EQ(PamSamples("grey.pam", &tuple), (Samples{0, 255, 0, 255, 255, 0, 255, 0, 255, 0})) << file;
+        EXPECT_EQ(tuple, "GRAYSCALE");
+        EXPECT_EQ(Run(std::string(file) + " --keep-depth").out, "10x1, 1-bit MONO\n");
+        ASSERT_EQ(Run(std::string(file) + " bw2.png --keep-depth").status, 0);
+        ASSERT_EQ(Run("bw2.png bw.pam --keep-depth").status, 0);
         EXPECT_EQ(PamSamples("bw.pam", &tuple), (Samples{0, 1, 0, 1, 1, 0, 1, 0, 1, 0})) << file;
         EXPECT_EQ(tuple, "BLACKANDWHITE");
     }
     // A palette PNG keeps its palette; 16-bit grey 0x0000, 0x01FF, 0xFFFF scales to 0, 2, 255.
     WriteFile(Path("pal.png"), Png(3, 1, 8, 3, std::string("\0\x02\x00\x01", 4),
                                    std::string("\xFF\0\0\0\x80\0\x10\x20\x30", 9)));
-    ASSERT_EQ(Run("pal.png same.png").status, 0);
-    EXPECT_EQ(Run("same.png").out, "3x1, 8-bit MONO with palette\n");
+    ASSERT_EQ(Run("pal.png same.png --keep-palette").status, 0);
+    EXPECT_EQ(Run("same.png --keep-palette").out, "3x1, 8-bit with a palette of 3 colours\n");
+    EXPECT_EQ(Run("same.png").out, "3x1, 24-bit BGR\n");
     ASSERT_EQ(Run("same.png colours.pam").status, 0);
     EXPECT_EQ(PamSamples("colours.pam"), (Samples{16, 32, 48, 255, 0, 0, 0, 128, 0}));
     WriteFile(Path("deep.png"), Png(3, 1, 16, 0, std::string("\0\x00\x00\x01\xFF\xFF\xFF", 7)));

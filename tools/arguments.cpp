@@ -11,6 +11,15 @@
 
 namespace qeltool {
 
+const std::vector<std::string>& MethodNames() {
+    static const std::vector<std::string> names = {
+        "nearest",        "pixel",     "bspline",  "cubic",
+        "catmull-rom",    "lanczos",   "box",      "hermite",
+        "damped-hermite", "sinc",      "cosine",   "bessel",
+        "gaussian",       "quadratic", "mitchell", "catmull-rom-signed"};
+    return names;
+}
+
 std::vector<std::string> Split(const std::string& text, char separator) {
     std::vector<std::string> parts;
     size_t start = 0;
@@ -70,6 +79,17 @@ bool ParseModel(const std::string& text, unsigned* model) {
     return true;
 }
 
+// The method's number, from its number or its name; -1 when it is neither.
+int MethodNumber(const std::string& text) {
+    long long number = -1;
+    if (ParseLong(text, &number)) return number >= 0 && number <= 15 ? static_cast<int>(number) : -1;
+    std::string lower;
+    for (char c : text) lower.push_back(static_cast<char>(std::tolower(static_cast<unsigned char>(c))));
+    const std::vector<std::string>& names = MethodNames();
+    const auto it = std::find(names.begin(), names.end(), lower);
+    return it == names.end() ? -1 : static_cast<int>(it - names.begin());
+}
+
 // Checks `text` as a value of `param`; on failure says what was expected.
 bool CheckValue(const Param& param, const std::string& text, std::string* expected) {
     switch (param.kind) {
@@ -88,15 +108,40 @@ bool CheckValue(const Param& param, const std::string& text, std::string* expect
             return ParseDouble(text, &v) && v >= param.min && v <= param.max;
         }
         case ParamKind::Size: {
-            *expected = "a size WxH (1 to 32768 each) or a percentage such as 50%";
+            *expected =
+                "a size WxH, W x or xH (1 to 32768 each; a missing side keeps the proportions) or a "
+                "percentage such as 50%";
             double v = 0;
             if (!text.empty() && text.back() == '%')
                 return ParseDouble(text.substr(0, text.size() - 1), &v) && v > 0 && v <= 1000;
             const std::vector<std::string> parts = Split(text, 'x');
-            long long w = 0, h = 0;
+            if (parts.size() != 2 || (parts[0].empty() && parts[1].empty())) return false;
             // The pixel count is held to the pixel limit when the step runs.
-            return parts.size() == 2 && ParseLong(parts[0], &w) && ParseLong(parts[1], &h) && w >= 1 &&
-                   h >= 1 && w <= 32768 && h <= 32768;
+            return std::all_of(parts.begin(), parts.end(), [](const std::string& side) {
+                long long n = 0;
+                return side.empty() || (ParseLong(side, &n) && n >= 1 && n <= 32768);
+            });
+        }
+        case ParamKind::Area: {
+            *expected = "an area WxH+X+Y (pixels or percentages such as 50%x50%+25%+25%)";
+            const std::vector<std::string> parts = Split(text, '+');
+            const std::vector<std::string> size = Split(parts[0], 'x');
+            if ((parts.size() != 1 && parts.size() != 3) || size.size() != 2) return false;
+            const auto extent = [](const std::string& t, bool offset) {
+                double v = 0;
+                bool percent = false;
+                return ParseCoordinate(t, &v, &percent) && (offset ? v >= 0 : v > 0) &&
+                       v <= (percent ? 100 : 1e6);
+            };
+            return extent(size[0], false) && extent(size[1], false) &&
+                   (parts.size() == 1 || (extent(parts[1], true) && extent(parts[2], true)));
+        }
+        case ParamKind::Method: {
+            *expected = "a method number 0 to 15 or its name (";
+            for (size_t m = 0; m < MethodNames().size(); ++m)
+                *expected += (m == 0 ? "" : ", ") + MethodNames()[m];
+            *expected += ")";
+            return MethodNumber(text) >= 0;
         }
         case ParamKind::Point: {
             *expected = "a point X,Y (pixels, or percentages such as 10%,20%)";
@@ -107,7 +152,9 @@ bool CheckValue(const Param& param, const std::string& text, std::string* expect
                    ParseCoordinate(parts[1], &y, &py) && std::fabs(x) <= 1e6 && std::fabs(y) <= 1e6;
         }
         case ParamKind::IntList: {
-            *expected = "comma-separated whole numbers, a square count of them (1, 9, 25, 49, ...)";
+            *expected =
+                "comma-separated whole numbers, an odd square count of them (1, 9, 25, 49 ... up to 225 "
+                "for 15x15)";
             const std::vector<std::string> parts = Split(text, ',');
             for (const std::string& part : parts) {
                 long long v = 0;
@@ -115,6 +162,9 @@ bool CheckValue(const Param& param, const std::string& text, std::string* expect
             }
             const size_t side =
                 static_cast<size_t>(std::lround(std::sqrt(static_cast<double>(parts.size()))));
+            if (side * side == parts.size() && side % 2 == 1 && side > 15)
+                *expected = "a kernel of at most 15x15 (225 weights); this one is " + std::to_string(side) +
+                            "x" + std::to_string(side);
             return side * side == parts.size() && side % 2 == 1 && side <= 15;
         }
         case ParamKind::Curve: {
@@ -187,6 +237,25 @@ void Arguments::Size(const std::string& name, int width, int height, long long* 
     const std::vector<std::string> parts = Split(text, 'x');
     *w = std::atoll(parts[0].c_str());
     *h = std::atoll(parts[1].c_str());
+    // One side given: the other keeps the image's proportions.
+    if (parts[0].empty())
+        *w = std::max(1LL, std::llround(static_cast<double>(*h) * width / std::max(1, height)));
+    if (parts[1].empty())
+        *h = std::max(1LL, std::llround(static_cast<double>(*w) * height / std::max(1, width)));
+}
+void Arguments::Area(const std::string& name, int width, int height, long long* x, long long* y, long long* w,
+                     long long* h) const {
+    const std::vector<std::string> parts = Split(Text(name), '+');
+    const std::vector<std::string> size = Split(parts[0], 'x');
+    const auto resolve = [](const std::string& text, int extent) {
+        double v = 0;
+        bool percent = false;
+        ParseCoordinate(text, &v, &percent);
+        return percent ? std::llround(v * extent / 100) : std::llround(v);
+    };
+    *w = resolve(size[0], width), *h = resolve(size[1], height);
+    *x = parts.size() == 3 ? resolve(parts[1], width) : 0;
+    *y = parts.size() == 3 ? resolve(parts[2], height) : 0;
 }
 void Arguments::Point(const std::string& name, int width, int height, double* x, double* y) const {
     const std::vector<std::string> parts = Split(Text(name), ',');
@@ -213,6 +282,11 @@ unsigned Arguments::Model(const std::string& name) const {
 }
 
 namespace {
+
+// A value as echoed in a message: long kernels are cut short.
+std::string Shown(const std::string& value) {
+    return value.size() <= 40 ? value : value.substr(0, 37) + "...";
+}
 
 bool CheckParam(const Param& param, const std::string& text, std::string* expected) {
     return CheckValue(param, text, expected);
@@ -256,7 +330,7 @@ bool ParseStep(const std::vector<std::string>& words, size_t* index, Step* step,
                 return false;
             }
             if (!CheckParam(param, words[i], &expected)) {
-                *error = std::string(op->name) + ": bad " + param.name + " '" + words[i] + "': expected " +
+                *error = std::string(op->name) + ": bad " + param.name + " '" + Shown(words[i]) + "': expected " +
                          expected;
                 return false;
             }
@@ -270,7 +344,7 @@ bool ParseStep(const std::vector<std::string>& words, size_t* index, Step* step,
                 continue;
             }
             if (!CheckParam(param, words[i], &expected)) {
-                *error = std::string(op->name) + ": bad " + param.name + " '" + words[i] + "': expected " +
+                *error = std::string(op->name) + ": bad " + param.name + " '" + Shown(words[i]) + "': expected " +
                          expected;
                 return false;
             }
@@ -297,11 +371,14 @@ bool ParseStep(const std::vector<std::string>& words, size_t* index, Step* step,
             return false;
         }
         if (!CheckParam(*option, words[i + 1], &expected)) {
-            *error = std::string(op->name) + ": bad " + option->name + " '" + words[i + 1] + "': expected " +
+            *error = std::string(op->name) + ": bad " + option->name + " '" + Shown(words[i + 1]) + "': expected " +
                      expected;
             return false;
         }
-        step->args.Set(option->name, words[i + 1]);
+        // Methods are kept by number, whichever way they were written.
+        step->args.Set(option->name, option->kind == ParamKind::Method
+                                         ? std::to_string(MethodNumber(words[i + 1]))
+                                         : words[i + 1]);
         step->text += " " + words[i + 1];
         i += 2;
     }

@@ -93,8 +93,11 @@ SmartPtr<IQEL> OperationContext::LoadSecond(const std::string& name, IQEL* like,
     }
     std::string reason;
     SmartPtr<IQEL> image = LoadImageFile(host_, name, pixelLimit_, &reason);
-    if (!image) *error = name + ": " + reason;
-    return image;
+    if (!image) {
+        *error = name + ": " + reason;
+        return image;
+    }
+    return ExpandForViewing(host_, std::move(image), reading_);
 }
 
 std::string DescribeResult(QResult result) {

@@ -10,13 +10,14 @@
 #include <vector>
 
 #include "qel/host.h"
+#include "tools/people.h"
 
 namespace qeltool {
 
 enum class ParamKind {
     Int,      // whole number, also 0x hex
     Float,    // decimal number
-    Size,     // WxH, or N% of the current image
+    Size,     // WxH, W x (height kept in proportion), xH, or N% of the current image
     Point,    // X,Y; each coordinate a number or a percentage of the image
     IntList,  // comma-separated whole numbers
     Curve,    // in:out,in:out,... lookup-table points
@@ -25,7 +26,12 @@ enum class ParamKind {
     Flag,     // an option without a value
     Model,    // MONO, BGR, ARGB, ABGR or 0
     Matrix,   // six comma-separated numbers of an affine map
+    Method,   // an interpolation method, by number or by name
+    Area,     // WxH+X+Y, each a number or a percentage of the image
 };
+
+// The interpolation methods by number, as the module numbers them.
+const std::vector<std::string>& MethodNames();
 
 struct Param {
     const char* name;  // "angle" for a positional value, "--method" for an option
@@ -48,6 +54,9 @@ public:
     // A percentage of a large image can exceed an int, hence 64 bits.
     void Size(const std::string& name, int width, int height, long long* w, long long* h) const;
     void Point(const std::string& name, int width, int height, double* x, double* y) const;
+    // An area WxH+X+Y resolved against the image; percentages round to pixels.
+    void Area(const std::string& name, int width, int height, long long* x, long long* y, long long* w,
+              long long* h) const;
     std::vector<int> IntList(const std::string& name) const;
     unsigned Colour(const std::string& name) const;  // 0x00RRGGBB
     unsigned Model(const std::string& name) const;
@@ -129,6 +138,9 @@ bool ParseStep(const std::vector<std::string>& words, size_t* index, Step* step,
 class OperationContext {
 public:
     OperationContext(const qel::Host& host, long long pixelLimit) : host_(host), pixelLimit_(pixelLimit) {}
+    // How second images are read (palettes and bilevel images expanded unless kept).
+    void SetReading(const ReadingChoices& choices) { reading_ = choices; }
+    const ReadingChoices& Reading() const { return reading_; }
     const qel::Host& Host() const { return host_; }
     // The largest image, in pixels, that a file read or an operation may make.
     long long PixelLimit() const { return pixelLimit_; }
@@ -141,6 +153,7 @@ public:
 private:
     const qel::Host& host_;
     long long pixelLimit_;
+    ReadingChoices reading_;
     std::map<std::string, SmartPtr<IUnknown>> components_;
 };
 

@@ -5,6 +5,7 @@
 
 #include "tools/operation_kit.h"
 #include "tools/operations.h"
+#include "tools/people.h"
 
 namespace qeltool {
 namespace {
@@ -18,26 +19,14 @@ const char* const kColourDepths = "8-, 24- and 32-bit images";
 // The key colour of the alpha operations has red in its lowest byte.
 unsigned KeyColour(unsigned rgb) { return (rgb >> 16 & 0xFF) | (rgb & 0xFF00) | (rgb & 0xFF) << 16; }
 
-// Piecewise linear through the points, flat before the first and after the last.
-void CurveTable(const std::string& curve, unsigned char table[256]) {
+// The points of a curve argument, IN:OUT.
+std::vector<std::pair<int, int>> CurvePoints(const std::string& curve) {
     std::vector<std::pair<int, int>> points;
     for (const std::string& point : Split(curve, ',')) {
         const std::vector<std::string> io = Split(point, ':');
         points.emplace_back(std::atoi(io[0].c_str()), std::atoi(io[1].c_str()));
     }
-    for (int i = 0; i < 256; ++i) {
-        int value = points.front().second;
-        for (size_t k = 0; k < points.size(); ++k) {
-            if (i >= points[k].first) value = points[k].second;
-            if (k + 1 < points.size() && i >= points[k].first && i < points[k + 1].first) {
-                const int span = points[k + 1].first - points[k].first;
-                value = points[k].second +
-                        ((points[k + 1].second - points[k].second) * (i - points[k].first) + span / 2) / span;
-                break;
-            }
-        }
-        table[i] = static_cast<unsigned char>(value);
-    }
+    return points;
 }
 
 }  // namespace
@@ -72,7 +61,7 @@ OperationGroup ColourOperations() {
              "lut 0:0,64:128,192:160,255:255",
              [](Call& c) {
                  unsigned char table[256];
-                 CurveTable(c.args.Text("curve"), table);
+                 CurveTable(CurvePoints(c.args.Text("curve")), table);
                  return c.As<Colour>()->Lut(c.image.Get(), table);
              }},
             {"negative",

@@ -2,6 +2,7 @@
 // brought to the first one's format before the call.
 #include "tools/operation_kit.h"
 #include "tools/operations.h"
+#include "tools/people.h"
 #include "tools/raster.h"
 
 namespace qeltool {
@@ -43,11 +44,13 @@ OperationGroup MathsOperations() {
             {"copy",
              "paste Copy",
              "Copy",
-             "paste another image in, converting its depth",
+             "paste another image in; one with alpha is laid over, blending by its alpha",
              {{"file", K::File, nullptr, 0, 0, "the image pasted"},
               {"--at", K::Point, nullptr, 0, 0, "where its top-left corner goes (default 0,0)"},
-              {"--into-zeros", K::Flag, nullptr, 0, 0, "write only into zero bytes"}},
-             kColourDepths,
+              {"--into-zeros", K::Flag, nullptr, 0, 0, "write only into zero bytes"},
+              {"--no-blend", K::Flag, nullptr, 0, 0, "copy an image with alpha as it is, alpha included"}},
+             "8-, 24- and 32-bit images; an image with alpha blends (qel's own compositing) unless "
+             "--no-blend",
              "qel photo.jpg copy logo.png --at 10,10 out.jpg",
              "copy pattern --at 50%,50%",
              [](Call& c) {
@@ -56,6 +59,13 @@ OperationGroup MathsOperations() {
                  const qel::Pixels p = qel::PixelsOf(c.image.Get());
                  double x = 0, y = 0;
                  if (c.args.Has("--at")) c.args.Point("--at", p.width, p.height, &x, &y);
+                 if (HasAlpha(source.Get()) && !c.args.Has("--no-blend") && !c.args.Has("--into-zeros")) {
+                     if (x < 0 || y < 0 ||
+                         !BlendOnto(c.context.Host(), c.image, source.Get(), static_cast<int>(x),
+                                    static_cast<int>(y)))
+                         return QEL_E_FAIL;
+                     return QEL_OK;
+                 }
                  IQEL* mask = c.args.Has("--into-zeros") ? c.image.Get() : nullptr;
                  return c.As<Maths>()->Copy(c.image.Get(), source.Get(), mask, static_cast<int>(x),
                                             static_cast<int>(y));
@@ -164,7 +174,8 @@ OperationGroup MathsOperations() {
              {{"file", K::File, nullptr, 0, 0, "the second image, at least as large"},
               {"--divisor", K::Float, "0", -1e6, 1e6,
                "divides the sum; 0 none (2 is a special case that brightens)"}},
-             kColourDepths,
+             "8-, 24- and 32-bit images; on 32-bit images colour and alpha are added as two images so that "
+             "the whole row is computed",
              "qel a.png add b.png --divisor 1.5 sum.png",
              "add pattern --divisor 1.8",
              [](Call& c) {
@@ -175,12 +186,11 @@ OperationGroup MathsOperations() {
                      *c.note = "the second image is smaller than the first";
                      return QEL_E_INVALIDARG;
                  }
-                 SmartPtr<IQELImageDIB> dest = c.context.Host().NewImage();
-                 if (!dest) return QEL_E_FAIL;
-                 const QResult result = c.As<Maths>()->Add(dest.Get(), c.image.Get(), second.Get(),
-                                                           static_cast<float>(c.args.Float("--divisor")));
-                 if (result >= 0) c.image.Reset(dest.Detach());
-                 return result;
+                 SmartPtr<IQEL> made;
+                 const QResult result =
+                     AddWholeImage(c.As<Maths>(), c.context.Host(), c.image.Get(), second.Get(),
+                                   static_cast<float>(c.args.Float("--divisor")), &made);
+                 return TakeResult(result, c.image, made);
              }},
             {"scale8",
              "Scale8",

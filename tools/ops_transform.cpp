@@ -6,6 +6,7 @@
 
 #include "tools/operation_kit.h"
 #include "tools/operations.h"
+#include "tools/people.h"
 
 namespace qeltool {
 namespace {
@@ -17,37 +18,40 @@ const char* const kAllDepths = "1-, 4-, 8-, 24- and 32-bit images";
 const char* const kColourDepths = "8-, 24- and 32-bit images";
 const char* const kMatrixHelp = "six numbers A,B,C,D,E,F: x' = A x + B y + C, y' = D x + E y + F";
 
+// WxH, one side with the other in proportion, or a percentage; with --fit
+// the largest size of the image's proportions inside the box.
 Extent ResampleExtent(const Arguments& args, const qel::Pixels& p) {
     Extent size;
     args.Size("size", p.width, p.height, &size.width, &size.height);
+    if (args.Has("--fit") && p.width > 0 && p.height > 0) {
+        const double scale =
+            std::min(static_cast<double>(size.width) / p.width, static_cast<double>(size.height) / p.height);
+        size.width = std::max(1LL, std::llround(p.width * scale));
+        size.height = std::max(1LL, std::llround(p.height * scale));
+    }
     return size;
 }
 
-// Rotate keeps the size under --keep-size and for 0 and 180 degrees, swaps it
-// for quarter turns and otherwise makes the bounding box of the turned
-// rectangle, measured between pixel edges in single precision as the module
-// measures it.
 Extent RotateExtent(const Arguments& args, const qel::Pixels& p) {
-    const int angle = args.Int("angle");
-    if (args.Has("--keep-size") || angle == 0 || angle == 180) return {p.width, p.height};
-    if (angle == 90 || angle == -90 || angle == 270) return {p.height, p.width};
-    const float theta = -static_cast<float>(angle) * 1.5707964f / 90.0f;
-    const float k = static_cast<float>(std::cos(static_cast<double>(theta)));
-    const float s = static_cast<float>(std::sin(static_cast<double>(theta)));
-    const float right = static_cast<float>(p.width) - 0.5f, bottom = static_cast<float>(p.height) - 0.5f;
-    const float cornerX[4] = {-0.5f, right, -0.5f, right};
-    const float cornerY[4] = {-0.5f, -0.5f, bottom, bottom};
-    float minX = 0.0f, maxX = 0.0f, minY = 0.0f, maxY = 0.0f;
-    for (int i = 0; i < 4; ++i) {
-        const float x = k * cornerX[i] - s * cornerY[i];
-        const float y = s * cornerX[i] + k * cornerY[i];
-        if (i == 0 || x < minX) minX = x;
-        if (i == 0 || x > maxX) maxX = x;
-        if (i == 0 || y < minY) minY = y;
-        if (i == 0 || y > maxY) maxY = y;
-    }
-    return {static_cast<long long>(std::floor(maxX - minX + 0.5f)),
-            static_cast<long long>(std::floor(maxY - minY + 0.5f))};
+    Extent size;
+    RotatedSize(p.width, p.height, args.Float("angle"), args.Has("--keep-size"), &size.width, &size.height);
+    return size;
+}
+
+// The part of a crop area inside the image (empty when it lies outside).
+struct Cut {
+    long long x = 0, y = 0, width = 0, height = 0;
+};
+Cut CropArea(const Arguments& args, const qel::Pixels& p) {
+    Cut cut;
+    args.Area("area", p.width, p.height, &cut.x, &cut.y, &cut.width, &cut.height);
+    cut.width = std::max(0LL, std::min(cut.width, p.width - cut.x));
+    cut.height = std::max(0LL, std::min(cut.height, p.height - cut.y));
+    return cut;
+}
+Extent CropExtent(const Arguments& args, const qel::Pixels& p) {
+    const Cut cut = CropArea(args, p);
+    return {cut.width, cut.height};
 }
 
 // Quad and Transform read a size of 0 or of 65536 and above as "not given".
@@ -114,14 +118,15 @@ double PointX(const Arguments& args, const char* name, const qel::Pixels& p, dou
 }
 
 const Param kMethod{"--method",
-                    K::Int,
+                    K::Method,
                     "3",
                     0,
                     15,
                     "interpolation: 0 nearest, 1 pixel, 2 B-spline, 3 cubic, "
                     "4 Catmull-Rom, 5 Lanczos, 6 box, 7 Hermite, 8 damped Hermite, "
                     "9 sinc, 10 cosine sum, 11 Bessel, 12 Gaussian, 13 quadratic, "
-                    "14 Mitchell, 15 Catmull-Rom (signed)"};
+                    "14 Mitchell, 15 Catmull-Rom (signed); by number or name (lanczos, "
+                    "catmull-rom-signed)"};
 const Param kAlphaFlag{"--alpha", K::Flag, nullptr, 0, 0, "make the result 32-bit with an alpha channel"};
 
 }  // namespace
@@ -156,21 +161,32 @@ OperationGroup TransformOperations() {
              }},
             {"rotate",
              "Rotate",
-             "Rotate",
-             "rotate clockwise by whole degrees; the image grows to hold the result",
-             {{"angle", K::Int, nullptr, -3600, 3600, "degrees, clockwise"},
+             "Rotate (quarter turns; whole degrees on a copy with a repeated border), Flip and Mirror (half "
+             "turn), Transform (fractions of a degree)",
+             "rotate clockwise by any angle; the image grows to hold the result",
+             {{"angle", K::Float, nullptr, -3600, 3600, "degrees, clockwise; fractions allowed"},
               kMethod,
-              {"--alpha", K::Flag, nullptr, 0, 0, "make the result 32-bit with alpha"},
-              {"--keep-size", K::Flag, nullptr, 0, 0, "keep the image's size, turning about its centre"}},
-             kColourDepths,
-             "qel in.png rotate 30 --method 3 out.png",
+              {"--alpha", K::Flag, nullptr, 0, 0,
+               "give the result an alpha channel (uncovered corners transparent)"},
+              {"--keep-size", K::Flag, nullptr, 0, 0, "keep the image's size, turning about its centre"},
+              {"--background", K::Colour, nullptr, 0, 0,
+               "colour RRGGBB of the uncovered corners (default: transparent on images with alpha, "
+               "otherwise the top-left pixel's colour)"}},
+             "8-, 24- and 32-bit images; quarter and half turns are exact, whole degrees are interpolated "
+             "by --method, fractions of a degree take the nearest pixel",
+             "qel in.png rotate 30 --method lanczos out.png",
              "rotate 30 --method 3",
              [](Call& c) {
+                 RotateOptions options;
+                 options.method = c.args.Int("--method");
+                 options.addAlpha = c.args.Has("--alpha");
+                 options.keepSize = c.args.Has("--keep-size");
+                 options.hasBackground = c.args.Has("--background");
+                 options.background = c.args.Colour("--background");
                  SmartPtr<IQEL> made;
-                 return TakeResult(c.As<Geometry>()->Rotate(
-                                       c.image.Get(), made.Out(), c.args.Int("angle"), c.args.Int("--method"),
-                                       c.args.Has("--alpha") ? 1 : 0, c.args.Has("--keep-size") ? 1 : 0),
-                                   c.image, made);
+                 const QResult result = RotateClockwise(c.As<Geometry>(), c.context.Host(), c.image.Get(),
+                                                        c.args.Float("angle"), options, &made);
+                 return TakeResult(result, c.image, made);
              },
              RotateExtent},
             {"skew",
@@ -197,24 +213,53 @@ OperationGroup TransformOperations() {
             {"resample",
              "resize scale-to Resample",
              "Resample",
-             "scale to a new size",
-             {{"size", K::Size, nullptr, 0, 0, "new size WxH, or a percentage such as 50%"},
+             "scale to a new size (alpha is resampled as its own plane)",
+             {{"size", K::Size, nullptr, 0, 0,
+               "new size WxH, 300x or x200 (the other side in proportion), or a percentage such as 50%"},
               kMethod,
-              {"--nearest", K::Flag, nullptr, 0, 0, "copy nearest pixels only"}},
-             kAllDepths,
-             "qel in.png resample 640x480 out.png",
+              {"--nearest", K::Flag, nullptr, 0, 0, "copy nearest pixels only"},
+              {"--fit", K::Flag, nullptr, 0, 0, "the largest size of the same proportions inside WxH"}},
+             "any; shrinking averages boxes of whole pixels, enlarging interpolates by --method",
+             "qel photo.jpg resample 800x800 --fit small.jpg",
              "resample 150% --method 3",
              [](Call& c) {
                  // RunStep has held the size to the pixel limit, so each side fits an int.
                  const Extent size = ResampleExtent(c.args, qel::PixelsOf(c.image.Get()));
                  SmartPtr<IQEL> made;
-                 return TakeResult(
-                     c.As<Geometry>()->Resample(c.image.Get(), made.Out(), static_cast<int>(size.width),
-                                                static_cast<int>(size.height), c.args.Int("--method"),
-                                                c.args.Has("--nearest") ? 1 : 0),
-                     c.image, made);
+                 const QResult result = ResampleKeepingAlpha(
+                     c.As<Geometry>(), c.context.Host(), c.image.Get(), static_cast<int>(size.width),
+                     static_cast<int>(size.height), c.args.Int("--method"), c.args.Has("--nearest"), &made);
+                 return TakeResult(result, c.image, made);
              },
              ResampleExtent},
+            {"crop",
+             "cut",
+             "Transform",
+             "cut out an area, pixel for pixel",
+             {{"area", K::Area, nullptr, 0, 0,
+               "WxH+X+Y: width, height and top-left corner, each in pixels or a percentage; the part "
+               "inside the image is kept"}},
+             "8-, 24- and 32-bit images",
+             "qel photo.jpg crop 640x480+100+50 out.jpg",
+             "crop 50%x50%+25%+25%",
+             [](Call& c) {
+                 const qel::Pixels p = qel::PixelsOf(c.image.Get());
+                 const Cut cut = CropArea(c.args, p);
+                 if (cut.width <= 0 || cut.height <= 0) {
+                     *c.note = "the area " + c.args.Text("area") + " lies outside the " +
+                               std::to_string(p.width) + "x" + std::to_string(p.height) + " image";
+                     return QEL_E_INVALIDARG;
+                 }
+                 // The identity map read from (x, y) on copies the area exactly.
+                 AffineTransform identity({1, 0, 0, 0, 1, 0});
+                 SmartPtr<IQEL> made;
+                 return TakeResult(
+                     c.As<Geometry>()->Transform(&identity, c.image.Get(), made.Out(),
+                                                 static_cast<int>(cut.x), static_cast<int>(cut.y),
+                                                 SizeArgument(cut.width), SizeArgument(cut.height), 0, 0),
+                     c.image, made);
+             },
+             CropExtent},
             {"depth",
              "increasebpp IncreaseBpp",
              "IncreaseBpp",

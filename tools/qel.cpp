@@ -2,6 +2,9 @@
 // the host runtime from _binLIN64/ beside itself, as any host would, reads an
 // image (or draws the built-in chart), runs a chain of operations on it and
 // writes the result.
+#include <sys/stat.h>
+
+#include <cctype>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -9,9 +12,11 @@
 #include <string>
 #include <vector>
 
+#include "qel/version.h"
 #include "tools/gallery.h"
 #include "tools/image_file.h"
 #include "tools/operations.h"
+#include "tools/people.h"
 #include "tools/pixel_limit.h"
 #include "tools/raster.h"
 #include "tools/sample_chart.h"
@@ -27,32 +32,42 @@ const char kUsage[] =
     "qel - run the imaging module's operations on image files\n"
     "\n"
     "usage:\n"
-    "  qel [IN] OP [ARGS] [OP [ARGS]...] [OUT]   run operations left to right\n"
+    "  qel IN OP [ARGS] [OP [ARGS]...] [OUT]     run operations left to right\n"
+    "  qel sample OP [ARGS]... [OUT]             the same on the built-in test chart\n"
     "  qel gallery [IN] -o DIR                   every operation, as a web page\n"
     "  qel list                                  every operation, by component\n"
-    "  qel help OP                               one operation in detail\n"
+    "  qel help OP    (or qel OP --help)         one operation in detail\n"
+    "  qel --version\n"
     "\n"
     "IN is a PNG, JPEG, PBM, PGM, PPM or PAM file, or 'sample' for the built-in\n"
-    "test chart (also used when IN is left out). OUT is written by its extension:\n"
-    ".png, .jpg/.jpeg, .pgm, .ppm, .pnm or .pam. Without OUT, qel prints the\n"
-    "result's size and format.\n"
+    "test chart (also used when IN is left out; then qel never writes over an\n"
+    "existing file). OUT is written by its extension: .png, .jpg/.jpeg, .pgm,\n"
+    ".ppm, .pnm or .pam. Without OUT, qel prints the result's size and format.\n"
+    "\n"
+    "qel shows what a person means: palette images are read as colour and 1-bit\n"
+    "images as grey 0/255, alpha survives resample, rotate, add and copy, and\n"
+    "rotate turns clockwise by any angle (docs/qel.md lists the details).\n"
     "\n"
     "options:\n"
-    "  --time        print how long each step took\n"
-    "  --quality N   JPEG quality, 1-100 (default 90)\n"
-    "  --seed N      seed of the random numbers of noise and jitter (default 1)\n"
-    "  -o FILE       the output file (or DIR for gallery)\n"
-    "  --thumb N     gallery thumbnail size in pixels (default 160)\n"
+    "  --time          print how long each step took\n"
+    "  --quality N     JPEG quality, 1-100 (default 90)\n"
+    "  --seed N        seed of the random numbers of noise and jitter (default 1)\n"
+    "  -o FILE         the output file (or DIR for gallery)\n"
+    "  --thumb N       gallery thumbnail size in pixels (default 160)\n"
     "  --max-pixels N  largest image read or made, in pixels (default 268435456)\n"
+    "  --keep-palette  work on palette indices as the module reads them\n"
+    "  --keep-depth    keep 1- and 4-bit images at their depth\n"
     "\n"
     "examples:\n"
     "  qel photo.jpg blur rotate 30 gamma 1.4 out.png\n"
     "  qel sample median 5 resample 50% small.png\n"
+    "  qel photo.jpg resample 800x800 --fit crop 50%x50%+25%+25% out.jpg\n"
     "  qel a.png subtract b.png --abs diff.png\n"
     "  qel gallery -o gallery\n";
 
 struct Options {
     bool time = false;
+    qeltool::ReadingChoices reading;
     int quality = 90;
     unsigned seed = 1;
     int thumbnail = 160;
@@ -70,8 +85,12 @@ bool TakeGlobalOption(const std::vector<std::string>& words, size_t* i, Options*
                       std::string* error) {
     const std::string& word = words[*i];
     *taken = true;
-    if (word == "--time") {
-        options->time = true;
+    bool* flag = word == "--time"           ? &options->time
+                 : word == "--keep-palette" ? &options->reading.keepPalette
+                 : word == "--keep-depth"   ? &options->reading.keepDepth
+                                            : nullptr;
+    if (flag != nullptr) {
+        *flag = true;
         ++*i;
         return true;
     }
@@ -131,13 +150,38 @@ bool OnlyGlobalOptionsFrom(const std::vector<std::string>& words, size_t from) {
     return true;
 }
 
-SmartPtr<IQEL> LoadInput(const qel::Host& host, const std::string& name, long long maxPixels,
+// The image as a person sees it (see tools/people.h), or the built-in chart.
+SmartPtr<IQEL> LoadInput(const qel::Host& host, const std::string& name, const Options& options,
                          std::string* error) {
-    if (name == "sample") return qeltool::LoadSampleChart(host, maxPixels, error);
+    if (name == "sample") return qeltool::LoadSampleChart(host, options.maxPixels, error);
     std::string reason;
-    SmartPtr<IQEL> image = qeltool::LoadImageFile(host, name, maxPixels, &reason);
-    if (!image) *error = name + ": " + reason;
-    return image;
+    SmartPtr<IQEL> image = qeltool::LoadImageFile(host, name, options.maxPixels, &reason);
+    if (!image) {
+        *error = name + ": " + reason;
+        return image;
+    }
+    return qeltool::ExpandForViewing(host, std::move(image), options.reading);
+}
+
+bool FileExists(const std::string& path) {
+    struct stat info;
+    return stat(path.c_str(), &info) == 0;
+}
+
+// Whether a stray word looks like a value rather than an operation's name.
+bool LooksLikeValue(const std::string& word) {
+    return !word.empty() && (std::isdigit(static_cast<unsigned char>(word[0])) || word[0] == '-' ||
+                             word[0] == '.' || word.find_first_of(",:%") != std::string::npos);
+}
+
+// "blur takes no value" or "median takes 1 value", for a value too many.
+std::string ValueTooMany(const qeltool::OperationSpec& op, const std::string& word) {
+    int values = 0;
+    for (const qeltool::Param& param : op.params) values += param.name[0] != '-';
+    const std::string name = op.name;
+    if (values == 0) return name + " takes no value, so '" + word + "' is left over (qel help " + name + ")";
+    return name + " takes " + std::to_string(values) + (values == 1 ? " value" : " values") + "; '" + word +
+           "' is one too many (qel help " + name + ")";
 }
 
 bool LoadHost(qel::Host* host) {
@@ -172,13 +216,14 @@ int Gallery(const std::vector<std::string>& words) {
     qel::Host host;
     if (!LoadHost(&host)) return kExitFailure;
     std::string error;
-    SmartPtr<IQEL> image = LoadInput(host, input.empty() ? "sample" : input, options.maxPixels, &error);
+    SmartPtr<IQEL> image = LoadInput(host, input.empty() ? "sample" : input, options, &error);
     if (!image) {
         std::fprintf(stderr, "qel: %s\n", error.c_str());
         return kExitFailure;
     }
     std::srand(options.seed);
     qeltool::OperationContext context(host, options.maxPixels);
+    context.SetReading(options.reading);
     qeltool::GalleryOptions gallery;
     gallery.inputName = input.empty() ? "the built-in sample chart" : input;
     gallery.folder = options.output;
@@ -187,8 +232,20 @@ int Gallery(const std::vector<std::string>& words) {
 }
 
 int Chain(const std::vector<std::string>& words) {
+    // "qel blur --help": the help of the operation before it.
+    for (size_t i = 0; i < words.size(); ++i) {
+        if (words[i] != "--help" && words[i] != "-h") continue;
+        for (size_t j = i; j-- > 0;)
+            if (qeltool::FindOperation(words[j]) != nullptr) {
+                qeltool::PrintOperationHelp(stdout, words[j]);
+                return 0;
+            }
+        std::fputs(kUsage, stdout);
+        return 0;
+    }
     Options options;
     std::string input;
+    bool inputLeftOut = false;
     std::vector<Step> steps;
     std::string error;
     for (size_t i = 0; i < words.size();) {
@@ -202,7 +259,7 @@ int Chain(const std::vector<std::string>& words) {
             return UsageError("unknown option '" + word + "'" + after);
         }
         if (qeltool::FindOperation(word) != nullptr) {
-            if (input.empty()) input = "sample";
+            if (input.empty()) input = "sample", inputLeftOut = true;
             Step step;
             if (!qeltool::ParseStep(words, &i, &step, &error)) return UsageError(error);
             steps.push_back(std::move(step));
@@ -210,31 +267,47 @@ int Chain(const std::vector<std::string>& words) {
         }
         if (input.empty()) {
             input = word;
-        } else if (OnlyGlobalOptionsFrom(words, i + 1) && options.output.empty()) {
+        } else if (OnlyGlobalOptionsFrom(words, i + 1) && options.output.empty() &&
+                   (word.find('.') != std::string::npos || steps.empty() || !LooksLikeValue(word))) {
             options.output = word;
         } else if (OnlyGlobalOptionsFrom(words, i + 1) && word.find('.') != std::string::npos) {
             return UsageError("two output files: '" + options.output + "' and '" + word + "'");
+        } else if (!steps.empty() && LooksLikeValue(word)) {
+            return UsageError(ValueTooMany(*steps.back().operation, word));
         } else {
             return UsageError("unknown operation '" + word + "' (qel list shows them all)");
         }
         ++i;
     }
-    if (!options.output.empty() && !qeltool::IsWritableImageName(options.output))
+    if (!options.output.empty() && !qeltool::IsWritableImageName(options.output)) {
+        if (options.output.find('.') == std::string::npos)
+            return UsageError("unknown operation '" + options.output + "' (qel list shows them all)");
         return UsageError(
             options.output +
             ": unsupported output format (qel writes .png, .jpg, .jpeg, .pgm, .ppm, .pnm, .pam)");
+    }
+    // Without IN, the word in OUT's place is most likely the picture meant as
+    // input: never write over it.
+    if (inputLeftOut && !options.output.empty() && FileExists(options.output)) {
+        std::string meant = "qel " + options.output;
+        for (const Step& step : steps) meant += " " + step.text;
+        return UsageError("no input was given and " + options.output +
+                          " exists, so it is not written over; did you mean '" + meant +
+                          " OUT'? (name 'sample' as IN to draw on the built-in chart)");
+    }
 
     qel::Host host;
     if (!LoadHost(&host)) return kExitFailure;
     std::srand(options.seed);
     auto start = std::chrono::steady_clock::now();
-    SmartPtr<IQEL> image = LoadInput(host, input, options.maxPixels, &error);
+    SmartPtr<IQEL> image = LoadInput(host, input, options, &error);
     if (!image) {
         std::fprintf(stderr, "qel: %s\n", error.c_str());
         return kExitFailure;
     }
     PrintTime(options, "read " + input, Since(start));
     qeltool::OperationContext context(host, options.maxPixels);
+    context.SetReading(options.reading);
     for (const Step& step : steps) {
         std::string note;
         start = std::chrono::steady_clock::now();
@@ -264,6 +337,10 @@ int main(int argc, char** argv) {
     const std::vector<std::string> words(argv + 1, argv + argc);
     if (words.empty() || words[0] == "--help" || words[0] == "-h") {
         std::fputs(kUsage, stdout);
+        return 0;
+    }
+    if (words[0] == "--version") {
+        std::printf("qel %s\n", QEL_VERSION);
         return 0;
     }
     if (words[0] == "list") {

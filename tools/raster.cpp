@@ -40,9 +40,12 @@ std::string DescribeFormat(IQEL* image) {
     char text[96];
     std::snprintf(text, sizeof(text), "%dx%d, %d-bit %s", p.width, p.height, p.bitCount,
                   ModelName(p.colourModel).c_str());
-    std::string description = text;
-    if (!PaletteOf(image).empty()) description += " with palette";
-    return description;
+    const size_t colours = PaletteOf(image).size();
+    if (colours == 0) return text;
+    // The colour model of a palette image says nothing to a person.
+    std::snprintf(text, sizeof(text), "%dx%d, %d-bit with a palette of %zu colours", p.width, p.height,
+                  p.bitCount, colours);
+    return text;
 }
 
 namespace {
