@@ -13,6 +13,10 @@ using K = ParamKind;
 using Filters = IQELFilterTransform;
 
 const char* const kAllDepths = "1-, 4-, 8-, 24- and 32-bit images";
+// How the module treats borders and alpha, which shows on ordinary files.
+const char* const kNeighbourhoodDepths =
+    "1-, 4-, 8-, 24- and 32-bit images; neighbours beyond the border take the top-left pixel's "
+    "colour, and each result pixel takes the alpha of the bottom-right pixel of its neighbourhood";
 const Param kNeighbourhood{"size", K::Int, "3", 1, 15, "side of the square neighbourhood in pixels"};
 
 // Calls `filter(component, source, result)` and takes its new image.
@@ -32,7 +36,7 @@ OperationGroup FilterOperations() {
                  "Erode",
                  "darken: the minimum of each neighbourhood",
                  {kNeighbourhood},
-                 kAllDepths,
+                 kNeighbourhoodDepths,
                  "qel in.png erode 3 out.png",
                  "erode 3",
                  [](Call& c) {
@@ -45,7 +49,7 @@ OperationGroup FilterOperations() {
                  "Edge",
                  "edges: maximum minus minimum of each neighbourhood",
                  {kNeighbourhood},
-                 kAllDepths,
+                 kNeighbourhoodDepths,
                  "qel in.png edge 3 out.png",
                  "edge 3",
                  [](Call& c) {
@@ -58,7 +62,7 @@ OperationGroup FilterOperations() {
                  "Dilate",
                  "brighten: the maximum of each neighbourhood",
                  {kNeighbourhood},
-                 kAllDepths,
+                 kNeighbourhoodDepths,
                  "qel in.png dilate 3 out.png",
                  "dilate 3",
                  [](Call& c) {
@@ -95,7 +99,8 @@ OperationGroup FilterOperations() {
                 {"contour",
                  "Contour",
                  "Contour",
-                 "dark outlines of the shapes",
+                 "the negative of the brightest neighbour brighter than each pixel: a light relief, not an "
+                 "outline",
                  {},
                  kAllDepths,
                  "qel in.png contour out.png",

@@ -343,7 +343,7 @@ OperationGroup TransformOperations() {
               {"--size", K::Size, nullptr, 0, 0, "size of the result (default the image's)"}},
              kColourDepths,
              "qel in.png transform 0.9,0.2,0,-0.2,0.9,40 out.png",
-             "transform 0.9,0.25,0,-0.25,0.9,60",
+             "transform 0.9,0.25,0,-0.25,0.9,0",
              [](Call& c) {
                  const qel::Pixels p = qel::PixelsOf(c.image.Get());
                  AffineTransform transform(MatrixOf(c.args));
@@ -368,7 +368,7 @@ OperationGroup TransformOperations() {
               {"--fill-voids", K::Flag, nullptr, 0, 0, "fill the holes the mapping leaves"}},
              kColourDepths,
              "qel in.png transformpaste 1.2,0.3,0,-0.3,1.2,0 --fill-voids out.png",
-             "transformpaste 0.8,0.3,0,-0.3,0.8,70 --fill-voids",
+             "transformpaste 0.8,0.3,0,0,1,0 --fill-voids",
              [](Call& c) {
                  const qel::Pixels p = qel::PixelsOf(c.image.Get());
                  SmartPtr<IQEL> target = PasteTarget(c.context, c.args, c.image.Get(), 8, c.note);

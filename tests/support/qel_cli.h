@@ -1,0 +1,151 @@
+// Running the built qel as a user runs it, from the build folder, on small
+// files a test writes itself: PNGs written byte by byte (so that inputs do not
+// depend on the codecs under test), PAMs, and the samples of a PAM qel wrote.
+#pragma once
+
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace qeltest {
+
+using Samples = std::vector<uint8_t>;
+
+inline std::string ReadFile(const std::string& path) {
+    std::stringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+inline void WriteFile(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+inline bool Exists(const std::string& path) {
+    struct stat info;
+    return stat(path.c_str(), &info) == 0;
+}
+inline std::string BigEndian(uint32_t v) {
+    return std::string{char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
+}
+// One PNG chunk: length, type, data and the CRC over type and data.
+inline std::string PngChunk(const std::string& type, const std::string& data) {
+    uint32_t crc = 0xFFFFFFFFu;
+    for (const unsigned char byte : type + data) {
+        crc ^= byte;
+        for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
+    }
+    return BigEndian(static_cast<uint32_t>(data.size())) + type + data + BigEndian(~crc);
+}
+// A PNG whose image data is one stored deflate block, so that inputs do not
+// depend on the codec under test. `rows` hold filter byte 0 and the packed samples.
+inline std::string Png(uint32_t width, uint32_t height, int depth, int colourType, const std::string& rows,
+                       const std::string& palette = "") {
+    const std::string header =
+        BigEndian(width) + BigEndian(height) + char(depth) + char(colourType) + std::string(3, '\0');
+    uint32_t a = 1, b = 0;
+    for (unsigned char byte : rows) a = (a + byte) % 65521, b = (b + a) % 65521;
+    const uint16_t n = static_cast<uint16_t>(rows.size());
+    const std::string zlib = std::string("\x78\x01\x01", 3) + char(n & 0xFF) + char(n >> 8) +
+                             char(~n & 0xFF) + char((~n >> 8) & 0xFF) + rows + BigEndian(b << 16 | a);
+    return "\x89PNG\r\n\x1a\n" + PngChunk("IHDR", header) +
+           (palette.empty() ? "" : PngChunk("PLTE", palette)) + PngChunk("IDAT", rows.empty() ? "" : zlib) +
+           PngChunk("IEND", "");
+}
+inline std::string Pam(int width, int height, int depth, const char* tuple, const Samples& samples,
+                       int maxval = 255) {
+    return "P7\nWIDTH " + std::to_string(width) + "\nHEIGHT " + std::to_string(height) + "\nDEPTH " +
+           std::to_string(depth) + "\nMAXVAL " + std::to_string(maxval) + "\nTUPLTYPE " + tuple +
+           "\nENDHDR\n" + std::string(samples.begin(), samples.end());
+}
+inline Samples Gradient(int width, int height, int depth) {
+    Samples samples;
+    for (int n = 0; n < width * height * depth; ++n)
+        samples.push_back(
+            static_cast<uint8_t>(n / depth % width * 37 + n / depth / width * 91 + n % depth * 53));
+    return samples;
+}
+
+struct Outcome {
+    int status = -1;  // 128 + signal when killed
+    std::string out, err;
+};
+
+class QelRun : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/qel-test-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        dir_ = pattern;
+    }
+    void TearDown() override { std::system(("rm -rf '" + dir_ + "'").c_str()); }
+    std::string Path(const std::string& name) const { return dir_ + "/" + name; }
+
+    Outcome Run(const std::vector<std::string>& words) {
+        std::string command = "./qel";
+        for (const std::string& word : words) command += " '" + word + "'";
+        const int raw = std::system((command + " >'" + Path(".out") + "' 2>'" + Path(".err") + "'").c_str());
+        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw), ReadFile(Path(".out")),
+                ReadFile(Path(".err"))};
+    }
+    // Words split on spaces; file names (a dot, no slash, comma or leading
+    // digit or dash) are taken from the test folder.
+    std::vector<std::string> Words(const std::string& arguments) {
+        std::vector<std::string> words;
+        std::istringstream in(arguments);
+        for (std::string w; in >> w;) {
+            const bool file = w.find('.') != std::string::npos && w[0] != '-' &&
+                              !std::isdigit((unsigned char)w[0]) &&
+                              w.find_first_of("/,") == std::string::npos;
+            words.push_back(file ? Path(w) : w);
+        }
+        return words;
+    }
+    Outcome Run(const std::string& arguments) { return Run(Words(arguments)); }
+    // The samples of a PAM written by qel, and its tuple type.
+    Samples PamSamples(const std::string& name, std::string* tuple = nullptr) {
+        const std::string bytes = ReadFile(Path(name));
+        const size_t end = bytes.find("ENDHDR\n"), t = bytes.find("TUPLTYPE ");
+        if (end == std::string::npos || t == std::string::npos) return {};
+        if (tuple != nullptr) *tuple = bytes.substr(t + 9, bytes.find('\n', t) - t - 9);
+        return Samples(bytes.begin() + static_cast<long>(end + 7), bytes.end());
+    }
+    // Files of the test folder (or a folder in it) besides the captured output, by name.
+    std::vector<std::string> Listing(const std::string& folder = "") {
+        std::vector<std::string> names;
+        DIR* listed = opendir(folder.empty() ? dir_.c_str() : Path(folder).c_str());
+        for (dirent* entry; listed != nullptr && (entry = readdir(listed)) != nullptr;)
+            if (entry->d_name[0] != '.') names.push_back(entry->d_name);
+        if (listed != nullptr) closedir(listed);
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    // A failure with this status, one "qel: " line starting with `message`, and no output file.
+    void ExpectFailure(const std::vector<std::string>& words, int status, const std::string& message) {
+        const Outcome outcome = Run(words);
+        EXPECT_EQ(outcome.status, status) << words[0] << " " << words[1] << ": " << outcome.err;
+        EXPECT_EQ(outcome.err.rfind(message, 0), 0u) << outcome.err;
+        if (status == 1) {
+            EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+        }
+        EXPECT_FALSE(Exists(Path("out.png")));
+    }
+    void ExpectResult(const std::vector<std::string>& words, const std::string& format) {
+        const Outcome outcome = Run(words);
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        EXPECT_EQ(outcome.out, format + "\n");
+    }
+
+    std::string dir_;
+};
+
+}  // namespace qeltest
