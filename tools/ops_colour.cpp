@@ -13,8 +13,9 @@ namespace {
 using K = ParamKind;
 using Colour = IQELColorTransform;
 
-const char* const kAllDepths = "1-, 4-, 8-, 24- and 32-bit images";
-const char* const kColourDepths = "8-, 24- and 32-bit images";
+const char* const kAllDepths = "any image";
+// Only 1- and 4-bit images kept so by --keep-depth are refused.
+const char* const kColourDepths = "any image (not 1- or 4-bit ones kept by --keep-depth)";
 
 // The key colour of the alpha operations has red in its lowest byte.
 unsigned KeyColour(unsigned rgb) { return (rgb >> 16 & 0xFF) | (rgb & 0xFF00) | (rgb & 0xFF) << 16; }

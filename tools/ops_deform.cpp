@@ -8,7 +8,7 @@ namespace {
 
 using K = ParamKind;
 
-const char* const kAllDepths = "1-, 4-, 8-, 24- and 32-bit images";
+const char* const kAllDepths = "any image";
 const Param kAlphaFlag{"--alpha", K::Flag, nullptr, 0, 0, "make the result 32-bit with an alpha channel"};
 
 QResult Circle(Call& c, int mode, float factor) {

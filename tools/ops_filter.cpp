@@ -12,10 +12,10 @@ namespace {
 using K = ParamKind;
 using Filters = IQELFilterTransform;
 
-const char* const kAllDepths = "1-, 4-, 8-, 24- and 32-bit images";
+const char* const kAllDepths = "any image";
 // How the module treats borders and alpha, which shows on ordinary files.
 const char* const kNeighbourhoodDepths =
-    "1-, 4-, 8-, 24- and 32-bit images; neighbours beyond the border take the top-left pixel's "
+    "any image; neighbours beyond the border take the top-left pixel's "
     "colour, and each result pixel takes the alpha of the bottom-right pixel of its neighbourhood";
 const Param kNeighbourhood{"size", K::Int, "3", 1, 15, "side of the square neighbourhood in pixels"};
 

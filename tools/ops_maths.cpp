@@ -11,7 +11,8 @@ namespace {
 using K = ParamKind;
 using Maths = IQELMaths;
 
-const char* const kColourDepths = "8-, 24- and 32-bit images";
+// Only 1- and 4-bit images kept so by --keep-depth are refused.
+const char* const kColourDepths = "any image (not 1- or 4-bit ones kept by --keep-depth)";
 
 // The second image of a two-image operation, in the first one's format.
 SmartPtr<IQEL> Second(Call& c) {
@@ -49,7 +50,8 @@ OperationGroup MathsOperations() {
               {"--at", K::Point, nullptr, 0, 0, "where its top-left corner goes (default 0,0)"},
               {"--into-zeros", K::Flag, nullptr, 0, 0, "write only into zero bytes"},
               {"--no-blend", K::Flag, nullptr, 0, 0, "copy an image with alpha as it is, alpha included"}},
-             "8-, 24- and 32-bit images; an image with alpha blends (qel's own compositing) unless "
+             "any image (not 1- or 4-bit ones kept by --keep-depth); one with alpha blends (qel's own "
+             "compositing) unless "
              "--no-blend",
              "qel photo.jpg copy logo.png --at 10,10 out.jpg",
              "copy pattern --at 50%,50%",
@@ -104,7 +106,7 @@ OperationGroup MathsOperations() {
               {"--bits", K::Int, nullptr, 8, 32, "bit count of the result (default the image's)"},
               {"--model", K::Model, nullptr, 0, 0, "colour model of the result"},
               {"--mask", K::File, nullptr, 0, 0, "only where this image is not black (8-bit images)"}},
-             "8-, 24- and 32-bit images, 32-bit MONO integers",
+             "any image, and 32-bit MONO integers",
              "qel in.png scale 1.5 --offset -40 out.png",
              "scale 1.5 --offset -40",
              [](Call& c) {
@@ -174,7 +176,8 @@ OperationGroup MathsOperations() {
              {{"file", K::File, nullptr, 0, 0, "the second image, at least as large"},
               {"--divisor", K::Float, "0", -1e6, 1e6,
                "divides the sum; 0 none (2 is a special case that brightens)"}},
-             "8-, 24- and 32-bit images; on 32-bit images colour and alpha are added as two images so that "
+             "any image (not 1- or 4-bit ones kept by --keep-depth); with alpha, colour and alpha are added "
+             "as two images so that "
              "the whole row is computed",
              "qel a.png add b.png --divisor 1.5 sum.png",
              "add pattern --divisor 1.8",

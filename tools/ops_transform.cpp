@@ -14,8 +14,9 @@ namespace {
 using K = ParamKind;
 using Geometry = IQELTransform;
 
-const char* const kAllDepths = "1-, 4-, 8-, 24- and 32-bit images";
-const char* const kColourDepths = "8-, 24- and 32-bit images";
+const char* const kAllDepths = "any image";
+// Only 1- and 4-bit images kept so by --keep-depth are refused.
+const char* const kColourDepths = "any image (not 1- or 4-bit ones kept by --keep-depth)";
 const char* const kMatrixHelp = "six numbers A,B,C,D,E,F: x' = A x + B y + C, y' = D x + E y + F";
 
 // WxH, one side with the other in proportion, or a percentage; with --fit
@@ -172,7 +173,8 @@ OperationGroup TransformOperations() {
               {"--background", K::Colour, nullptr, 0, 0,
                "colour RRGGBB of the uncovered corners (default: transparent on images with alpha, "
                "otherwise the top-left pixel's colour)"}},
-             "8-, 24- and 32-bit images; quarter and half turns are exact, whole degrees are interpolated "
+             "any image (not 1- or 4-bit ones kept by --keep-depth); quarter and half turns are exact, whole "
+             "degrees are interpolated "
              "by --method, fractions of a degree take the nearest pixel",
              "qel in.png rotate 30 --method lanczos out.png",
              "rotate 30 --method 3",
@@ -239,7 +241,7 @@ OperationGroup TransformOperations() {
              {{"area", K::Area, nullptr, 0, 0,
                "WxH+X+Y: width, height and top-left corner, each in pixels or a percentage; the part "
                "inside the image is kept"}},
-             "8-, 24- and 32-bit images",
+             kColourDepths,
              "qel photo.jpg crop 640x480+100+50 out.jpg",
              "crop 50%x50%+25%+25%",
              [](Call& c) {
@@ -267,8 +269,8 @@ OperationGroup TransformOperations() {
              {{"bits", K::Int, nullptr, 24, 32, "24 or 32"},
               {"--model", K::Model, nullptr, 0, 0,
                "colour model of the result (default BGR for 24, ARGB for 32)"}},
-             "1-, 4-, 8- and 24-bit images",
-             "qel palette.png depth 24 out.png",
+             "any image; 32-bit ones are returned as they are",
+             "qel in.jpg depth 32 out.png",
              "depth 32",
              [](Call& c) {
                  const int bits = c.args.Int("bits");
@@ -287,7 +289,7 @@ OperationGroup TransformOperations() {
               {"--onto", K::File, nullptr, 0, 0, "the image drawn on (default black of the same size)"},
               kMethod,
               {"--key", K::Colour, nullptr, 0, 0, "a colour RRGGBB left undrawn (24-bit images)"}},
-             "24- and 32-bit images (32-bit blends by alpha)",
+             "any image; one with alpha blends by it",
              "qel logo.png rotatepaste 20 --onto photo.jpg out.png",
              "rotatepaste 20 --onto pattern",
              [](Call& c) {
@@ -305,7 +307,7 @@ OperationGroup TransformOperations() {
              "FlipBits",
              "exchange red and blue",
              {},
-             "24- and 32-bit images",
+             "any image; grey ones are unchanged",
              "qel in.png swaprb out.png",
              "swaprb",
              [](Call& c) { return c.As<Geometry>()->FlipBits(c.image.Get()); }},
@@ -387,7 +389,7 @@ OperationGroup TransformOperations() {
              "FlipImageAndBits",
              "turn upside down and exchange red and blue",
              {},
-             "24- and 32-bit images",
+             "any image; grey ones are left as they are",
              "qel in.png flipall out.png",
              "flipall",
              [](Call& c) { return c.As<Geometry>()->FlipImageAndBits(c.image.Get()); }},
