@@ -8,6 +8,11 @@
 
 namespace qeltool {
 
+const char* const kAnyImage = "any image";
+const char* const kWholeByteImages = "any image (not 1- or 4-bit ones kept by --keep-depth)";
+const Param kAlphaFlag{
+    "--alpha", ParamKind::Flag, nullptr, 0, 0, "make the result 32-bit with an alpha channel"};
+
 QResult TakeResult(QResult result, SmartPtr<IQEL>& image, SmartPtr<IQEL>& made) {
     if (result >= 0) {
         if (!made) return QEL_E_POINTER;

@@ -10,6 +10,13 @@
 
 namespace qeltool {
 
+// What operations accept, for help: every image qel reads, or all but 1- and
+// 4-bit ones kept so by --keep-depth.
+extern const char* const kAnyImage;
+extern const char* const kWholeByteImages;
+// The --alpha option of the warps.
+extern const Param kAlphaFlag;
+
 // The parts of `text` between separators (one part when there is none).
 std::vector<std::string> Split(const std::string& text, char separator);
 

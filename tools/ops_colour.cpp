@@ -13,10 +13,6 @@ namespace {
 using K = ParamKind;
 using Colour = IQELColorTransform;
 
-const char* const kAllDepths = "any image";
-// Only 1- and 4-bit images kept so by --keep-depth are refused.
-const char* const kColourDepths = "any image (not 1- or 4-bit ones kept by --keep-depth)";
-
 // The key colour of the alpha operations has red in its lowest byte.
 unsigned KeyColour(unsigned rgb) { return (rgb >> 16 & 0xFF) | (rgb & 0xFF00) | (rgb & 0xFF) << 16; }
 
@@ -43,7 +39,7 @@ OperationGroup ColourOperations() {
              {{"hue", K::Int, nullptr, 0, 255, "hue, 0-255 for 0-360 degrees"},
               {"saturation", K::Int, "255", 0, 255, "saturation, 0-255"},
               {"--blend", K::Float, "1", -10, 10, "share of the tint, 0 to 1"}},
-             kAllDepths,
+             kAnyImage,
              "qel photo.jpg colorize 30 180 --blend 0.6 sepia.jpg",
              "colorize 160 200 --blend 0.7",
              [](Call& c) {
@@ -57,7 +53,7 @@ OperationGroup ColourOperations() {
              "map every colour byte through a curve",
              {{"curve", K::Curve, nullptr, 0, 0,
                "points IN:OUT joined by straight lines, such as 0:0,64:128,255:255"}},
-             kColourDepths,
+             kWholeByteImages,
              "qel in.png lut 0:0,64:128,192:160,255:255 out.png",
              "lut 0:0,64:128,192:160,255:255",
              [](Call& c) {
@@ -70,7 +66,7 @@ OperationGroup ColourOperations() {
              "Negative",
              "invert the colours (alpha kept)",
              {},
-             kColourDepths,
+             kWholeByteImages,
              "qel in.png negative out.png",
              "negative",
              [](Call& c) { return c.As<Colour>()->Negative(c.image.Get()); }},
@@ -79,7 +75,7 @@ OperationGroup ColourOperations() {
              "GrayScale",
              "turn colours to grey (the mean of red, green and blue)",
              {},
-             kColourDepths,
+             kWholeByteImages,
              "qel in.png grayscale out.png",
              "grayscale",
              [](Call& c) { return c.As<Colour>()->GrayScale(c.image.Get()); }},
@@ -90,7 +86,7 @@ OperationGroup ColourOperations() {
              {{"red", K::Int, nullptr, -255, 255, "added to red"},
               {"green", K::Int, "0", -255, 255, "added to green"},
               {"blue", K::Int, "0", -255, 255, "added to blue"}},
-             kAllDepths,
+             kAnyImage,
              "qel in.png shiftrgb 40 0 -40 warmer.png",
              "shiftrgb 60 0 -40",
              [](Call& c) {
@@ -102,7 +98,7 @@ OperationGroup ColourOperations() {
              "Gamma",
              "gamma correction; above 1 brightens",
              {{"gamma", K::Float, nullptr, 0.01, 100, "gamma"}},
-             kColourDepths,
+             kWholeByteImages,
              "qel in.png gamma 2.2 out.png",
              "gamma 2.2",
              [](Call& c) {
@@ -114,7 +110,7 @@ OperationGroup ColourOperations() {
              "change brightness and contrast",
              {{"brightness", K::Int, nullptr, -255, 255, "added brightness"},
               {"contrast", K::Int, "0", -100, 1000, "contrast change in percent"}},
-             kColourDepths,
+             kWholeByteImages,
              "qel in.png light 20 40 out.png",
              "light 10 50",
              [](Call& c) {
@@ -165,7 +161,7 @@ OperationGroup ColourOperations() {
              "Threshold",
              "black and white: white where the grey level is above the level",
              {{"level", K::Int, "128", 0, 255, "grey level"}},
-             kAllDepths,
+             kAnyImage,
              "qel scan.png threshold 128 bw.png",
              "threshold 128",
              [](Call& c) { return c.As<Colour>()->Threshold(c.image.Get(), c.args.Int("level")); }},

@@ -8,9 +8,6 @@ namespace {
 
 using K = ParamKind;
 
-const char* const kAllDepths = "any image";
-const Param kAlphaFlag{"--alpha", K::Flag, nullptr, 0, 0, "make the result 32-bit with an alpha channel"};
-
 QResult Circle(Call& c, int mode, float factor) {
     return c.As<IQELDeform>()->CircleTransform(c.image.Get(), mode, c.args.Has("--alpha") ? 1 : 0, factor);
 }
@@ -25,7 +22,7 @@ OperationGroup DeformOperations() {
                  "CircleTransform",
                  "magnify the centre like a lens",
                  {kAlphaFlag},
-                 kAllDepths,
+                 kAnyImage,
                  "qel face.jpg bulge out.jpg",
                  "bulge",
                  [](Call& c) { return Circle(c, 0, 1.0f); }},
@@ -34,7 +31,7 @@ OperationGroup DeformOperations() {
                  "CircleTransform",
                  "pull the picture in towards the centre",
                  {kAlphaFlag},
-                 kAllDepths,
+                 kAnyImage,
                  "qel in.png pinch out.png",
                  "pinch",
                  [](Call& c) { return Circle(c, 1, 1.0f); }},
@@ -43,7 +40,7 @@ OperationGroup DeformOperations() {
                  "CircleTransform",
                  "twist around the centre; larger factors twist less",
                  {{"factor", K::Float, "1", -1000, 1000, "swirl factor"}, kAlphaFlag},
-                 kAllDepths,
+                 kAnyImage,
                  "qel in.png swirl 1.5 out.png",
                  "swirl 1.5",
                  [](Call& c) { return Circle(c, 2, static_cast<float>(c.args.Float("factor"))); }},
@@ -52,7 +49,7 @@ OperationGroup DeformOperations() {
                  "CircleTransform",
                  "unwrap the picture from polar coordinates",
                  {kAlphaFlag},
-                 kAllDepths,
+                 kAnyImage,
                  "qel in.png polar out.png",
                  "polar",
                  [](Call& c) { return Circle(c, 3, 1.0f); }},
@@ -61,7 +58,7 @@ OperationGroup DeformOperations() {
                  "CircleTransform",
                  "fold the columns in strips of 32 pixels",
                  {kAlphaFlag},
-                 kAllDepths,
+                 kAnyImage,
                  "qel in.png fold out.png",
                  "fold",
                  [](Call& c) { return Circle(c, 4, 1.0f); }},
@@ -72,7 +69,7 @@ OperationGroup DeformOperations() {
                  {{"mode", K::Int, nullptr, 0, 4, "mode"},
                   {"--factor", K::Float, "1", -1000, 1000, "swirl factor"},
                   kAlphaFlag},
-                 kAllDepths,
+                 kAnyImage,
                  "qel in.png circle 2 --factor 3 out.png",
                  "circle 2 --factor 4",
                  [](Call& c) {

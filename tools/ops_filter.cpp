@@ -12,7 +12,6 @@ namespace {
 using K = ParamKind;
 using Filters = IQELFilterTransform;
 
-const char* const kAllDepths = "any image";
 // How the module treats borders and alpha, which shows on ordinary files.
 const char* const kNeighbourhoodDepths =
     "any image; neighbours beyond the border take the top-left pixel's "
@@ -79,7 +78,7 @@ OperationGroup FilterOperations() {
                   {"--divisor", K::Int, nullptr, -100000, 100000,
                    "divides the sums (default the weights' sum; 0 none)"},
                   {"--offset", K::Int, "0", -1000, 1000, "added after dividing"}},
-                 kAllDepths,
+                 kAnyImage,
                  "qel in.png filter 0,-1,0,-1,5,-1,0,-1,0 out.png",
                  "filter 0,-1,0,-1,5,-1,0,-1,0",
                  [](Call& c) {
@@ -102,7 +101,7 @@ OperationGroup FilterOperations() {
                  "the negative of the brightest neighbour brighter than each pixel: a light relief, not an "
                  "outline",
                  {},
-                 kAllDepths,
+                 kAnyImage,
                  "qel in.png contour out.png",
                  "contour",
                  [](Call& c) {
@@ -113,7 +112,7 @@ OperationGroup FilterOperations() {
                  "Jitter",
                  "move every pixel by a random small amount",
                  {{"amount", K::Int, "3", 0, 1000, "largest move in pixels"}},
-                 kAllDepths,
+                 kAnyImage,
                  "qel in.png jitter 4 out.png",
                  "jitter 3",
                  [](Call& c) {
@@ -126,7 +125,7 @@ OperationGroup FilterOperations() {
                  "Noise",
                  "add random noise to every channel",
                  {{"amount", K::Int, "40", 0, 1000, "spread of the noise"}},
-                 kAllDepths,
+                 kAnyImage,
                  "qel in.png noise 40 out.png",
                  "noise 40",
                  [](Call& c) {
@@ -139,7 +138,7 @@ OperationGroup FilterOperations() {
                  "Median",
                  "median of each neighbourhood: removes specks",
                  {kNeighbourhood},
-                 kAllDepths,
+                 kAnyImage,
                  "qel in.png median 5 out.png",
                  "median 5",
                  [](Call& c) {
@@ -152,7 +151,7 @@ OperationGroup FilterOperations() {
                  "Emboss",
                  "relief effect",
                  {},
-                 kAllDepths,
+                 kAnyImage,
                  "qel in.png emboss out.png",
                  "emboss",
                  [](Call& c) {
@@ -163,7 +162,7 @@ OperationGroup FilterOperations() {
                  "Blur",
                  "3x3 box blur",
                  {},
-                 kAllDepths,
+                 kAnyImage,
                  "qel in.png blur out.png",
                  "blur",
                  [](Call& c) {
@@ -174,7 +173,7 @@ OperationGroup FilterOperations() {
                  "Soften",
                  "gentle 3x3 blur",
                  {},
-                 kAllDepths,
+                 kAnyImage,
                  "qel in.png soften out.png",
                  "soften",
                  [](Call& c) {
@@ -185,7 +184,7 @@ OperationGroup FilterOperations() {
                  "Sharpen",
                  "3x3 sharpening",
                  {},
-                 kAllDepths,
+                 kAnyImage,
                  "qel in.png sharpen out.png",
                  "sharpen",
                  [](Call& c) {
@@ -196,7 +195,7 @@ OperationGroup FilterOperations() {
                  "GaussianBlur",
                  "Gaussian blur",
                  {{"level", K::Int, "1", 0, 3, "0 (3x3) to 3 (5x5, widest)"}},
-                 kAllDepths,
+                 kAnyImage,
                  "qel in.png gaussian 2 out.png",
                  "gaussian 2",
                  [](Call& c) {

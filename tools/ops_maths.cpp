@@ -11,9 +11,6 @@ namespace {
 using K = ParamKind;
 using Maths = IQELMaths;
 
-// Only 1- and 4-bit images kept so by --keep-depth are refused.
-const char* const kColourDepths = "any image (not 1- or 4-bit ones kept by --keep-depth)";
-
 // The second image of a two-image operation, in the first one's format.
 SmartPtr<IQEL> Second(Call& c) {
     SmartPtr<IQEL> second = c.context.LoadSecond(c.args.Text("file"), c.image.Get(), c.note);
@@ -34,7 +31,7 @@ OperationGroup MathsOperations() {
              {{"value", K::Int, nullptr, -2147483648.0, 4294967295.0,
                "the value (hex allowed: 0x336699 is red 33, green 66, blue 99 on 24-bit)"},
               {"--mask", K::File, nullptr, 0, 0, "only where this image is not black"}},
-             kColourDepths,
+             kWholeByteImages,
              "qel in.png fill 0x336699 --mask shape.png out.png",
              "fill 0xFF2060C0 --mask pattern",
              [](Call& c) {
@@ -81,7 +78,7 @@ OperationGroup MathsOperations() {
               {"--b", K::Float, "0.5", -1000, 1000, "weight of the second image"},
               {"--offset", K::Float, "0", -1000, 1000, "added to the sum"},
               {"--mask", K::File, nullptr, 0, 0, "only where this image is not black"}},
-             kColourDepths,
+             kWholeByteImages,
              "qel a.png addscale b.png --a 0.7 --b 0.3 mix.png",
              "addscale pattern --a 0.6 --b 0.4",
              [](Call& c) {
@@ -135,7 +132,7 @@ OperationGroup MathsOperations() {
              {{"file", K::File, nullptr, 0, 0, "the image subtracted"},
               {"--abs", K::Flag, nullptr, 0, 0, "absolute difference"},
               {"--flags", K::Int, nullptr, 0, 3, "1 absolute, 2 transparent result on 32-bit images"}},
-             kColourDepths,
+             kWholeByteImages,
              "qel a.png subtract b.png --abs diff.png",
              "subtract pattern --abs",
              [](Call& c) {

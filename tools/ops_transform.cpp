@@ -14,9 +14,6 @@ namespace {
 using K = ParamKind;
 using Geometry = IQELTransform;
 
-const char* const kAllDepths = "any image";
-// Only 1- and 4-bit images kept so by --keep-depth are refused.
-const char* const kColourDepths = "any image (not 1- or 4-bit ones kept by --keep-depth)";
 const char* const kMatrixHelp = "six numbers A,B,C,D,E,F: x' = A x + B y + C, y' = D x + E y + F";
 
 // WxH, one side with the other in proportion, or a percentage; with --fit
@@ -128,7 +125,6 @@ const Param kMethod{"--method",
                     "9 sinc, 10 cosine sum, 11 Bessel, 12 Gaussian, 13 quadratic, "
                     "14 Mitchell, 15 Catmull-Rom (signed); by number or name (lanczos, "
                     "catmull-rom-signed)"};
-const Param kAlphaFlag{"--alpha", K::Flag, nullptr, 0, 0, "make the result 32-bit with an alpha channel"};
 
 }  // namespace
 
@@ -153,7 +149,7 @@ OperationGroup TransformOperations() {
              "Mirror",
              "mirror left to right",
              {},
-             kColourDepths,
+             kWholeByteImages,
              "qel in.png mirror out.png",
              "mirror",
              [](Call& c) {
@@ -199,7 +195,7 @@ OperationGroup TransformOperations() {
               {"ygain", K::Float, "0", -100, 100, "vertical shift per column from the pivot"},
               {"--pivot", K::Point, nullptr, 0, 0, "pivot X,Y (default the centre)"},
               kAlphaFlag},
-             kAllDepths,
+             kAnyImage,
              "qel in.png skew 0.3 0.1 out.png",
              "skew 0.3 0.1",
              [](Call& c) {
@@ -241,7 +237,7 @@ OperationGroup TransformOperations() {
              {{"area", K::Area, nullptr, 0, 0,
                "WxH+X+Y: width, height and top-left corner, each in pixels or a percentage; the part "
                "inside the image is kept"}},
-             kColourDepths,
+             kWholeByteImages,
              "qel photo.jpg crop 640x480+100+50 out.jpg",
              "crop 50%x50%+25%+25%",
              [](Call& c) {
@@ -321,7 +317,7 @@ OperationGroup TransformOperations() {
               {"p4", K::Point, nullptr, 0, 0, "bottom-right corner X,Y"},
               {"--size", K::Size, nullptr, 0, 0, "size of the result (default from the edges)"},
               {"--blend", K::Flag, nullptr, 0, 0, "blend neighbouring pixels"}},
-             kColourDepths,
+             kWholeByteImages,
              "qel in.png quad 10,5 300,20 5,230 310,220 out.png",
              "quad 10%,5% 95%,10% 5%,90% 90%,95% --blend",
              [](Call& c) {
@@ -343,7 +339,7 @@ OperationGroup TransformOperations() {
              {{"matrix", K::Matrix, nullptr, 0, 0, kMatrixHelp},
               {"--offset", K::Point, nullptr, 0, 0, "added to result coordinates before mapping"},
               {"--size", K::Size, nullptr, 0, 0, "size of the result (default the image's)"}},
-             kColourDepths,
+             kWholeByteImages,
              "qel in.png transform 0.9,0.2,0,-0.2,0.9,40 out.png",
              "transform 0.9,0.25,0,-0.25,0.9,0",
              [](Call& c) {
@@ -368,7 +364,7 @@ OperationGroup TransformOperations() {
               {"--onto", K::File, nullptr, 0, 0, "the image drawn on (default black of the same size)"},
               {"--offset", K::Point, nullptr, 0, 0, "added to the mapped coordinates"},
               {"--fill-voids", K::Flag, nullptr, 0, 0, "fill the holes the mapping leaves"}},
-             kColourDepths,
+             kWholeByteImages,
              "qel in.png transformpaste 1.2,0.3,0,-0.3,1.2,0 --fill-voids out.png",
              "transformpaste 0.8,0.3,0,0,1,0 --fill-voids",
              [](Call& c) {
