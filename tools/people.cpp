@@ -35,6 +35,7 @@ bool PaletteHasAlpha(const std::vector<RGBQUAD>& palette) {
 SmartPtr<IQEL> PadByRepeating(const qel::Host& host, IQEL* image, int margin) {
     const qel::Pixels p = qel::PixelsOf(image);
     const int bytes = BytesPerPixel(p.bitCount);
+    if (p.width <= 0 || p.height <= 0) return SmartPtr<IQEL>();
     SmartPtr<IQEL> padded =
         NewPlain(host, p.width + 2 * margin, p.height + 2 * margin, p.bitCount, p.colourModel);
     if (!padded) return padded;
