@@ -274,10 +274,7 @@ TEST_F(People, EverydaySizesAndCrop) {
     EXPECT_EQ(PamSamples("cut.pam"), expected);
     const Outcome outside = Run("wide.pam crop 5x5+40+0 out.png");
     EXPECT_EQ(outside.status, 1);
-    EXPECT_EQ(
-        outside.err,
-        "qel: crop: failed with 0x80070057 (invalid argument): the area 5x5+40+0 lies outside the 40x30 "
-        "image\n");
+    EXPECT_EQ(outside.err, "qel: crop: the area 5x5+40+0 lies outside the 40x30 image\n");
 }
 
 TEST_F(People, MessagesSayWhatWasMeant) {

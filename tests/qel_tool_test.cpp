@@ -224,7 +224,7 @@ TEST_F(Qel, BadFilesAndMistakesFailWithOneLineAndTheirStatus) {
               "(accepts 32-bit MONO images)\n");
     const Outcome missing = Run("sample add nothere.png out.png");
     EXPECT_EQ(missing.status, 1);
-    EXPECT_NE(missing.err.find(Path("nothere.png") + ": cannot open"), std::string::npos) << missing.err;
+    EXPECT_EQ(missing.err, "qel: add: " + Path("nothere.png") + ": cannot open: No such file or directory\n");
     EXPECT_EQ(ReadFile(Path("out.png")), "keep me");
     EXPECT_EQ(Listing().size(), before);
 }
@@ -339,11 +339,9 @@ TEST_F(Qel, ThePixelLimitHoldsForResultsAndFilesOnePixelOverAndExactlyAt) {
                      extension == "png" || extension == "pam" ? "37x23, 32-bit ARGB" : "37x23, 24-bit BGR");
     }
     // Second images and the built-in chart too.
-    ExpectFailure(
-        {"--max-pixels", "850", tiny, "subtract", Path("37x23.png"), out}, 1,
-        "qel: subtract: failed with 0x80004005 (the operation failed; the image's format may not be "
-        "supported): " +
-            Path("37x23.png") + ": image 37x23 is above the pixel limit 850 (--max-pixels)\n");
+    ExpectFailure({"--max-pixels", "850", tiny, "subtract", Path("37x23.png"), out}, 1,
+                  "qel: subtract: " + Path("37x23.png") +
+                      ": image 37x23 is above the pixel limit 850 (--max-pixels)\n");
     ExpectFailure({"--max-pixels", "76799", "sample", "blur", out}, 1,
                   "qel: sample: image 320x240 is above the pixel limit 76799 (--max-pixels)\n");
 }

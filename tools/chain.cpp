@@ -144,11 +144,18 @@ bool RunStep(OperationContext& context, const Step& step, SmartPtr<IQEL>& image,
     std::string unavailable;
     IUnknown* component = context.Component(step.operation->component, &unavailable);
     QResult result = QEL_E_NOINTERFACE;
+    bool refused = false;
     if (component != nullptr) {
         Call call{context, step.args, image, note, component};
         result = step.operation->run(call);
+        refused = call.refused;
     }
     if (result >= 0) return true;
+    if (refused) {
+        *error = std::string(step.operation->name) + ": " + *note;
+        note->clear();
+        return false;
+    }
     *error = std::string(step.operation->name) + ": failed with " + DescribeResult(result);
     if (!note->empty())
         *error += ": " + *note;

@@ -13,6 +13,12 @@ const char* const kWholeByteImages = "any image (not 1- or 4-bit ones kept by --
 const Param kAlphaFlag{
     "--alpha", ParamKind::Flag, nullptr, 0, 0, "make the result 32-bit with an alpha channel"};
 
+QResult Refuse(Call& call, const std::string& why) {
+    if (!why.empty()) *call.note = why;
+    call.refused = true;
+    return QEL_E_FAIL;
+}
+
 QResult TakeResult(QResult result, SmartPtr<IQEL>& image, SmartPtr<IQEL>& made) {
     if (result >= 0) {
         if (!made) return QEL_E_POINTER;

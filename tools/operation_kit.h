@@ -20,6 +20,10 @@ extern const Param kAlphaFlag;
 // The parts of `text` between separators (one part when there is none).
 std::vector<std::string> Split(const std::string& text, char separator);
 
+// Stops a step before the module is called; `why`, when given, replaces the
+// note (a loader may already have put its reason there).
+QResult Refuse(Call& call, const std::string& why = "");
+
 // Replaces the image by an operation's new result.
 QResult TakeResult(QResult result, SmartPtr<IQEL>& image, SmartPtr<IQEL>& made);
 

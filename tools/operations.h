@@ -75,6 +75,9 @@ struct Call {
     SmartPtr<IQEL>& image;
     std::string* note;
     IUnknown* component;  // the operation's component, already created
+    // Set when the step stopped before calling the module (a second image that
+    // cannot be read, an area outside the image); `note` says why.
+    bool refused = false;
     // Each component interface derives from IUnknown alone.
     template <class I>
     I* As() const {

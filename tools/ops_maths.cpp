@@ -36,7 +36,7 @@ OperationGroup MathsOperations() {
              "fill 0xFF2060C0 --mask pattern",
              [](Call& c) {
                  SmartPtr<IQEL> mask;
-                 if (!OptionalMask(c, &mask)) return QEL_E_FAIL;
+                 if (!OptionalMask(c, &mask)) return Refuse(c);
                  return c.As<Maths>()->Equal(c.image.Get(), mask.Get(), c.args.Int("value"));
              }},
             {"copy",
@@ -54,15 +54,16 @@ OperationGroup MathsOperations() {
              "copy pattern --at 50%,50%",
              [](Call& c) {
                  SmartPtr<IQEL> source = c.context.LoadSecond(c.args.Text("file"), c.image.Get(), c.note);
-                 if (!source) return QEL_E_FAIL;
+                 if (!source) return Refuse(c);
                  const qel::Pixels p = qel::PixelsOf(c.image.Get());
                  double x = 0, y = 0;
                  if (c.args.Has("--at")) c.args.Point("--at", p.width, p.height, &x, &y);
                  if (HasAlpha(source.Get()) && !c.args.Has("--no-blend") && !c.args.Has("--into-zeros")) {
-                     if (x < 0 || y < 0 ||
-                         !BlendOnto(c.context.Host(), c.image, source.Get(), static_cast<int>(x),
+                     if (x < 0 || y < 0 || x >= p.width || y >= p.height)
+                         return Refuse(c, "--at must lie inside the image");
+                     if (!BlendOnto(c.context.Host(), c.image, source.Get(), static_cast<int>(x),
                                     static_cast<int>(y)))
-                         return QEL_E_FAIL;
+                         return QEL_E_OUTOFMEMORY;
                      return QEL_OK;
                  }
                  IQEL* mask = c.args.Has("--into-zeros") ? c.image.Get() : nullptr;
@@ -83,9 +84,9 @@ OperationGroup MathsOperations() {
              "addscale pattern --a 0.6 --b 0.4",
              [](Call& c) {
                  SmartPtr<IQEL> second = Second(c);
-                 if (!second) return QEL_E_FAIL;
+                 if (!second) return Refuse(c);
                  SmartPtr<IQEL> mask;
-                 if (!OptionalMask(c, &mask)) return QEL_E_FAIL;
+                 if (!OptionalMask(c, &mask)) return Refuse(c);
                  SmartPtr<IQEL> dest = Destination(c.context, c.image.Get());
                  const QResult result = c.As<Maths>()->AddScale(
                      dest.Get(), c.image.Get(), second.Get(), mask.Get(),
@@ -108,7 +109,7 @@ OperationGroup MathsOperations() {
              "scale 1.5 --offset -40",
              [](Call& c) {
                  SmartPtr<IQEL> mask;
-                 if (!OptionalMask(c, &mask)) return QEL_E_FAIL;
+                 if (!OptionalMask(c, &mask)) return Refuse(c);
                  const qel::Pixels p = qel::PixelsOf(c.image.Get());
                  SmartPtr<IQEL> dest;
                  if (c.args.Has("--bits") || c.args.Has("--model")) {
@@ -137,7 +138,7 @@ OperationGroup MathsOperations() {
              "subtract pattern --abs",
              [](Call& c) {
                  SmartPtr<IQEL> second = Second(c);
-                 if (!second) return QEL_E_FAIL;
+                 if (!second) return Refuse(c);
                  SmartPtr<IQEL> dest = Destination(c.context, c.image.Get());
                  int flags = c.args.Has("--flags") ? c.args.Int("--flags") : 0;
                  if (c.args.Has("--abs")) flags |= 1;
@@ -180,11 +181,10 @@ OperationGroup MathsOperations() {
              "add pattern --divisor 1.8",
              [](Call& c) {
                  SmartPtr<IQEL> second = Second(c);
-                 if (!second) return QEL_E_FAIL;
+                 if (!second) return Refuse(c);
                  const qel::Pixels a = qel::PixelsOf(c.image.Get()), b = qel::PixelsOf(second.Get());
                  if (b.width < a.width || b.height < a.height) {
-                     *c.note = "the second image is smaller than the first";
-                     return QEL_E_INVALIDARG;
+                     return Refuse(c, "the second image is smaller than the first");
                  }
                  SmartPtr<IQEL> made;
                  const QResult result =

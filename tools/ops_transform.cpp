@@ -244,9 +244,9 @@ OperationGroup TransformOperations() {
                  const qel::Pixels p = qel::PixelsOf(c.image.Get());
                  const Cut cut = CropArea(c.args, p);
                  if (cut.width <= 0 || cut.height <= 0) {
-                     *c.note = "the area " + c.args.Text("area") + " lies outside the " +
-                               std::to_string(p.width) + "x" + std::to_string(p.height) + " image";
-                     return QEL_E_INVALIDARG;
+                     return Refuse(c, "the area " + c.args.Text("area") + " lies outside the " +
+                                          std::to_string(p.width) + "x" + std::to_string(p.height) +
+                                          " image");
                  }
                  // The identity map read from (x, y) on copies the area exactly.
                  AffineTransform identity({1, 0, 0, 0, 1, 0});
@@ -290,7 +290,7 @@ OperationGroup TransformOperations() {
              "rotatepaste 20 --onto pattern",
              [](Call& c) {
                  SmartPtr<IQEL> target = PasteTarget(c.context, c.args, c.image.Get(), 24, c.note);
-                 if (!target) return QEL_E_FAIL;
+                 if (!target) return Refuse(c);
                  const double radians = c.args.Float("angle") * M_PI / 180.0;
                  const int key = c.args.Has("--key") ? static_cast<int>(c.args.Colour("--key")) : -1;
                  const QResult result = c.As<Geometry>()->RotatePaste(c.image.Get(), target.Get(), radians,
@@ -370,7 +370,7 @@ OperationGroup TransformOperations() {
              [](Call& c) {
                  const qel::Pixels p = qel::PixelsOf(c.image.Get());
                  SmartPtr<IQEL> target = PasteTarget(c.context, c.args, c.image.Get(), 8, c.note);
-                 if (!target) return QEL_E_FAIL;
+                 if (!target) return Refuse(c);
                  AffineTransform transform(MatrixOf(c.args));
                  double oy = 0;
                  const double ox = PointX(c.args, "--offset", p, &oy);
