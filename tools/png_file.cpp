@@ -4,9 +4,11 @@
 #include <png.h>
 
 #include <csetjmp>
+#include <cstring>
 #include <vector>
 
 #include "tools/codecs.h"
+#include "tools/image_metadata.h"
 #include "tools/pixel_limit.h"
 #include "tools/raster.h"
 
@@ -22,7 +24,55 @@ struct PngState {
     SmartPtr<IQELImageDIB> image;
     std::vector<png_color> palette;
     Raster raster;  // writer: pixels converted for the file, packed to its channels
+    ImageMetadata* found = nullptr;    // reader: what the file says beside the pixels
+    const ImageMetadata* kept = nullptr;  // writer: blocks to carry into the file
+    std::string exif;                  // writer: the EXIF block as written
+    bool grey = false;                 // writer: an indexed image written as grey levels
 };
+
+const char kXmpKeyword[] = "XML:com.adobe.xmp";
+
+// EXIF, ICC and XMP as the reader found them, before or after the pixels.
+void KeepPngMetadata(PngState* s) {
+    png_bytep exif = nullptr;
+    png_uint_32 exifSize = 0;
+    if (png_get_eXIf_1(s->png, s->info, &exifSize, &exif) != 0 && exif != nullptr)
+        s->found->exif.assign(reinterpret_cast<const char*>(exif), exifSize);
+    png_charp name = nullptr;
+    png_bytep profile = nullptr;
+    png_uint_32 profileSize = 0;
+    int compression = 0;
+    if (png_get_iCCP(s->png, s->info, &name, &compression, &profile, &profileSize) != 0 && profile != nullptr)
+        s->found->icc.assign(reinterpret_cast<const char*>(profile), profileSize);
+    png_textp texts = nullptr;
+    int count = 0;
+    png_get_text(s->png, s->info, &texts, &count);
+    for (int i = 0; i < count; ++i)
+        if (std::strcmp(texts[i].key, kXmpKeyword) == 0 && texts[i].text != nullptr)
+            s->found->xmp.assign(texts[i].text, texts[i].compression >= PNG_ITXT_COMPRESSION_NONE
+                                                    ? texts[i].itxt_length
+                                                    : texts[i].text_length);
+}
+
+void SetPngMetadata(PngState* s) {
+    if (s->kept == nullptr) return;
+    s->exif = ExifForWriting(*s->kept);
+    if (!s->exif.empty())
+        png_set_eXIf_1(s->png, s->info, static_cast<png_uint_32>(s->exif.size()),
+                       reinterpret_cast<png_bytep>(&s->exif[0]));
+    if (!s->kept->icc.empty())
+        png_set_iCCP(s->png, s->info, "ICC profile", PNG_COMPRESSION_TYPE_BASE,
+                     reinterpret_cast<png_const_bytep>(s->kept->icc.data()),
+                     static_cast<png_uint_32>(s->kept->icc.size()));
+    if (!s->kept->xmp.empty()) {
+        png_text text{};
+        text.compression = PNG_ITXT_COMPRESSION_NONE;
+        text.key = const_cast<png_charp>(kXmpKeyword);
+        text.text = const_cast<png_charp>(s->kept->xmp.c_str());
+        text.itxt_length = s->kept->xmp.size();
+        png_set_text(s->png, s->info, &text, 1);
+    }
+}
 
 void OnPngError(png_structp png, png_const_charp message) {
     static_cast<PngState*>(png_get_error_ptr(png))->message = message;
@@ -36,6 +86,7 @@ void ChooseReadFormat(PngState* s, int* bitCount, unsigned* model, bool* keepPal
     const int depth = png_get_bit_depth(s->png, s->info);
     const bool transparency = png_get_valid(s->png, s->info, PNG_INFO_tRNS) != 0;
     *keepPalette = false;
+    s->found->bitsPerSample = depth;
     if (depth == 16) png_set_scale_16(s->png);
     if (colourType == PNG_COLOR_TYPE_PALETTE && !transparency) {
         *keepPalette = true;
@@ -98,14 +149,17 @@ bool DecodePng(PngState* s, FILE* file, const qel::Host* host, long long maxPixe
     s->rows.resize(height);
     for (png_uint_32 y = 0; y < height; ++y) s->rows[y] = p.Row(static_cast<int>(y));
     png_read_image(s->png, s->rows.data());
-    png_read_end(s->png, nullptr);
+    png_read_end(s->png, s->info);
+    KeepPngMetadata(s);
     return true;
 }
 
 }  // namespace
 
-SmartPtr<IQEL> ReadPng(FILE* file, const qel::Host& host, long long maxPixels, std::string* error) {
+SmartPtr<IQEL> ReadPng(FILE* file, const qel::Host& host, long long maxPixels, ImageMetadata* metadata,
+                       std::string* error) {
     PngState s;
+    s.found = metadata;
     s.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &s, OnPngError, OnPngWarning);
     if (s.png != nullptr) s.info = png_create_info_struct(s.png);
     if (s.info == nullptr) {
@@ -140,7 +194,7 @@ bool EncodePng(PngState* s, FILE* file, IQEL* image) {
         depth = p.bitCount == 1 ? 1 : p.bitCount == 4 ? 4 : 8;
         colourType = p.bitCount == 24     ? PNG_COLOR_TYPE_RGB
                      : p.bitCount == 32   ? PNG_COLOR_TYPE_RGB_ALPHA
-                     : s->palette.empty() ? PNG_COLOR_TYPE_GRAY
+                     : s->grey            ? PNG_COLOR_TYPE_GRAY
                                           : PNG_COLOR_TYPE_PALETTE;
     } else {
         colourType = s->raster.grey ? (s->raster.alpha ? PNG_COLOR_TYPE_GRAY_ALPHA : PNG_COLOR_TYPE_GRAY)
@@ -150,6 +204,7 @@ bool EncodePng(PngState* s, FILE* file, IQEL* image) {
                  colourType, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     if (colourType == PNG_COLOR_TYPE_PALETTE)
         png_set_PLTE(s->png, s->info, s->palette.data(), static_cast<int>(s->palette.size()));
+    SetPngMetadata(s);
     png_write_info(s->png, s->info);
     if (raw && (p.bitCount == 24 || p.bitCount == 32)) png_set_bgr(s->png);
     if (!raw) {
@@ -165,8 +220,9 @@ bool EncodePng(PngState* s, FILE* file, IQEL* image) {
 
 }  // namespace
 
-bool WritePng(FILE* file, IQEL* image, std::string* error) {
+bool WritePng(FILE* file, IQEL* image, const ImageMetadata* metadata, std::string* error) {
     PngState s;
+    s.kept = metadata;
     const qel::Pixels p = qel::PixelsOf(image);
     if (p.width <= 0 || p.height <= 0 || p.bits == nullptr) {
         *error = "the image is empty";
@@ -175,8 +231,11 @@ bool WritePng(FILE* file, IQEL* image, std::string* error) {
     const bool indexed = p.bitCount == 1 || p.bitCount == 4 || p.bitCount == 8;
     const bool direct = p.bitCount == 24 || (p.bitCount == 32 && p.colourModel != QEL_MODEL_MONO);
     if (indexed || direct) {
-        if (indexed) {
-            for (const RGBQUAD& q : PaletteOf(image))
+        // A grey image stays a grey PNG, bilevel one of 1 bit.
+        const std::vector<RGBQUAD> palette = indexed ? PaletteOf(image) : std::vector<RGBQUAD>();
+        s.grey = indexed && IsGreyPalette(palette, p.bitCount);
+        if (indexed && !s.grey) {
+            for (const RGBQUAD& q : palette)
                 s.palette.push_back(png_color{q.rgbRed, q.rgbGreen, q.rgbBlue});
             if (s.palette.size() > (1u << p.bitCount)) s.palette.resize(1u << p.bitCount);
         }
@@ -203,6 +262,8 @@ bool WritePng(FILE* file, IQEL* image, std::string* error) {
         *error = "out of memory";
         return false;
     }
+    // A questionable ICC profile is carried as it came, not a reason to fail.
+    png_set_benign_errors(s.png, 1);
     const bool ok = EncodePng(&s, file, image);
     png_destroy_write_struct(&s.png, &s.info);
     if (!ok) *error = "cannot write PNG (" + s.message + ")";
