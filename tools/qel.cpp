@@ -9,10 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "tools/batch.h"
 #include "tools/gallery.h"
 #include "tools/image_file.h"
 #include "tools/operations.h"
 #include "tools/pixel_limit.h"
+#include "tools/progress.h"
 #include "tools/raster.h"
 #include "tools/sample_chart.h"
 
@@ -31,11 +33,15 @@ const char kUsage[] =
     "  qel gallery [IN] -o DIR                   every operation, as a web page\n"
     "  qel list                                  every operation, by component\n"
     "  qel help OP                               one operation in detail\n"
+    "  qel batch IN... -o DIR [-j N] -- OP [ARGS]...  one chain on many files\n"
+    "  qel info FILE... [--json]                 size, depth, alpha, metadata\n"
     "\n"
-    "IN is a PNG, JPEG, PBM, PGM, PPM or PAM file, or 'sample' for the built-in\n"
-    "test chart (also used when IN is left out). OUT is written by its extension:\n"
-    ".png, .jpg/.jpeg, .pgm, .ppm, .pnm or .pam. Without OUT, qel prints the\n"
-    "result's size and format.\n"
+    "IN is a PNG, JPEG, TIFF (page N as FILE[N]), WebP, GIF, BMP, PBM, PGM, PPM or\n"
+    "PAM file, '-' for standard input, or 'sample' for the built-in test chart\n"
+    "(also used when IN is left out). OUT is written by its extension: .png,\n"
+    ".jpg/.jpeg, .tif/.tiff, .webp, .gif, .bmp, .pbm, .pgm, .ppm, .pnm or .pam;\n"
+    "'-' writes standard output in the --format given. Without OUT, qel prints\n"
+    "the result's size and format.\n"
     "\n"
     "options:\n"
     "  --time        print how long each step took\n"
@@ -44,6 +50,9 @@ const char kUsage[] =
     "  -o FILE       the output file (or DIR for gallery)\n"
     "  --thumb N     gallery thumbnail size in pixels (default 160)\n"
     "  --max-pixels N  largest image read or made, in pixels (default 268435456)\n"
+    "  --format EXT  the output's format (png, jpg, tif, webp, ...), needed for '-'\n"
+    "  --quiet       no notes (such as 16-bit samples read as 8-bit)\n"
+    "  --no-autorotate  keep the pixels as stored, whatever the EXIF orientation\n"
     "\n"
     "examples:\n"
     "  qel photo.jpg blur rotate 30 gamma 1.4 out.png\n"
@@ -58,6 +67,10 @@ struct Options {
     int thumbnail = 160;
     long long maxPixels = qeltool::kDefaultPixelLimit;
     std::string output;
+    bool quiet = false;
+    bool autorotate = true;
+    bool qualityGiven = false;  // WebP is then written lossy
+    std::string format;
 };
 
 int UsageError(const std::string& message) {
@@ -70,13 +83,15 @@ bool TakeGlobalOption(const std::vector<std::string>& words, size_t* i, Options*
                       std::string* error) {
     const std::string& word = words[*i];
     *taken = true;
-    if (word == "--time") {
-        options->time = true;
+    if (word == "--time" || word == "--quiet" || word == "--no-autorotate") {
+        if (word == "--time") options->time = true;
+        if (word == "--quiet") options->quiet = true;
+        if (word == "--no-autorotate") options->autorotate = false;
         ++*i;
         return true;
     }
     const bool valued = word == "--quality" || word == "--seed" || word == "-o" || word == "--thumb" ||
-                        word == "--max-pixels";
+                        word == "--max-pixels" || word == "--format";
     if (!valued) {
         *taken = false;
         return true;
@@ -100,6 +115,7 @@ bool TakeGlobalOption(const std::vector<std::string>& words, size_t* i, Options*
             return false;
         }
         options->quality = static_cast<int>(number);
+        options->qualityGiven = true;
     } else if (word == "--seed") {
         if (!isNumber || number < 0 || number > 0x7FFFFFFF) {
             *error = "bad --seed '" + value + "': expected a whole number from 0 to 2147483647";
@@ -112,6 +128,12 @@ bool TakeGlobalOption(const std::vector<std::string>& words, size_t* i, Options*
             return false;
         }
         options->thumbnail = static_cast<int>(number);
+    } else if (word == "--format") {
+        if (!qeltool::IsWritableImageName("x." + value)) {
+            *error = "unsupported --format '" + value + "'";
+            return false;
+        }
+        options->format = value;
     } else {
         options->output = value;
     }
@@ -131,12 +153,17 @@ bool OnlyGlobalOptionsFrom(const std::vector<std::string>& words, size_t from) {
     return true;
 }
 
-SmartPtr<IQEL> LoadInput(const qel::Host& host, const std::string& name, long long maxPixels,
-                         std::string* error) {
-    if (name == "sample") return qeltool::LoadSampleChart(host, maxPixels, error);
+SmartPtr<IQEL> LoadInput(const qel::Host& host, const std::string& name, const Options& options,
+                         qeltool::ImageMetadata* metadata, std::string* error) {
+    if (name == "sample") return qeltool::LoadSampleChart(host, options.maxPixels, error);
     std::string reason;
-    SmartPtr<IQEL> image = qeltool::LoadImageFile(host, name, maxPixels, &reason);
+    qeltool::LoadOptions load;
+    load.maxPixels = options.maxPixels;
+    load.autorotate = options.autorotate;
+    SmartPtr<IQEL> image = qeltool::LoadImageFile(host, name, load, metadata, &reason);
     if (!image) *error = name + ": " + reason;
+    if (image && !options.quiet)
+        for (const std::string& note : metadata->notes) std::fprintf(stderr, "qel: %s: %s\n", name.c_str(), note.c_str());
     return image;
 }
 
@@ -172,7 +199,8 @@ int Gallery(const std::vector<std::string>& words) {
     qel::Host host;
     if (!LoadHost(&host)) return kExitFailure;
     std::string error;
-    SmartPtr<IQEL> image = LoadInput(host, input.empty() ? "sample" : input, options.maxPixels, &error);
+    qeltool::ImageMetadata metadata;
+    SmartPtr<IQEL> image = LoadInput(host, input.empty() ? "sample" : input, options, &metadata, &error);
     if (!image) {
         std::fprintf(stderr, "qel: %s\n", error.c_str());
         return kExitFailure;
@@ -219,16 +247,19 @@ int Chain(const std::vector<std::string>& words) {
         }
         ++i;
     }
-    if (!options.output.empty() && !qeltool::IsWritableImageName(options.output))
-        return UsageError(
-            options.output +
-            ": unsupported output format (qel writes .png, .jpg, .jpeg, .pgm, .ppm, .pnm, .pam)");
+    if (options.output == "-" && options.format.empty())
+        return UsageError("say the format of standard output with --format (png, jpg, tif, webp, ...)");
+    if (!options.output.empty() && options.format.empty() && !qeltool::IsWritableImageName(options.output))
+        return UsageError(options.output +
+                          ": unsupported output format (qel writes .png, .jpg, .jpeg, .tif, .tiff, .webp, "
+                          ".gif, .bmp, .pbm, .pgm, .ppm, .pnm, .pam)");
 
     qel::Host host;
     if (!LoadHost(&host)) return kExitFailure;
     std::srand(options.seed);
     auto start = std::chrono::steady_clock::now();
-    SmartPtr<IQEL> image = LoadInput(host, input, options.maxPixels, &error);
+    qeltool::ImageMetadata metadata;
+    SmartPtr<IQEL> image = LoadInput(host, input, options, &metadata, &error);
     if (!image) {
         std::fprintf(stderr, "qel: %s\n", error.c_str());
         return kExitFailure;
@@ -238,19 +269,35 @@ int Chain(const std::vector<std::string>& words) {
     for (const Step& step : steps) {
         std::string note;
         start = std::chrono::steady_clock::now();
-        if (!qeltool::RunStep(context, step, image, &note, &error)) {
+        bool ran = false;
+        {
+            const qeltool::SlowStepNotice slow(step.text, qeltool::StandardErrorIsTerminal());
+            ran = qeltool::RunStep(context, step, image, &note, &error);
+        }
+        if (!ran) {
             std::fprintf(stderr, "qel: %s\n", error.c_str());
             return kExitFailure;
         }
         PrintTime(options, step.text, Since(start));
-        if (!note.empty()) std::printf("%s: %s\n", step.operation->name, note.c_str());
+        // Standard output may be carrying the image.
+        if (!note.empty())
+            std::fprintf(options.output == "-" ? stderr : stdout, "%s: %s\n", step.operation->name, note.c_str());
     }
     if (options.output.empty()) {
         std::printf("%s\n", qeltool::DescribeFormat(image.Get()).c_str());
         return 0;
     }
     start = std::chrono::steady_clock::now();
-    if (!qeltool::SaveImageFile(image.Get(), options.output, options.quality, &error)) {
+    qeltool::SaveOptions save;
+    save.quality = options.quality;
+    save.webpLossless = !options.qualityGiven;
+    save.format = options.format;
+    bool saved = false;
+    {
+        const qeltool::SlowStepNotice slow("write " + options.output, qeltool::StandardErrorIsTerminal());
+        saved = qeltool::SaveImageFile(image.Get(), options.output, save, &metadata, &error);
+    }
+    if (!saved) {
         std::fprintf(stderr, "qel: %s: %s\n", options.output.c_str(), error.c_str());
         return kExitFailure;
     }
@@ -279,5 +326,7 @@ int main(int argc, char** argv) {
         return UsageError("unknown operation '" + words[1] + "' (qel list shows them all)");
     }
     if (words[0] == "gallery") return Gallery(words);
+    if (words[0] == "batch") return qeltool::BatchCommand(words);
+    if (words[0] == "info") return qeltool::InfoCommand(words);
     return Chain(words);
 }

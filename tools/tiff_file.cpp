@@ -38,8 +38,14 @@ void PrepareLibrary() {
 
 // libtiff closes the descriptor it was given; it gets its own copy.
 TIFF* OpenTiff(FILE* file, const char* mode) {
+    // The stream may have read ahead; libtiff starts where the descriptor is.
+    std::fflush(file);
     const int descriptor = dup(fileno(file));
     if (descriptor < 0) return nullptr;
+    if (lseek(descriptor, ftello(file), SEEK_SET) < 0) {
+        close(descriptor);
+        return nullptr;
+    }
     TIFF* tiff = TIFFFdOpen(descriptor, "image", mode);
     if (tiff == nullptr) close(descriptor);
     return tiff;
