@@ -126,7 +126,8 @@ bool ParseBatch(const std::vector<std::string>& words, BatchOptions* options, st
     }
     for (++i; i < words.size();) {
         if (FindOperation(words[i]) == nullptr) {
-            *error = "unknown operation '" + words[i] + "' (qel list shows them all)";
+            *error = words[i][0] == '-' ? "the batch's options come before --, not '" + words[i] + "'"
+                                        : "unknown operation '" + words[i] + "' (qel list shows them all)";
             return false;
         }
         Step step;

@@ -22,7 +22,8 @@ SmartPtr<IQEL> ReadJpeg(FILE* file, const qel::Host& host, long long maxPixels, 
                         std::string* error);
 bool WriteJpeg(FILE* file, IQEL* image, int quality, const ImageMetadata* metadata, std::string* error);
 
-SmartPtr<IQEL> ReadNetpbm(FILE* file, const qel::Host& host, long long maxPixels, std::string* error);
+SmartPtr<IQEL> ReadNetpbm(FILE* file, const qel::Host& host, long long maxPixels, ImageMetadata* metadata,
+                          std::string* error);
 // kind: 'b' PBM, 'g' PGM, 'p' PPM, 'n' PGM or PPM as the image needs, 'a' PAM.
 bool WriteNetpbm(FILE* file, IQEL* image, char kind, std::string* error);
 

@@ -121,7 +121,7 @@ SmartPtr<IQEL> Decode(FILE* file, const qel::Host& host, const LoadOptions& opti
     }
     if (got >= 2 && magic[0] == 'P' && magic[1] >= '1' && magic[1] <= '7') {
         metadata->format = "netpbm";
-        return pages ? singleImage("netpbm") : ReadNetpbm(file, host, limit, error);
+        return pages ? singleImage("netpbm") : ReadNetpbm(file, host, limit, metadata, error);
     }
     *error = "unsupported file format (qel reads PNG, JPEG, TIFF, WebP, GIF, BMP, PBM, PGM, PPM and PAM)";
     return SmartPtr<IQEL>();

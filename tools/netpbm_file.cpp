@@ -89,7 +89,8 @@ extern "C" __attribute__((visibility("default"))) const char* __lsan_default_opt
 }
 #endif
 
-SmartPtr<IQEL> ReadNetpbm(FILE* file, const qel::Host& host, long long maxPixels, std::string* error) {
+SmartPtr<IQEL> ReadNetpbm(FILE* file, const qel::Host& host, long long maxPixels, ImageMetadata* metadata,
+                          std::string* error) {
     const std::lock_guard<std::mutex> only(g_libraryInUse);
     PrepareLibrary();
     struct pam header;
@@ -107,6 +108,8 @@ SmartPtr<IQEL> ReadNetpbm(FILE* file, const qel::Host& host, long long maxPixels
     const int width = header.width, height = header.height;
     const unsigned depth = header.depth;
     const unsigned maxval = static_cast<unsigned>(header.maxval);
+    metadata->bitsPerSample = 1;
+    while (metadata->bitsPerSample < 16 && (maxval >> metadata->bitsPerSample) != 0) ++metadata->bitsPerSample;
     // PBM arrives as a BLACKANDWHITE view whose samples are 1 for white.
     const bool blackAndWhite =
         std::strncmp(header.tuple_type, PAM_PBM_TUPLETYPE, std::strlen(PAM_PBM_TUPLETYPE)) == 0;

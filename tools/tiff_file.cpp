@@ -108,6 +108,56 @@ SmartPtr<IQEL> ReadTiff(FILE* file, const qel::Host& host, long long maxPixels, 
     metadata->bitsPerSample = bits;
     KeepTiffMetadata(in.tiff, metadata);
 
+    const bool grey = samples - extraCount == 1 &&
+                      (photometric == PHOTOMETRIC_MINISBLACK || photometric == PHOTOMETRIC_MINISWHITE);
+    const bool palette = photometric == PHOTOMETRIC_PALETTE && samples == 1 && bits <= 8;
+    const bool alpha = extraCount > 0 && !palette;
+    const int bitCount = palette ? 8 : grey && bits == 1 && !alpha ? 1 : grey && !alpha ? 8 : alpha ? 32 : 24;
+    SmartPtr<IQELImageDIB> image = host.NewImage(static_cast<int>(width), static_cast<int>(height), bitCount,
+                                                 bitCount == 32 ? QEL_MODEL_ARGB
+                                                 : bitCount == 24 ? QEL_MODEL_BGR
+                                                                  : QEL_MODEL_MONO);
+    if (!image) {
+        *error = "cannot make an image of that size";
+        return SmartPtr<IQEL>();
+    }
+    const qel::Pixels p = qel::PixelsOf(image.Get());
+    // 8-bit grey, RGB and RGBA in strips are read as stored: the library's
+    // RGBA reader would premultiply an unassociated alpha.
+    uint16_t planar = PLANARCONFIG_CONTIG, format = SAMPLEFORMAT_UINT;
+    TIFFGetFieldDefaulted(in.tiff, TIFFTAG_PLANARCONFIG, &planar);
+    TIFFGetFieldDefaulted(in.tiff, TIFFTAG_SAMPLEFORMAT, &format);
+    const bool asStored = bits == 8 && planar == PLANARCONFIG_CONTIG && format == SAMPLEFORMAT_UINT &&
+                          !TIFFIsTiled(in.tiff) && extraCount <= 1 &&
+                          ((grey && photometric == PHOTOMETRIC_MINISBLACK && samples == 1) ||
+                           (photometric == PHOTOMETRIC_RGB && (samples == 3 || samples == 4)));
+    if (asStored) {
+        const tmsize_t lineSize = TIFFScanlineSize(in.tiff);
+        if (lineSize < static_cast<tmsize_t>(width) * samples) {
+            *error = Failure("corrupt TIFF: short rows");
+            return SmartPtr<IQEL>();
+        }
+        std::vector<uint8_t> line(static_cast<size_t>(lineSize));
+        for (uint32_t y = 0; y < height; ++y) {
+            if (TIFFReadScanline(in.tiff, line.data(), y, 0) < 0) {
+                *error = Failure("corrupt or truncated TIFF");
+                return SmartPtr<IQEL>();
+            }
+            uint8_t* row = p.Row(static_cast<int>(y));
+            for (uint32_t x = 0; x < width; ++x) {
+                const uint8_t* s = &line[static_cast<size_t>(x) * samples];
+                if (bitCount == 8) {
+                    row[x] = s[0];
+                    continue;
+                }
+                uint8_t* o = row + static_cast<size_t>(x) * (bitCount / 8);
+                o[0] = s[2], o[1] = s[1], o[2] = s[0];
+                if (bitCount == 32) o[3] = s[3];
+            }
+        }
+        return SmartPtr<IQEL>(image.Detach());
+    }
+
     char message[1024] = {0};
     TIFFRGBAImage decoder;
     if (!TIFFRGBAImageOK(in.tiff, message) || !TIFFRGBAImageBegin(&decoder, in.tiff, 0, message)) {
@@ -124,19 +174,6 @@ SmartPtr<IQEL> ReadTiff(FILE* file, const qel::Host& host, long long maxPixels, 
         return SmartPtr<IQEL>();
     }
 
-    const bool grey = samples - extraCount == 1 &&
-                      (photometric == PHOTOMETRIC_MINISBLACK || photometric == PHOTOMETRIC_MINISWHITE);
-    const bool palette = photometric == PHOTOMETRIC_PALETTE && samples == 1 && bits <= 8;
-    const bool alpha = extraCount > 0 && !palette;
-    const int bitCount = palette ? 8 : grey && bits == 1 && !alpha ? 1 : grey && !alpha ? 8 : alpha ? 32 : 24;
-    SmartPtr<IQELImageDIB> image = host.NewImage(static_cast<int>(width), static_cast<int>(height), bitCount,
-                                                 bitCount == 32 ? QEL_MODEL_ARGB
-                                                 : bitCount == 24 ? QEL_MODEL_BGR
-                                                                  : QEL_MODEL_MONO);
-    if (!image) {
-        *error = "cannot make an image of that size";
-        return SmartPtr<IQEL>();
-    }
     // The colour map gives each index's colour; the reader's colours map back.
     std::map<uint32_t, uint8_t> indexOf;
     if (palette) {
@@ -153,7 +190,6 @@ SmartPtr<IQEL> ReadTiff(FILE* file, const qel::Host& host, long long maxPixels, 
         }
         image->SetPalette(entries.data(), static_cast<unsigned>(entries.size()));
     }
-    const qel::Pixels p = qel::PixelsOf(image.Get());
     for (uint32_t y = 0; y < height; ++y) {
         const uint32_t* source = &rgba[static_cast<size_t>(y) * width];
         uint8_t* row = p.Row(static_cast<int>(y));
