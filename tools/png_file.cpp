@@ -1,6 +1,7 @@
-// PNG through libpng. libpng reports errors by longjmp, so each codec call
-// runs in a function whose state lives in a struct owned by the caller: no
-// C++ object is skipped or left half-changed by the jump.
+// PNG reading through libpng (writing goes through libspng, png_write.cpp).
+// libpng reports errors by longjmp, so each codec call runs in a function
+// whose state lives in a struct owned by the caller: no C++ object is
+// skipped or left half-changed by the jump.
 #include <png.h>
 
 #include <csetjmp>
@@ -8,7 +9,6 @@
 #include <vector>
 
 #include "tools/codecs.h"
-#include "tools/image_metadata.h"
 #include "tools/pixel_limit.h"
 #include "tools/raster.h"
 
@@ -23,11 +23,7 @@ struct PngState {
     std::vector<png_bytep> rows;
     SmartPtr<IQELImageDIB> image;
     std::vector<png_color> palette;
-    Raster raster;  // writer: pixels converted for the file, packed to its channels
-    ImageMetadata* found = nullptr;    // reader: what the file says beside the pixels
-    const ImageMetadata* kept = nullptr;  // writer: blocks to carry into the file
-    std::string exif;                  // writer: the EXIF block as written
-    bool grey = false;                 // writer: an indexed image written as grey levels
+    ImageMetadata* found = nullptr;  // what the file says beside the pixels
 };
 
 const char kXmpKeyword[] = "XML:com.adobe.xmp";
@@ -52,26 +48,6 @@ void KeepPngMetadata(PngState* s) {
             s->found->xmp.assign(texts[i].text, texts[i].compression >= PNG_ITXT_COMPRESSION_NONE
                                                     ? texts[i].itxt_length
                                                     : texts[i].text_length);
-}
-
-void SetPngMetadata(PngState* s) {
-    if (s->kept == nullptr) return;
-    s->exif = ExifForWriting(*s->kept);
-    if (!s->exif.empty())
-        png_set_eXIf_1(s->png, s->info, static_cast<png_uint_32>(s->exif.size()),
-                       reinterpret_cast<png_bytep>(&s->exif[0]));
-    if (!s->kept->icc.empty())
-        png_set_iCCP(s->png, s->info, "ICC profile", PNG_COMPRESSION_TYPE_BASE,
-                     reinterpret_cast<png_const_bytep>(s->kept->icc.data()),
-                     static_cast<png_uint_32>(s->kept->icc.size()));
-    if (!s->kept->xmp.empty()) {
-        png_text text{};
-        text.compression = PNG_ITXT_COMPRESSION_NONE;
-        text.key = const_cast<png_charp>(kXmpKeyword);
-        text.text = const_cast<png_charp>(s->kept->xmp.c_str());
-        text.itxt_length = s->kept->xmp.size();
-        png_set_text(s->png, s->info, &text, 1);
-    }
 }
 
 void OnPngError(png_structp png, png_const_charp message) {
@@ -179,95 +155,6 @@ SmartPtr<IQEL> ReadPng(FILE* file, const qel::Host& host, long long maxPixels, I
         s.image->SetPalette(entries.data(), static_cast<unsigned>(entries.size()));
     }
     return SmartPtr<IQEL>(s.image.Detach());
-}
-
-namespace {
-
-bool EncodePng(PngState* s, FILE* file, IQEL* image) {
-    if (setjmp(png_jmpbuf(s->png))) return false;
-    png_init_io(s->png, file);
-    const qel::Pixels p = qel::PixelsOf(image);
-    const int height = p.height;
-    const bool raw = !s->rows.empty();  // rows point into the image itself
-    int colourType = PNG_COLOR_TYPE_GRAY, depth = 8;
-    if (raw) {
-        depth = p.bitCount == 1 ? 1 : p.bitCount == 4 ? 4 : 8;
-        colourType = p.bitCount == 24     ? PNG_COLOR_TYPE_RGB
-                     : p.bitCount == 32   ? PNG_COLOR_TYPE_RGB_ALPHA
-                     : s->grey            ? PNG_COLOR_TYPE_GRAY
-                                          : PNG_COLOR_TYPE_PALETTE;
-    } else {
-        colourType = s->raster.grey ? (s->raster.alpha ? PNG_COLOR_TYPE_GRAY_ALPHA : PNG_COLOR_TYPE_GRAY)
-                                    : (s->raster.alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB);
-    }
-    png_set_IHDR(s->png, s->info, static_cast<png_uint_32>(p.width), static_cast<png_uint_32>(height), depth,
-                 colourType, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    if (colourType == PNG_COLOR_TYPE_PALETTE)
-        png_set_PLTE(s->png, s->info, s->palette.data(), static_cast<int>(s->palette.size()));
-    SetPngMetadata(s);
-    png_write_info(s->png, s->info);
-    if (raw && (p.bitCount == 24 || p.bitCount == 32)) png_set_bgr(s->png);
-    if (!raw) {
-        const size_t rowBytes = s->raster.rgba.size() / static_cast<size_t>(height);
-        s->rows.resize(static_cast<size_t>(height));
-        for (int y = 0; y < height; ++y)
-            s->rows[static_cast<size_t>(y)] = &s->raster.rgba[static_cast<size_t>(y) * rowBytes];
-    }
-    png_write_image(s->png, s->rows.data());
-    png_write_end(s->png, nullptr);
-    return true;
-}
-
-}  // namespace
-
-bool WritePng(FILE* file, IQEL* image, const ImageMetadata* metadata, std::string* error) {
-    PngState s;
-    s.kept = metadata;
-    const qel::Pixels p = qel::PixelsOf(image);
-    if (p.width <= 0 || p.height <= 0 || p.bits == nullptr) {
-        *error = "the image is empty";
-        return false;
-    }
-    const bool indexed = p.bitCount == 1 || p.bitCount == 4 || p.bitCount == 8;
-    const bool direct = p.bitCount == 24 || (p.bitCount == 32 && p.colourModel != QEL_MODEL_MONO);
-    if (indexed || direct) {
-        // A grey image stays a grey PNG, bilevel one of 1 bit.
-        const std::vector<RGBQUAD> palette = indexed ? PaletteOf(image) : std::vector<RGBQUAD>();
-        s.grey = indexed && IsGreyPalette(palette, p.bitCount);
-        if (indexed && !s.grey) {
-            for (const RGBQUAD& q : palette)
-                s.palette.push_back(png_color{q.rgbRed, q.rgbGreen, q.rgbBlue});
-            if (s.palette.size() > (1u << p.bitCount)) s.palette.resize(1u << p.bitCount);
-        }
-        s.rows.resize(static_cast<size_t>(p.height));
-        for (int y = 0; y < p.height; ++y) s.rows[static_cast<size_t>(y)] = p.Row(y);
-    } else {
-        s.raster = ToRaster(image);
-        // Pack the raster to the channels the file will hold.
-        const int channels = (s.raster.grey ? 1 : 3) + (s.raster.alpha ? 1 : 0);
-        std::vector<uint8_t> packed(static_cast<size_t>(s.raster.width) *
-                                    static_cast<size_t>(s.raster.height) * static_cast<size_t>(channels));
-        size_t out = 0;
-        for (size_t i = 0; i < s.raster.rgba.size(); i += 4) {
-            packed[out++] = s.raster.rgba[i];
-            if (!s.raster.grey) packed[out++] = s.raster.rgba[i + 1], packed[out++] = s.raster.rgba[i + 2];
-            if (s.raster.alpha) packed[out++] = s.raster.rgba[i + 3];
-        }
-        s.raster.rgba = std::move(packed);
-    }
-    s.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &s, OnPngError, OnPngWarning);
-    if (s.png != nullptr) s.info = png_create_info_struct(s.png);
-    if (s.info == nullptr) {
-        png_destroy_write_struct(&s.png, nullptr);
-        *error = "out of memory";
-        return false;
-    }
-    // A questionable ICC profile is carried as it came, not a reason to fail.
-    png_set_benign_errors(s.png, 1);
-    const bool ok = EncodePng(&s, file, image);
-    png_destroy_write_struct(&s.png, &s.info);
-    if (!ok) *error = "cannot write PNG (" + s.message + ")";
-    return ok;
 }
 
 }  // namespace qeltool
