@@ -121,14 +121,8 @@ SmartPtr<IQEL> ReadBmp(FILE* file, const qel::Host& host, long long maxPixels, s
     }
     const bool alpha = masks[3] != 0;
     const int bitCount = bits <= 8 ? (bits == 4 ? 8 : bits) : alpha ? 32 : 24;
-    SmartPtr<IQELImageDIB> image = host.NewImage(static_cast<int>(width), static_cast<int>(height), bitCount,
-                                                 bitCount == 32 ? QEL_MODEL_ARGB
-                                                 : bitCount == 24 ? QEL_MODEL_BGR
-                                                                  : QEL_MODEL_MONO);
-    if (!image) {
-        *error = "cannot make an image of that size";
-        return SmartPtr<IQEL>();
-    }
+    SmartPtr<IQELImageDIB> image = NewReadImage(host, width, height, bitCount, error);
+    if (!image) return SmartPtr<IQEL>();
     if (!palette.empty()) image->SetPalette(palette.data(), static_cast<unsigned>(palette.size()));
     const qel::Pixels p = qel::PixelsOf(image.Get());
     std::vector<uint8_t> row(stride);

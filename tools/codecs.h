@@ -11,8 +11,18 @@
 
 #include "qel/host.h"
 #include "tools/image_file.h"
+#include "tools/raster.h"
 
 namespace qeltool {
+
+// A new image for a reader: 32-bit "ARGB", 24-bit "BGR " or 1-, 4- or 8-bit
+// "MONO" by bit count; null with `error` set when the module cannot make it.
+SmartPtr<IQELImageDIB> NewReadImage(const qel::Host& host, long long width, long long height, int bitCount,
+                                    std::string* error);
+
+// Row y of a raster packed to the channels a file holds: grey or red, green,
+// blue, then alpha when the raster has it. `out` has room for them.
+void PackRasterRow(const Raster& raster, int y, uint8_t* out);
 
 SmartPtr<IQEL> ReadPng(FILE* file, const qel::Host& host, long long maxPixels, ImageMetadata* metadata,
                        std::string* error);

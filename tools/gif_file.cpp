@@ -140,11 +140,8 @@ SmartPtr<IQEL> ReadGif(FILE* file, const qel::Host& host, long long maxPixels, i
     for (int i = 0; i < map->ColorCount && i < 256; ++i)
         palette.push_back(RGBQUAD{map->Colors[i].Blue, map->Colors[i].Green, map->Colors[i].Red, 0});
     const bool alpha = transparent != NO_TRANSPARENT_COLOR;
-    SmartPtr<IQELImageDIB> image = host.NewImage(width, height, alpha ? 32 : 8, alpha ? QEL_MODEL_ARGB : QEL_MODEL_MONO);
-    if (!image) {
-        *error = "cannot make an image of that size";
-        return SmartPtr<IQEL>();
-    }
+    SmartPtr<IQELImageDIB> image = NewReadImage(host, width, height, alpha ? 32 : 8, error);
+    if (!image) return SmartPtr<IQEL>();
     if (!alpha) image->SetPalette(palette.data(), static_cast<unsigned>(palette.size()));
     // Outside the frame the screen shows its background (transparent when the frame has transparency).
     const int background = alpha ? transparent : gif->SBackGroundColor;

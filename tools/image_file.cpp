@@ -295,6 +295,23 @@ bool SaveImageFile(IQEL* image, const std::string& path, int quality, std::strin
     return SaveImageFile(image, path, options, nullptr, error);
 }
 
+SmartPtr<IQELImageDIB> NewReadImage(const qel::Host& host, long long width, long long height, int bitCount,
+                                    std::string* error) {
+    const unsigned model = bitCount == 32 ? QEL_MODEL_ARGB : bitCount == 24 ? QEL_MODEL_BGR : QEL_MODEL_MONO;
+    SmartPtr<IQELImageDIB> image = host.NewImage(static_cast<int>(width), static_cast<int>(height), bitCount, model);
+    if (!image) *error = "cannot make an image of that size";
+    return image;
+}
+
+void PackRasterRow(const Raster& raster, int y, uint8_t* out) {
+    for (int x = 0; x < raster.width; ++x) {
+        const uint8_t* c = raster.At(x, y);
+        *out++ = c[0];
+        if (!raster.grey) *out++ = c[1], *out++ = c[2];
+        if (raster.alpha) *out++ = c[3];
+    }
+}
+
 bool SaveTextFile(const std::string& text, const std::string& path, std::string* error) {
     return WriteAtomically(path, error, [&](FILE* out) {
         if (std::fwrite(text.data(), 1, text.size(), out) == text.size()) return true;

@@ -114,13 +114,7 @@ bool WritePng(FILE* file, IQEL* image, const ImageMetadata* metadata, std::strin
                 if (channels == 4) o[3] = s[3];
             }
         } else {
-            size_t o = 0;
-            for (int x = 0; x < p.width; ++x) {
-                const uint8_t* c = raster.At(x, y);
-                row[o++] = c[0];
-                if (!raster.grey) row[o++] = c[1], row[o++] = c[2];
-                if (raster.alpha) row[o++] = c[3];
-            }
+            PackRasterRow(raster, y, row.data());
         }
         result = spng_encode_row(ctx, row.data(), rowBytes);
     }

@@ -113,14 +113,8 @@ SmartPtr<IQEL> ReadTiff(FILE* file, const qel::Host& host, long long maxPixels, 
     const bool palette = photometric == PHOTOMETRIC_PALETTE && samples == 1 && bits <= 8;
     const bool alpha = extraCount > 0 && !palette;
     const int bitCount = palette ? 8 : grey && bits == 1 && !alpha ? 1 : grey && !alpha ? 8 : alpha ? 32 : 24;
-    SmartPtr<IQELImageDIB> image = host.NewImage(static_cast<int>(width), static_cast<int>(height), bitCount,
-                                                 bitCount == 32 ? QEL_MODEL_ARGB
-                                                 : bitCount == 24 ? QEL_MODEL_BGR
-                                                                  : QEL_MODEL_MONO);
-    if (!image) {
-        *error = "cannot make an image of that size";
-        return SmartPtr<IQEL>();
-    }
+    SmartPtr<IQELImageDIB> image = NewReadImage(host, width, height, bitCount, error);
+    if (!image) return SmartPtr<IQEL>();
     const qel::Pixels p = qel::PixelsOf(image.Get());
     // 8-bit grey, RGB and RGBA in strips are read as stored: the library's
     // RGBA reader would premultiply an unassociated alpha.
@@ -273,13 +267,7 @@ bool WriteTiff(FILE* file, IQEL* image, const ImageMetadata* metadata, std::stri
         if (indexed) {
             std::copy(p.Row(y), p.Row(y) + row.size(), row.begin());
         } else {
-            size_t o = 0;
-            for (int x = 0; x < p.width; ++x) {
-                const uint8_t* in = raster.At(x, y);
-                row[o++] = in[0];
-                if (!raster.grey) row[o++] = in[1], row[o++] = in[2];
-                if (raster.alpha) row[o++] = in[3];
-            }
+            PackRasterRow(raster, y, row.data());
         }
         if (TIFFWriteScanline(t, row.data(), static_cast<uint32_t>(y), 0) < 0) {
             *error = Failure("cannot write TIFF");

@@ -65,12 +65,8 @@ SmartPtr<IQEL> ReadWebp(FILE* file, const qel::Host& host, long long maxPixels, 
     KeepWebpMetadata(bytes, metadata);
     const bool alpha = features.has_alpha != 0;
     const int width = features.width, height = features.height;
-    SmartPtr<IQELImageDIB> image =
-        host.NewImage(width, height, alpha ? 32 : 24, alpha ? QEL_MODEL_ARGB : QEL_MODEL_BGR);
-    if (!image) {
-        *error = "cannot make an image of that size";
-        return SmartPtr<IQEL>();
-    }
+    SmartPtr<IQELImageDIB> image = NewReadImage(host, width, height, alpha ? 32 : 24, error);
+    if (!image) return SmartPtr<IQEL>();
     const int channels = alpha ? 4 : 3;
     std::vector<uint8_t> pixels(static_cast<size_t>(width) * height * channels);
     const int stride = width * channels;
