@@ -97,6 +97,19 @@ std::string GreyTiffPages(int pages, uint32_t width, uint32_t height = 1, bool d
     return file;
 }
 
+// A BMP file: the info header (40 bytes, or 108 with the masks of a V4
+// header), then `table` (palette or bit fields) and the pixel rows.
+std::string Bmp(int32_t width, int32_t height, int bits, uint32_t compression, const std::string& masks,
+                const std::string& table, const std::string& pixels) {
+    std::string info = Little32(masks.empty() ? 40 : 108) + Little32(static_cast<uint32_t>(width)) +
+                       Little32(static_cast<uint32_t>(height)) + Little16(1) + Little16(bits) + Little32(compression) +
+                       std::string(20, '\0');
+    if (!masks.empty()) info += masks + std::string(108 - 40 - masks.size(), '\0');
+    const uint32_t offset = static_cast<uint32_t>(14 + info.size() + table.size());
+    return "BM" + Little32(static_cast<uint32_t>(offset + pixels.size())) + Little32(0) + Little32(offset) + info +
+           table + pixels;
+}
+
 struct Outcome {
     int status = -1;
     std::string out, err;
@@ -176,6 +189,39 @@ TEST_F(QelFiles, LosslessFormatsKeepEveryPixel) {
     // GIF: up to 256 colours are kept exactly.
     Ok("qel sample resample 16x12 few.ppm && qel few.ppm f.gif && qel f.gif back.ppm");
     EXPECT_EQ(ReadFile(Path("back.ppm")), ReadFile(Path("few.ppm")));
+    // The GIF's palette image keeps its palette through TIFF and BMP.
+    for (const char* format : {"tif", "bmp", "png"}) {
+        SCOPED_TRACE(format);
+        Ok(std::string("qel f.gif p.") + format + " && qel p." + format + " again.ppm");
+        EXPECT_EQ(ReadFile(Path("again.ppm")), ReadFile(Path("few.ppm")));
+        const Outcome info = Shell(std::string("qel info p.") + format + " --json");
+        EXPECT_NE(info.out.find("\"bit_count\": 8, \"colour_model\": \"MONO\", \"palette\": "), std::string::npos)
+            << info.out;
+    }
+}
+
+// BMP layouts qel does not write itself, with their pixels spelled out.
+TEST_F(QelFiles, BmpVariantsReadAsStored) {
+    const std::string palette = std::string("\0\0\xFF\0\0\xFF\0\0\xFF\0\0\0", 12) + std::string(13 * 4, '\0');
+    // 4-bit, bottom-up: rows red green blue / blue green red.
+    WriteFile(Path("four.bmp"), Bmp(3, 2, 4, 0, "", palette, std::string("\x21\x00\0\0\x01\x20\0\0", 8)));
+    // 16-bit 5-5-5, top-down.
+    WriteFile(Path("sixteen.bmp"),
+              Bmp(2, -2, 16, 0, "", "", Little16(0x7C00) + Little16(0x03E0) + Little16(0x0010) + Little16(0x7FFF)));
+    // 32-bit with bit fields and an alpha mask in a V4 header.
+    const std::string masks = Little32(0x00FF0000) + Little32(0x0000FF00) + Little32(0x000000FF) + Little32(0xFF000000);
+    WriteFile(Path("alpha.bmp"), Bmp(1, 1, 32, 3, masks, "", Little32(0x80102030)));
+    Ok("qel four.bmp four.ppm && qel sixteen.bmp sixteen.ppm && qel alpha.bmp alpha.pam");
+    EXPECT_EQ(ReadFile(Path("four.ppm")),
+              std::string("P6\n3 2\n255\n\xFF\0\0\0\xFF\0\0\0\xFF\0\0\xFF\0\xFF\0\xFF\0\0", 29));
+    EXPECT_EQ(ReadFile(Path("sixteen.ppm")),
+              std::string("P6\n2 2\n255\n\xFF\0\0\0\xFF\0\0\0\x83\xFF\xFF\xFF", 23));
+    EXPECT_EQ(PamSamples("alpha.pam"), "\x10\x20\x30\x80");
+    // Compressed pixels and a palette cut short are refused.
+    WriteFile(Path("rle.bmp"), Bmp(2, 2, 8, 1, "", palette, std::string(8, '\0')));
+    ExpectRefused("rle.bmp", "compressed BMP (RLE, JPEG or PNG inside) is not supported");
+    WriteFile(Path("short.bmp"), Bmp(3, 2, 4, 0, "", palette, "").substr(0, 60));
+    ExpectRefused("short.bmp", "truncated BMP");
 }
 
 TEST_F(QelFiles, GreyAndBilevelResultsKeepTheirLayout) {
