@@ -179,7 +179,7 @@ TEST_F(Qel, BadFilesAndMistakesFailWithOneLineAndTheirStatus) {
         {"sample median 99 out.png", "qel: median: bad size '99': expected a whole number from 1 to 15\n"},
         {"sample rotate 30 --method 16 out.png", "qel: rotate: bad --method '16'"},
         {"sample blur --bogus out.png", "qel: unknown option '--bogus' for blur\n"},
-        {"sample blur out.bmp", "qel: " + Path("out.bmp") + ": unsupported output format"},
+        {"sample blur out.xcf", "qel: " + Path("out.xcf") + ": unsupported output format"},
         {"help frobnicate", "qel: unknown operation 'frobnicate'"}};
     for (const auto& m : mistakes) {
         ExpectFailure(Words(m.first), 2, m.second);
@@ -198,7 +198,7 @@ TEST_F(Qel, BadFilesAndMistakesFailWithOneLineAndTheirStatus) {
         {"truncated.pgm", std::string("P5\n4 2\n255\n\1\2\3\4\5", 16)},
         {"corrupt.pam", "P7\nWIDTH 2\nHEIGHT x\nDEPTH 1\nMAXVAL 255\nENDHDR\n\1\2"},
         {"overmax.pgm", "P2\n2 1\n100\n50 200\n"},
-        {"picture.gif", "GIF89a\x01\x00\x01\x00"},
+        {"picture.psd", "8BPS\x00\x01"},
         {"empty.png", ""}};
     for (const auto& file : files) WriteFile(Path(file.first), file.second);
     const std::pair<const char*, const char*> reasons[] = {
@@ -210,7 +210,7 @@ TEST_F(Qel, BadFilesAndMistakesFailWithOneLineAndTheirStatus) {
         {"truncated.pgm", "truncated file"},
         {"corrupt.pam", "corrupt netpbm file: "},
         {"overmax.pgm", "corrupt netpbm file: "},
-        {"picture.gif", "unsupported file format"},
+        {"picture.psd", "unsupported file format"},
         {"empty.png", "empty file"}};
     for (const auto& r : reasons)
         ExpectFailure({Path(r.first), Path("out.png")}, 1, "qel: " + Path(r.first) + ": " + r.second);

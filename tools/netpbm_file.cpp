@@ -3,6 +3,7 @@
 #include <netpbm/pam.h>
 
 #include <csetjmp>
+#include <mutex>
 #include <cstring>
 #include <string>
 
@@ -26,6 +27,9 @@ void KeepLibraryError(const char* message) {
 }
 
 void IgnoreLibraryMessage(const char*) {}
+
+// libnetpbm keeps its error handling in globals, so one thread at a time uses it.
+std::mutex g_libraryInUse;
 
 // libnetpbm prints its errors and exits the process unless told otherwise;
 // here errors are kept for the caller and informational messages dropped.
@@ -85,7 +89,9 @@ extern "C" __attribute__((visibility("default"))) const char* __lsan_default_opt
 }
 #endif
 
-SmartPtr<IQEL> ReadNetpbm(FILE* file, const qel::Host& host, long long maxPixels, std::string* error) {
+SmartPtr<IQEL> ReadNetpbm(FILE* file, const qel::Host& host, long long maxPixels, ImageMetadata* metadata,
+                          std::string* error) {
+    const std::lock_guard<std::mutex> only(g_libraryInUse);
     PrepareLibrary();
     struct pam header;
     std::memset(&header, 0, sizeof(header));
@@ -102,6 +108,8 @@ SmartPtr<IQEL> ReadNetpbm(FILE* file, const qel::Host& host, long long maxPixels
     const int width = header.width, height = header.height;
     const unsigned depth = header.depth;
     const unsigned maxval = static_cast<unsigned>(header.maxval);
+    metadata->bitsPerSample = 1;
+    while (metadata->bitsPerSample < 16 && (maxval >> metadata->bitsPerSample) != 0) ++metadata->bitsPerSample;
     // PBM arrives as a BLACKANDWHITE view whose samples are 1 for white.
     const bool blackAndWhite =
         std::strncmp(header.tuple_type, PAM_PBM_TUPLETYPE, std::strlen(PAM_PBM_TUPLETYPE)) == 0;
@@ -154,6 +162,7 @@ SmartPtr<IQEL> ReadNetpbm(FILE* file, const qel::Host& host, long long maxPixels
 }
 
 bool WriteNetpbm(FILE* file, IQEL* image, char kind, std::string* error) {
+    const std::lock_guard<std::mutex> only(g_libraryInUse);
     PrepareLibrary();
     const qel::Pixels p = qel::PixelsOf(image);
     if (p.width <= 0 || p.height <= 0 || p.bits == nullptr) {
@@ -165,14 +174,16 @@ bool WriteNetpbm(FILE* file, IQEL* image, char kind, std::string* error) {
     bool grey = kind == 'g' || ((kind == 'n' || kind == 'a') && raster.grey);
     const bool alpha = kind == 'a' && raster.alpha;
     if (alpha) grey = false;  // RGB_ALPHA keeps the layout of 32-bit images
-    const bool bitmapPam = bilevel && kind == 'a';
+    // PBM takes any image, white where its grey level is at least half.
+    const bool bitmapPam = (bilevel && kind == 'a') || kind == 'b';
+    if (kind == 'b') grey = true;
 
     struct pam header;
     std::memset(&header, 0, sizeof(header));
     header.size = sizeof(header);
     header.len = PAM_STRUCT_SIZE(tuple_type);
     header.file = file;
-    header.format = kind == 'a' ? PAM_FORMAT : grey ? RPGM_FORMAT : RPPM_FORMAT;
+    header.format = kind == 'a' ? PAM_FORMAT : kind == 'b' ? RPBM_FORMAT : grey ? RPGM_FORMAT : RPPM_FORMAT;
     header.plainformat = 0;
     header.width = raster.width;
     header.height = raster.height;
@@ -199,7 +210,9 @@ bool WriteNetpbm(FILE* file, IQEL* image, char kind, std::string* error) {
             sample* out = tuples.samples[x];
             unsigned c = 0;
             if (bitmapPam) {
-                out[c++] = in[0] != 0 ? PAM_BW_WHITE : PAM_BLACK;
+                const unsigned level =
+                    raster.grey ? in[0] : (77u * in[0] + 150u * in[1] + 29u * in[2] + 128u) >> 8;
+                out[c++] = (bilevel ? level != 0 : level >= 128) ? PAM_BW_WHITE : PAM_BLACK;
             } else if (grey) {
                 out[c++] = raster.grey ? in[0] : (77u * in[0] + 150u * in[1] + 29u * in[2] + 128u) >> 8;
             } else {

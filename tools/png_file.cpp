@@ -1,9 +1,11 @@
-// PNG through libpng. libpng reports errors by longjmp, so each codec call
-// runs in a function whose state lives in a struct owned by the caller: no
-// C++ object is skipped or left half-changed by the jump.
+// PNG reading through libpng (writing goes through libspng, png_write.cpp).
+// libpng reports errors by longjmp, so each codec call runs in a function
+// whose state lives in a struct owned by the caller: no C++ object is
+// skipped or left half-changed by the jump.
 #include <png.h>
 
 #include <csetjmp>
+#include <cstring>
 #include <vector>
 
 #include "tools/codecs.h"
@@ -21,8 +23,32 @@ struct PngState {
     std::vector<png_bytep> rows;
     SmartPtr<IQELImageDIB> image;
     std::vector<png_color> palette;
-    Raster raster;  // writer: pixels converted for the file, packed to its channels
+    ImageMetadata* found = nullptr;  // what the file says beside the pixels
 };
+
+const char kXmpKeyword[] = "XML:com.adobe.xmp";
+
+// EXIF, ICC and XMP as the reader found them, before or after the pixels.
+void KeepPngMetadata(PngState* s) {
+    png_bytep exif = nullptr;
+    png_uint_32 exifSize = 0;
+    if (png_get_eXIf_1(s->png, s->info, &exifSize, &exif) != 0 && exif != nullptr)
+        s->found->exif.assign(reinterpret_cast<const char*>(exif), exifSize);
+    png_charp name = nullptr;
+    png_bytep profile = nullptr;
+    png_uint_32 profileSize = 0;
+    int compression = 0;
+    if (png_get_iCCP(s->png, s->info, &name, &compression, &profile, &profileSize) != 0 && profile != nullptr)
+        s->found->icc.assign(reinterpret_cast<const char*>(profile), profileSize);
+    png_textp texts = nullptr;
+    int count = 0;
+    png_get_text(s->png, s->info, &texts, &count);
+    for (int i = 0; i < count; ++i)
+        if (std::strcmp(texts[i].key, kXmpKeyword) == 0 && texts[i].text != nullptr)
+            s->found->xmp.assign(texts[i].text, texts[i].compression >= PNG_ITXT_COMPRESSION_NONE
+                                                    ? texts[i].itxt_length
+                                                    : texts[i].text_length);
+}
 
 void OnPngError(png_structp png, png_const_charp message) {
     static_cast<PngState*>(png_get_error_ptr(png))->message = message;
@@ -36,6 +62,7 @@ void ChooseReadFormat(PngState* s, int* bitCount, unsigned* model, bool* keepPal
     const int depth = png_get_bit_depth(s->png, s->info);
     const bool transparency = png_get_valid(s->png, s->info, PNG_INFO_tRNS) != 0;
     *keepPalette = false;
+    s->found->bitsPerSample = depth;
     if (depth == 16) png_set_scale_16(s->png);
     if (colourType == PNG_COLOR_TYPE_PALETTE && !transparency) {
         *keepPalette = true;
@@ -98,14 +125,17 @@ bool DecodePng(PngState* s, FILE* file, const qel::Host* host, long long maxPixe
     s->rows.resize(height);
     for (png_uint_32 y = 0; y < height; ++y) s->rows[y] = p.Row(static_cast<int>(y));
     png_read_image(s->png, s->rows.data());
-    png_read_end(s->png, nullptr);
+    png_read_end(s->png, s->info);
+    KeepPngMetadata(s);
     return true;
 }
 
 }  // namespace
 
-SmartPtr<IQEL> ReadPng(FILE* file, const qel::Host& host, long long maxPixels, std::string* error) {
+SmartPtr<IQEL> ReadPng(FILE* file, const qel::Host& host, long long maxPixels, ImageMetadata* metadata,
+                       std::string* error) {
     PngState s;
+    s.found = metadata;
     s.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &s, OnPngError, OnPngWarning);
     if (s.png != nullptr) s.info = png_create_info_struct(s.png);
     if (s.info == nullptr) {
@@ -125,88 +155,6 @@ SmartPtr<IQEL> ReadPng(FILE* file, const qel::Host& host, long long maxPixels, s
         s.image->SetPalette(entries.data(), static_cast<unsigned>(entries.size()));
     }
     return SmartPtr<IQEL>(s.image.Detach());
-}
-
-namespace {
-
-bool EncodePng(PngState* s, FILE* file, IQEL* image) {
-    if (setjmp(png_jmpbuf(s->png))) return false;
-    png_init_io(s->png, file);
-    const qel::Pixels p = qel::PixelsOf(image);
-    const int height = p.height;
-    const bool raw = !s->rows.empty();  // rows point into the image itself
-    int colourType = PNG_COLOR_TYPE_GRAY, depth = 8;
-    if (raw) {
-        depth = p.bitCount == 1 ? 1 : p.bitCount == 4 ? 4 : 8;
-        colourType = p.bitCount == 24     ? PNG_COLOR_TYPE_RGB
-                     : p.bitCount == 32   ? PNG_COLOR_TYPE_RGB_ALPHA
-                     : s->palette.empty() ? PNG_COLOR_TYPE_GRAY
-                                          : PNG_COLOR_TYPE_PALETTE;
-    } else {
-        colourType = s->raster.grey ? (s->raster.alpha ? PNG_COLOR_TYPE_GRAY_ALPHA : PNG_COLOR_TYPE_GRAY)
-                                    : (s->raster.alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB);
-    }
-    png_set_IHDR(s->png, s->info, static_cast<png_uint_32>(p.width), static_cast<png_uint_32>(height), depth,
-                 colourType, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    if (colourType == PNG_COLOR_TYPE_PALETTE)
-        png_set_PLTE(s->png, s->info, s->palette.data(), static_cast<int>(s->palette.size()));
-    png_write_info(s->png, s->info);
-    if (raw && (p.bitCount == 24 || p.bitCount == 32)) png_set_bgr(s->png);
-    if (!raw) {
-        const size_t rowBytes = s->raster.rgba.size() / static_cast<size_t>(height);
-        s->rows.resize(static_cast<size_t>(height));
-        for (int y = 0; y < height; ++y)
-            s->rows[static_cast<size_t>(y)] = &s->raster.rgba[static_cast<size_t>(y) * rowBytes];
-    }
-    png_write_image(s->png, s->rows.data());
-    png_write_end(s->png, nullptr);
-    return true;
-}
-
-}  // namespace
-
-bool WritePng(FILE* file, IQEL* image, std::string* error) {
-    PngState s;
-    const qel::Pixels p = qel::PixelsOf(image);
-    if (p.width <= 0 || p.height <= 0 || p.bits == nullptr) {
-        *error = "the image is empty";
-        return false;
-    }
-    const bool indexed = p.bitCount == 1 || p.bitCount == 4 || p.bitCount == 8;
-    const bool direct = p.bitCount == 24 || (p.bitCount == 32 && p.colourModel != QEL_MODEL_MONO);
-    if (indexed || direct) {
-        if (indexed) {
-            for (const RGBQUAD& q : PaletteOf(image))
-                s.palette.push_back(png_color{q.rgbRed, q.rgbGreen, q.rgbBlue});
-            if (s.palette.size() > (1u << p.bitCount)) s.palette.resize(1u << p.bitCount);
-        }
-        s.rows.resize(static_cast<size_t>(p.height));
-        for (int y = 0; y < p.height; ++y) s.rows[static_cast<size_t>(y)] = p.Row(y);
-    } else {
-        s.raster = ToRaster(image);
-        // Pack the raster to the channels the file will hold.
-        const int channels = (s.raster.grey ? 1 : 3) + (s.raster.alpha ? 1 : 0);
-        std::vector<uint8_t> packed(static_cast<size_t>(s.raster.width) *
-                                    static_cast<size_t>(s.raster.height) * static_cast<size_t>(channels));
-        size_t out = 0;
-        for (size_t i = 0; i < s.raster.rgba.size(); i += 4) {
-            packed[out++] = s.raster.rgba[i];
-            if (!s.raster.grey) packed[out++] = s.raster.rgba[i + 1], packed[out++] = s.raster.rgba[i + 2];
-            if (s.raster.alpha) packed[out++] = s.raster.rgba[i + 3];
-        }
-        s.raster.rgba = std::move(packed);
-    }
-    s.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &s, OnPngError, OnPngWarning);
-    if (s.png != nullptr) s.info = png_create_info_struct(s.png);
-    if (s.info == nullptr) {
-        png_destroy_write_struct(&s.png, nullptr);
-        *error = "out of memory";
-        return false;
-    }
-    const bool ok = EncodePng(&s, file, image);
-    png_destroy_write_struct(&s.png, &s.info);
-    if (!ok) *error = "cannot write PNG (" + s.message + ")";
-    return ok;
 }
 
 }  // namespace qeltool

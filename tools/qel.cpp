@@ -13,11 +13,13 @@
 #include <vector>
 
 #include "qel/version.h"
+#include "tools/batch.h"
 #include "tools/gallery.h"
 #include "tools/image_file.h"
 #include "tools/operations.h"
 #include "tools/people.h"
 #include "tools/pixel_limit.h"
+#include "tools/progress.h"
 #include "tools/raster.h"
 #include "tools/sample_chart.h"
 
@@ -37,12 +39,16 @@ const char kUsage[] =
     "  qel gallery [IN] -o DIR                   every operation, as a web page\n"
     "  qel list                                  every operation, by component\n"
     "  qel help OP    (or qel OP --help)         one operation in detail\n"
+    "  qel batch IN... -o DIR [-j N] -- OP [ARGS]...  one chain on many files\n"
+    "  qel info FILE... [--json]                 size, depth, alpha, metadata\n"
     "  qel --version\n"
     "\n"
-    "IN is a PNG, JPEG, PBM, PGM, PPM or PAM file, or 'sample' for the built-in\n"
-    "test chart (also used when IN is left out; then qel never writes over an\n"
-    "existing file). OUT is written by its extension: .png, .jpg/.jpeg, .pgm,\n"
-    ".ppm, .pnm or .pam. Without OUT, qel prints the result's size and format.\n"
+    "IN is a PNG, JPEG, TIFF (page N as FILE[N]), WebP, GIF, BMP, PBM, PGM, PPM or\n"
+    "PAM file, '-' for standard input, or 'sample' for the built-in test chart\n"
+    "(also used when IN is left out; then qel never writes over an existing\n"
+    "file). OUT is written by its extension: .png, .jpg/.jpeg, .tif/.tiff, .webp,\n"
+    ".gif, .bmp, .pbm, .pgm, .ppm, .pnm or .pam; '-' writes standard output in\n"
+    "the --format given. Without OUT, qel prints the result's size and format.\n"
     "\n"
     "qel shows what a person means: palette images are read as colour and 1-bit\n"
     "images as grey 0/255, alpha survives resample, rotate, add and copy, and\n"
@@ -57,6 +63,9 @@ const char kUsage[] =
     "  --max-pixels N  largest image read or made, in pixels (default 268435456)\n"
     "  --keep-palette  work on palette indices as the module reads them\n"
     "  --keep-depth    keep 1- and 4-bit images at their depth\n"
+    "  --format EXT    the output's format (png, jpg, tif, webp, ...), needed for '-'\n"
+    "  --quiet         no notes (such as 16-bit samples read as 8-bit)\n"
+    "  --no-autorotate keep the pixels as stored, whatever the EXIF orientation\n"
     "\n"
     "examples:\n"
     "  qel photo.jpg blur rotate 30 gamma 1.4 out.png\n"
@@ -73,6 +82,10 @@ struct Options {
     int thumbnail = 160;
     long long maxPixels = qeltool::kDefaultPixelLimit;
     std::string output;
+    bool quiet = false;
+    bool autorotate = true;
+    bool qualityGiven = false;  // WebP is then written lossy
+    std::string format;
 };
 
 int UsageError(const std::string& message) {
@@ -85,7 +98,13 @@ bool TakeGlobalOption(const std::vector<std::string>& words, size_t* i, Options*
                       std::string* error) {
     const std::string& word = words[*i];
     *taken = true;
+    if (word == "--no-autorotate") {
+        options->autorotate = false;
+        ++*i;
+        return true;
+    }
     bool* flag = word == "--time"           ? &options->time
+                 : word == "--quiet"        ? &options->quiet
                  : word == "--keep-palette" ? &options->reading.keepPalette
                  : word == "--keep-depth"   ? &options->reading.keepDepth
                                             : nullptr;
@@ -95,7 +114,7 @@ bool TakeGlobalOption(const std::vector<std::string>& words, size_t* i, Options*
         return true;
     }
     const bool valued = word == "--quality" || word == "--seed" || word == "-o" || word == "--thumb" ||
-                        word == "--max-pixels";
+                        word == "--max-pixels" || word == "--format";
     if (!valued) {
         *taken = false;
         return true;
@@ -119,6 +138,7 @@ bool TakeGlobalOption(const std::vector<std::string>& words, size_t* i, Options*
             return false;
         }
         options->quality = static_cast<int>(number);
+        options->qualityGiven = true;
     } else if (word == "--seed") {
         if (!isNumber || number < 0 || number > 0x7FFFFFFF) {
             *error = "bad --seed '" + value + "': expected a whole number from 0 to 2147483647";
@@ -131,6 +151,12 @@ bool TakeGlobalOption(const std::vector<std::string>& words, size_t* i, Options*
             return false;
         }
         options->thumbnail = static_cast<int>(number);
+    } else if (word == "--format") {
+        if (!qeltool::IsWritableImageName("x." + value)) {
+            *error = "unsupported --format '" + value + "'";
+            return false;
+        }
+        options->format = value;
     } else {
         options->output = value;
     }
@@ -152,14 +178,19 @@ bool OnlyGlobalOptionsFrom(const std::vector<std::string>& words, size_t from) {
 
 // The image as a person sees it (see tools/people.h), or the built-in chart.
 SmartPtr<IQEL> LoadInput(const qel::Host& host, const std::string& name, const Options& options,
-                         std::string* error) {
+                         qeltool::ImageMetadata* metadata, std::string* error) {
     if (name == "sample") return qeltool::LoadSampleChart(host, options.maxPixels, error);
     std::string reason;
-    SmartPtr<IQEL> image = qeltool::LoadImageFile(host, name, options.maxPixels, &reason);
+    qeltool::LoadOptions load;
+    load.maxPixels = options.maxPixels;
+    load.autorotate = options.autorotate;
+    SmartPtr<IQEL> image = qeltool::LoadImageFile(host, name, load, metadata, &reason);
     if (!image) {
         *error = name + ": " + reason;
         return image;
     }
+    if (!options.quiet)
+        for (const std::string& note : metadata->notes) std::fprintf(stderr, "qel: %s: %s\n", name.c_str(), note.c_str());
     return qeltool::ExpandForViewing(host, std::move(image), options.reading);
 }
 
@@ -216,7 +247,8 @@ int Gallery(const std::vector<std::string>& words) {
     qel::Host host;
     if (!LoadHost(&host)) return kExitFailure;
     std::string error;
-    SmartPtr<IQEL> image = LoadInput(host, input.empty() ? "sample" : input, options, &error);
+    qeltool::ImageMetadata metadata;
+    SmartPtr<IQEL> image = LoadInput(host, input.empty() ? "sample" : input, options, &metadata, &error);
     if (!image) {
         std::fprintf(stderr, "qel: %s\n", error.c_str());
         return kExitFailure;
@@ -279,16 +311,18 @@ int Chain(const std::vector<std::string>& words) {
         }
         ++i;
     }
-    if (!options.output.empty() && !qeltool::IsWritableImageName(options.output)) {
+    if (options.output == "-" && options.format.empty())
+        return UsageError("say the format of standard output with --format (png, jpg, tif, webp, ...)");
+    if (!options.output.empty() && options.format.empty() && !qeltool::IsWritableImageName(options.output)) {
         if (options.output.find('.') == std::string::npos)
             return UsageError("unknown operation '" + options.output + "' (qel list shows them all)");
-        return UsageError(
-            options.output +
-            ": unsupported output format (qel writes .png, .jpg, .jpeg, .pgm, .ppm, .pnm, .pam)");
+        return UsageError(options.output +
+                          ": unsupported output format (qel writes .png, .jpg, .jpeg, .tif, .tiff, .webp, "
+                          ".gif, .bmp, .pbm, .pgm, .ppm, .pnm, .pam)");
     }
     // Without IN, the word in OUT's place is most likely the picture meant as
     // input: never write over it.
-    if (inputLeftOut && !options.output.empty() && FileExists(options.output)) {
+    if (inputLeftOut && !options.output.empty() && options.output != "-" && FileExists(options.output)) {
         std::string meant = "qel " + options.output;
         for (const Step& step : steps) meant += " " + step.text;
         return UsageError("no input was given and " + options.output +
@@ -300,7 +334,8 @@ int Chain(const std::vector<std::string>& words) {
     if (!LoadHost(&host)) return kExitFailure;
     std::srand(options.seed);
     auto start = std::chrono::steady_clock::now();
-    SmartPtr<IQEL> image = LoadInput(host, input, options, &error);
+    qeltool::ImageMetadata metadata;
+    SmartPtr<IQEL> image = LoadInput(host, input, options, &metadata, &error);
     if (!image) {
         std::fprintf(stderr, "qel: %s\n", error.c_str());
         return kExitFailure;
@@ -311,19 +346,35 @@ int Chain(const std::vector<std::string>& words) {
     for (const Step& step : steps) {
         std::string note;
         start = std::chrono::steady_clock::now();
-        if (!qeltool::RunStep(context, step, image, &note, &error)) {
+        bool ran = false;
+        {
+            const qeltool::SlowStepNotice slow(step.text, qeltool::StandardErrorIsTerminal());
+            ran = qeltool::RunStep(context, step, image, &note, &error);
+        }
+        if (!ran) {
             std::fprintf(stderr, "qel: %s\n", error.c_str());
             return kExitFailure;
         }
         PrintTime(options, step.text, Since(start));
-        if (!note.empty()) std::printf("%s: %s\n", step.operation->name, note.c_str());
+        // Standard output may be carrying the image.
+        if (!note.empty())
+            std::fprintf(options.output == "-" ? stderr : stdout, "%s: %s\n", step.operation->name, note.c_str());
     }
     if (options.output.empty()) {
         std::printf("%s\n", qeltool::DescribeFormat(image.Get()).c_str());
         return 0;
     }
     start = std::chrono::steady_clock::now();
-    if (!qeltool::SaveImageFile(image.Get(), options.output, options.quality, &error)) {
+    qeltool::SaveOptions save;
+    save.quality = options.quality;
+    save.webpLossless = !options.qualityGiven;
+    save.format = options.format;
+    bool saved = false;
+    {
+        const qeltool::SlowStepNotice slow("write " + options.output, qeltool::StandardErrorIsTerminal());
+        saved = qeltool::SaveImageFile(image.Get(), options.output, save, &metadata, &error);
+    }
+    if (!saved) {
         std::fprintf(stderr, "qel: %s: %s\n", options.output.c_str(), error.c_str());
         return kExitFailure;
     }
@@ -356,5 +407,7 @@ int main(int argc, char** argv) {
         return UsageError("unknown operation '" + words[1] + "' (qel list shows them all)");
     }
     if (words[0] == "gallery") return Gallery(words);
+    if (words[0] == "batch") return qeltool::BatchCommand(words);
+    if (words[0] == "info") return qeltool::InfoCommand(words);
     return Chain(words);
 }

@@ -1,0 +1,411 @@
+// qel's file handling run as a user runs it, from the build folder: TIFF,
+// WebP, GIF and BMP round trips, grey and bilevel writing, EXIF orientation
+// and carried metadata, pipes, batches and info, and hostile files of every
+// new format refused with one line.
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::string ReadFile(const std::string& path) {
+    std::stringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+void WriteFile(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+std::string Big16(unsigned v) { return std::string{char(v >> 8), char(v)}; }
+std::string Big32(uint32_t v) { return Big16(v >> 16) + Big16(v & 0xFFFF); }
+std::string Little16(unsigned v) { return std::string{char(v), char(v >> 8)}; }
+std::string Little32(uint32_t v) { return Little16(v & 0xFFFF) + Little16(v >> 16); }
+
+// One PNG chunk with its CRC.
+std::string PngChunk(const std::string& type, const std::string& data) {
+    uint32_t crc = 0xFFFFFFFFu;
+    for (const unsigned char byte : type + data) {
+        crc ^= byte;
+        for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
+    }
+    return Big32(static_cast<uint32_t>(data.size())) + type + data + Big32(~crc);
+}
+// `chunk` inserted after a PNG's IHDR.
+std::string WithPngChunk(const std::string& png, const std::string& chunk) { return png.substr(0, 33) + chunk + png.substr(33); }
+// A JPEG segment inserted after SOI.
+std::string WithJpegSegment(const std::string& jpeg, int marker, const std::string& data) {
+    return jpeg.substr(0, 2) + char(0xFF) + char(marker) + Big16(static_cast<unsigned>(data.size() + 2)) + data +
+           jpeg.substr(2);
+}
+// A 16-bit grey PNG, its data one stored deflate block.
+std::string Grey16Png(int width, int height) {
+    std::string rows;
+    for (int y = 0; y < height; ++y) {
+        rows += '\0';
+        for (int x = 0; x < width; ++x) rows += Big16(static_cast<unsigned>(x * 0x1234 + y * 0x0101));
+    }
+    uint32_t a = 1, b = 0;
+    for (unsigned char byte : rows) a = (a + byte) % 65521, b = (b + a) % 65521;
+    const auto n = static_cast<uint16_t>(rows.size());
+    const std::string zlib = std::string("\x78\x01\x01", 3) + Little16(n) + Little16(~n & 0xFFFF) + rows + Big32(b << 16 | a);
+    const std::string header = Big32(width) + Big32(height) + char(16) + char(0) + std::string(3, '\0');
+    return "\x89PNG\r\n\x1a\n" + PngChunk("IHDR", header) + PngChunk("IDAT", zlib) + PngChunk("IEND", "");
+}
+// An EXIF block (big-endian TIFF header, IFD0 with one Orientation entry).
+std::string ExifWithOrientation(int orientation) {
+    return "MM" + Big16(42) + Big32(8) + Big16(1) + Big16(0x0112) + Big16(3) + Big32(1) + Big16(orientation) +
+           Big16(0) + Big32(0);
+}
+// An ICC profile libpng accepts: an RGB monitor header and one tag of
+// incompressible bytes (libpng refuses very short compressed profiles).
+std::string IccProfile() {
+    const uint32_t size = 132 + 12 + 400;
+    std::string p = Big32(size) + std::string(4, '\0') + Big32(0x02100000) + "mntrRGB XYZ " + std::string(12, '\0') +
+                    "acsp";
+    p.resize(68, '\0');
+    p += Big32(0xF6D6) + Big32(0x10000) + Big32(0xD32D);
+    p.resize(128, '\0');
+    p += Big32(1) + "zzzz" + Big32(144) + Big32(400);
+    for (uint32_t i = 0, r = 7; i < 400; ++i) r = r * 1103515245u + 12345u, p += char(r >> 16);
+    return p;
+}
+// A little-endian TIFF of uncompressed 8-bit grey pages of width x height,
+// page n's samples being n*16 + x; `data` false leaves the samples out.
+std::string GreyTiffPages(int pages, uint32_t width, uint32_t height = 1, bool data = true) {
+    std::string file = "II" + Little16(42) + Little32(8);
+    auto entry = [](unsigned tag, unsigned type, uint32_t value) {
+        return Little16(tag) + Little16(type) + Little32(1) +
+               (type == 3 ? Little16(value) + Little16(0) : Little32(value));
+    };
+    for (int page = 0; page < pages; ++page) {
+        const uint32_t samples = static_cast<uint32_t>(file.size()) + 2 + 8 * 12 + 4;
+        const uint32_t next = page + 1 < pages ? samples + width * height : 0;
+        file += Little16(8) + entry(256, 4, width) + entry(257, 4, height) + entry(258, 3, 8) + entry(259, 3, 1) +
+                entry(262, 3, 1) + entry(273, 4, samples) + entry(278, 4, height) + entry(279, 4, width * height) +
+                Little32(next);
+        for (uint32_t i = 0; data && i < width * height; ++i) file += char(page * 16 + i % width);
+    }
+    return file;
+}
+
+// A BMP file: the info header (40 bytes, or 108 with the masks of a V4
+// header), then `table` (palette or bit fields) and the pixel rows.
+std::string Bmp(int32_t width, int32_t height, int bits, uint32_t compression, const std::string& masks,
+                const std::string& table, const std::string& pixels) {
+    std::string info = Little32(masks.empty() ? 40 : 108) + Little32(static_cast<uint32_t>(width)) +
+                       Little32(static_cast<uint32_t>(height)) + Little16(1) + Little16(bits) + Little32(compression) +
+                       std::string(20, '\0');
+    if (!masks.empty()) info += masks + std::string(108 - 40 - masks.size(), '\0');
+    const uint32_t offset = static_cast<uint32_t>(14 + info.size() + table.size());
+    return "BM" + Little32(static_cast<uint32_t>(offset + pixels.size())) + Little32(0) + Little32(offset) + info +
+           table + pixels;
+}
+
+struct Outcome {
+    int status = -1;
+    std::string out, err;
+};
+
+class QelFiles : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/qel-files-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        dir_ = pattern;
+    }
+    void TearDown() override { std::system(("rm -rf '" + dir_ + "'").c_str()); }
+    std::string Path(const std::string& name) const { return dir_ + "/" + name; }
+
+    // Runs a shell command line in the test folder with ./qel as "qel".
+    Outcome Shell(const std::string& line) {
+        const std::string command = "Q=\"$PWD/qel\"; cd '" + dir_ + "' && qel() { \"$Q\" \"$@\"; }; { " + line +
+                                    "\n} >.out 2>.err";
+        const int raw = std::system(("bash -c '" + Escape(command) + "'").c_str());
+        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw), ReadFile(Path(".out")), ReadFile(Path(".err"))};
+    }
+    static std::string Escape(const std::string& text) {
+        std::string out;
+        for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+        return out;
+    }
+    void Ok(const std::string& line) {
+        const Outcome outcome = Shell(line);
+        ASSERT_EQ(outcome.status, 0) << line << "\n" << outcome.err;
+    }
+    // The samples of a PAM file written by qel.
+    std::string PamSamples(const std::string& name) {
+        const std::string bytes = ReadFile(Path(name));
+        const size_t end = bytes.find("ENDHDR\n");
+        return end == std::string::npos ? "" : bytes.substr(end + 7);
+    }
+    std::vector<std::string> Listing(const std::string& folder) {
+        std::vector<std::string> names;
+        DIR* d = opendir(Path(folder).c_str());
+        for (dirent* e; d != nullptr && (e = readdir(d)) != nullptr;)
+            if (e->d_name[0] != '.' || std::string(e->d_name).find(".qel-") != std::string::npos)
+                names.push_back(e->d_name);
+        if (d != nullptr) closedir(d);
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    // A refusal: exit 1 and one line naming the file with this reason.
+    void ExpectRefused(const std::string& file, const std::string& reason, const std::string& options = "") {
+        const Outcome outcome = Shell("qel " + file + " " + options + " out.png");
+        EXPECT_EQ(outcome.status, 1) << file << ": " << outcome.err;
+        EXPECT_EQ(outcome.err.rfind("qel: " + file + ": " + reason, 0), 0u) << outcome.err;
+        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+        EXPECT_FALSE(std::ifstream(Path("out.png")).good()) << file;
+    }
+
+    std::string dir_;
+};
+
+// An RGBA image with fully and partly transparent pixels, and a grey and a
+// bilevel one, all made by qel from the built-in chart.
+TEST_F(QelFiles, LosslessFormatsKeepEveryPixel) {
+    Ok("qel sample resample 37x23 rgba.pam && qel sample resample 37x23 grey.pgm && "
+       "qel grey.pgm threshold 100 bilevel.pbm");
+    for (const char* format : {"tif", "webp", "bmp", "png"}) {
+        SCOPED_TRACE(format);
+        Ok(std::string("qel rgba.pam a.") + format + " && qel a." + format + " back.pam");
+        EXPECT_EQ(PamSamples("back.pam"), PamSamples("rgba.pam"));
+    }
+    for (const char* format : {"tif", "bmp", "png", "gif"}) {
+        SCOPED_TRACE(format);
+        Ok(std::string("qel grey.pgm g.") + format + " && qel g." + format + " back.pgm");
+        EXPECT_EQ(ReadFile(Path("back.pgm")), ReadFile(Path("grey.pgm")));
+        Ok(std::string("qel bilevel.pbm b.") + format + " && qel b." + format + " back.pbm");
+        EXPECT_EQ(ReadFile(Path("back.pbm")), ReadFile(Path("bilevel.pbm")));
+    }
+    // GIF: up to 256 colours are kept exactly.
+    Ok("qel sample resample 16x12 few.ppm && qel few.ppm f.gif && qel f.gif back.ppm");
+    EXPECT_EQ(ReadFile(Path("back.ppm")), ReadFile(Path("few.ppm")));
+    // The GIF's palette image keeps its palette through TIFF and BMP.
+    for (const char* format : {"tif", "bmp", "png"}) {
+        SCOPED_TRACE(format);
+        Ok(std::string("qel f.gif p.") + format + " && qel p." + format + " again.ppm");
+        EXPECT_EQ(ReadFile(Path("again.ppm")), ReadFile(Path("few.ppm")));
+        const Outcome info = Shell(std::string("qel info p.") + format + " --json");
+        EXPECT_NE(info.out.find("\"bit_count\": 8, \"colour_model\": \"MONO\", \"palette\": "), std::string::npos)
+            << info.out;
+    }
+}
+
+// BMP layouts qel does not write itself, with their pixels spelled out.
+TEST_F(QelFiles, BmpVariantsReadAsStored) {
+    const std::string palette = std::string("\0\0\xFF\0\0\xFF\0\0\xFF\0\0\0", 12) + std::string(13 * 4, '\0');
+    // 4-bit, bottom-up: rows red green blue / blue green red.
+    WriteFile(Path("four.bmp"), Bmp(3, 2, 4, 0, "", palette, std::string("\x21\x00\0\0\x01\x20\0\0", 8)));
+    // 16-bit 5-5-5, top-down.
+    WriteFile(Path("sixteen.bmp"),
+              Bmp(2, -2, 16, 0, "", "", Little16(0x7C00) + Little16(0x03E0) + Little16(0x0010) + Little16(0x7FFF)));
+    // 32-bit with bit fields and an alpha mask in a V4 header.
+    const std::string masks = Little32(0x00FF0000) + Little32(0x0000FF00) + Little32(0x000000FF) + Little32(0xFF000000);
+    WriteFile(Path("alpha.bmp"), Bmp(1, 1, 32, 3, masks, "", Little32(0x80102030)));
+    Ok("qel four.bmp four.ppm && qel sixteen.bmp sixteen.ppm && qel alpha.bmp alpha.pam");
+    EXPECT_EQ(ReadFile(Path("four.ppm")),
+              std::string("P6\n3 2\n255\n\xFF\0\0\0\xFF\0\0\0\xFF\0\0\xFF\0\xFF\0\xFF\0\0", 29));
+    EXPECT_EQ(ReadFile(Path("sixteen.ppm")),
+              std::string("P6\n2 2\n255\n\xFF\0\0\0\xFF\0\0\0\x83\xFF\xFF\xFF", 23));
+    EXPECT_EQ(PamSamples("alpha.pam"), "\x10\x20\x30\x80");
+    // Compressed pixels and a palette cut short are refused.
+    WriteFile(Path("rle.bmp"), Bmp(2, 2, 8, 1, "", palette, std::string(8, '\0')));
+    ExpectRefused("rle.bmp", "compressed BMP (RLE, JPEG or PNG inside) is not supported");
+    WriteFile(Path("short.bmp"), Bmp(3, 2, 4, 0, "", palette, "").substr(0, 60));
+    ExpectRefused("short.bmp", "truncated BMP");
+}
+
+TEST_F(QelFiles, GreyAndBilevelResultsKeepTheirLayout) {
+    // threshold gives 8-bit 0/255; the PBM holds it as 1 bit, read back as 1-bit.
+    Ok("qel sample resample 9x5 grey.pgm && qel grey.pgm g.png && qel grey.pgm threshold 100 b.pbm && "
+       "qel b.pbm b.png");
+    const std::string grey = ReadFile(Path("g.png")), bilevel = ReadFile(Path("b.png"));
+    ASSERT_GT(bilevel.size(), 26u);
+    EXPECT_EQ(int(grey[24]), 8);  // bit depth
+    EXPECT_EQ(int(grey[25]), 0);  // colour type: grey
+    EXPECT_EQ(int(bilevel[24]), 1);
+    EXPECT_EQ(int(bilevel[25]), 0);
+    EXPECT_EQ(ReadFile(Path("b.pbm")).substr(0, 7), "P4\n9 5\n");
+    EXPECT_EQ(ReadFile(Path("b.pbm")).size(), 7u + 2 * 5);
+}
+
+TEST_F(QelFiles, TiffPagesAndGifFrames) {
+    WriteFile(Path("pages.tif"), GreyTiffPages(3, 4));
+    Ok("qel pages.tif[2] p2.pgm && qel pages.tif p0.pgm");
+    EXPECT_EQ(ReadFile(Path("p2.pgm")), std::string("P5\n4 1\n255\n") + "\x20\x21\x22\x23");
+    EXPECT_EQ(ReadFile(Path("p0.pgm")), std::string("P5\n4 1\n255\n") + std::string("\x00\x01\x02\x03", 4));
+    ExpectRefused("pages.tif[3]", "no page 3 (the file has 3, counted from 0)");
+    const Outcome info = Shell("qel info pages.tif");
+    EXPECT_EQ(info.out,
+              "pages.tif: TIFF 4x1, 8 bits per sample, read as 8-bit MONO, no palette, no alpha, orientation 1, "
+              "no ICC profile, 3 pages\n");
+}
+
+TEST_F(QelFiles, SixteenBitSamplesAreReducedWithANote) {
+    WriteFile(Path("deep.png"), Grey16Png(3, 2));
+    Outcome outcome = Shell("qel deep.png out.pgm");
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "qel: deep.png: 16-bit samples read as 8-bit (the module works on 8-bit channels)\n");
+    // The high byte, rounded by the low one: 0x0000 0x1234 0x2468 / 0x0101 0x1335 0x2569.
+    EXPECT_EQ(ReadFile(Path("out.pgm")), std::string("P5\n3 2\n255\n") + std::string("\x00\x12\x24\x01\x13\x25", 6));
+    outcome = Shell("qel deep.png --quiet out.pgm");
+    EXPECT_EQ(outcome.err, "");
+}
+
+// A 3x2 grey image 1 2 3 / 4 5 6 stored with each EXIF orientation comes
+// out as a viewer shows it.
+TEST_F(QelFiles, ExifOrientationTurnsThePixels) {
+    WriteFile(Path("src.pgm"), std::string("P5\n3 2\n255\n") + "\x01\x02\x03\x04\x05\x06");
+    Ok("qel src.pgm plain.png");
+    const std::string plain = ReadFile(Path("plain.png"));
+    const struct {
+        int orientation;
+        const char* expected;
+    } cases[] = {
+        {1, "P5\n3 2\n255\n\x01\x02\x03\x04\x05\x06"}, {2, "P5\n3 2\n255\n\x03\x02\x01\x06\x05\x04"},
+        {3, "P5\n3 2\n255\n\x06\x05\x04\x03\x02\x01"}, {4, "P5\n3 2\n255\n\x04\x05\x06\x01\x02\x03"},
+        {5, "P5\n2 3\n255\n\x01\x04\x02\x05\x03\x06"}, {6, "P5\n2 3\n255\n\x04\x01\x05\x02\x06\x03"},
+        {7, "P5\n2 3\n255\n\x06\x03\x05\x02\x04\x01"}, {8, "P5\n2 3\n255\n\x03\x06\x02\x05\x01\x04"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.orientation);
+        WriteFile(Path("o.png"), WithPngChunk(plain, PngChunk("eXIf", ExifWithOrientation(c.orientation))));
+        Ok("qel o.png out.pgm && qel o.png --no-autorotate kept.pgm && qel o.png turned.png");
+        EXPECT_EQ(ReadFile(Path("out.pgm")), c.expected);
+        EXPECT_EQ(ReadFile(Path("kept.pgm")), "P5\n3 2\n255\n\x01\x02\x03\x04\x05\x06");
+        // The written file shows the same way: its orientation is reset.
+        Ok("qel turned.png again.pgm");
+        EXPECT_EQ(ReadFile(Path("again.pgm")), c.expected);
+    }
+}
+
+TEST_F(QelFiles, JpegMetadataSurvivesAChain) {
+    Ok("qel sample resample 40x20 plain.jpg");
+    const std::string profile = IccProfile();
+    const std::string xmp = "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\"/>";
+    std::string jpeg = ReadFile(Path("plain.jpg"));
+    jpeg = WithJpegSegment(jpeg, 0xE2, std::string("ICC_PROFILE\0\x01\x01", 14) + profile);
+    jpeg = WithJpegSegment(jpeg, 0xE1, std::string("http://ns.adobe.com/xap/1.0/\0", 29) + xmp);
+    jpeg = WithJpegSegment(jpeg, 0xE1, std::string("Exif\0\0", 6) + ExifWithOrientation(6));
+    WriteFile(Path("phone.jpg"), jpeg);
+    Ok("qel phone.jpg blur out.jpg && qel phone.jpg blur out.png && qel phone.jpg out.tif && qel phone.jpg out.webp "
+       "&& qel phone.jpg --no-autorotate kept.jpg");
+    const Outcome info = Shell("qel info phone.jpg out.jpg out.png out.tif out.webp kept.jpg --json");
+    EXPECT_EQ(info.status, 0) << info.err;
+    const char* facts = ", \"bits_per_sample\": 8, \"bit_count\": 24, \"colour_model\": \"BGR\", \"palette\": 0, "
+                        "\"alpha\": false, \"orientation\": ";
+    auto line = [&](const char* file, const char* format, const char* size, int orientation, const char* blocks) {
+        return std::string("  {\"file\": \"") + file + "\", \"format\": \"" + format + "\", " + size + facts +
+               std::to_string(orientation) + ", \"icc_bytes\": 544, " + blocks + ", \"pages\": 1}";
+    };
+    const char* wide = "\"width\": 40, \"height\": 20";
+    const char* tall = "\"width\": 20, \"height\": 40";
+    const char* all = "\"exif_bytes\": 26, \"xmp_bytes\": 37";
+    EXPECT_EQ(info.out, "[\n" + line("phone.jpg", "JPEG", wide, 6, all) + ",\n" + line("out.jpg", "JPEG", tall, 1, all) +
+                            ",\n" + line("out.png", "PNG", tall, 1, all) + ",\n" +
+                            line("out.tif", "TIFF", tall, 1, "\"exif_bytes\": 0, \"xmp_bytes\": 37") + ",\n" +
+                            line("out.webp", "WebP", tall, 1, all) + ",\n" + line("kept.jpg", "JPEG", wide, 6, all) +
+                            "\n]\n");
+    // The profile is carried byte for byte.
+    EXPECT_NE(ReadFile(Path("out.jpg")).find(profile), std::string::npos);
+}
+
+TEST_F(QelFiles, PipesGiveTheSameBytesAsFiles) {
+    Ok("qel sample resample 50x30 in.png && qel in.png median 3 file.png");
+    Ok("cat in.png | qel - median 3 --format png - > piped.png");
+    EXPECT_EQ(ReadFile(Path("piped.png")), ReadFile(Path("file.png")));
+    Ok("cat in.png | qel /dev/stdin median 3 devstdin.png");
+    EXPECT_EQ(ReadFile(Path("devstdin.png")), ReadFile(Path("file.png")));
+    const Outcome outcome = Shell("qel in.png -");
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.err, "qel: say the format of standard output with --format (png, jpg, tif, webp, ...)\n");
+    EXPECT_EQ(outcome.out, "");
+}
+
+TEST_F(QelFiles, BatchWritesEveryGoodFileAndNamesTheBadOne) {
+    Ok("mkdir in && for i in $(seq 1 40); do qel sample resample $((20 + i))x17 in/f$i.png || exit 1; done");
+    WriteFile(Path("in/f17.png"), ReadFile(Path("in/f17.png")).substr(0, 90));
+    const Outcome outcome = Shell("qel batch in/*.png -o out -j 2 -- median 3 rotate 90");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err.rfind("qel: in/f17.png: corrupt or truncated PNG", 0), 0u) << outcome.err;
+    EXPECT_NE(outcome.err.find("\nqel: 39 of 40 files written to out, 1 failed in "), std::string::npos) << outcome.err;
+    EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 2) << outcome.err;
+    const std::vector<std::string> written = Listing("out");
+    EXPECT_EQ(written.size(), 39u);
+    EXPECT_EQ(std::count(written.begin(), written.end(), "f17.png"), 0);
+    for (int i : {1, 16, 18, 40}) {
+        const std::string name = "f" + std::to_string(i) + ".png";
+        Ok("qel in/" + name + " median 3 rotate 90 single.png");
+        EXPECT_EQ(ReadFile(Path("out/" + name)), ReadFile(Path("single.png"))) << name;
+    }
+}
+
+TEST_F(QelFiles, BatchWithNoiseRunsAsSingleRunsDo) {
+    Ok("qel sample resample 20x10 a.png && qel sample resample 30x10 b.png && qel b.png noise 30 single.png");
+    const Outcome outcome = Shell("qel batch a.png b.png -o out --format png -j 2 -- noise 30");
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err.rfind("qel: noise and jitter share one random sequence", 0), 0u) << outcome.err;
+    EXPECT_EQ(ReadFile(Path("out/b.png")), ReadFile(Path("single.png")));
+    for (const char* wrong : {"a.png -o out", "a.png -- blur", "a.png -o out -- blur -j 2", "a.png b.png/a.png -o out -- blur"}) {
+        const Outcome refused = Shell(std::string("qel batch ") + wrong);
+        EXPECT_EQ(refused.status, 2) << wrong;
+        EXPECT_EQ(refused.err.rfind("qel: batch: ", 0), 0u) << refused.err;
+    }
+}
+
+TEST_F(QelFiles, InfoDescribesEachFile) {
+    Ok("qel sample resample 8x6 c.png && qel sample resample 8x6 g.pgm && qel g.pgm threshold 100 b.gif");
+    const Outcome outcome = Shell("qel info c.png g.pgm b.gif missing.png");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out,
+              "c.png: PNG 8x6, 8 bits per sample, read as 32-bit ARGB, no palette, alpha, orientation 1, no ICC profile\n"
+              "g.pgm: netpbm 8x6, 8 bits per sample, read as 8-bit MONO, no palette, no alpha, orientation 1, no ICC "
+              "profile\n"
+              "b.gif: GIF 8x6, 8 bits per sample, read as 8-bit MONO, palette of 2, no alpha, orientation 1, no ICC "
+              "profile\n");
+    EXPECT_EQ(outcome.err, "qel: missing.png: cannot open: No such file or directory\n");
+}
+
+// Every new reader refuses damaged and hostile files with one line.
+TEST_F(QelFiles, HostileFilesAreRefusedWithOneLine) {
+    Ok("qel sample resample 64x48 good.tif && qel sample resample 64x48 good.webp && "
+       "qel sample resample 64x48 good.gif && qel sample resample 64x48 good.bmp");
+    for (const char* format : {"tif", "webp", "gif", "bmp"}) {
+        SCOPED_TRACE(format);
+        const std::string good = ReadFile(Path(std::string("good.") + format));
+        WriteFile(Path(std::string("cut.") + format), good.substr(0, good.size() / 2));
+        const Outcome cut = Shell(std::string("qel cut.") + format + " out.png");
+        EXPECT_EQ(cut.status, 1) << cut.err;
+        EXPECT_EQ(cut.err.rfind(std::string("qel: cut.") + format + ": ", 0), 0u) << cut.err;
+        EXPECT_EQ(std::count(cut.err.begin(), cut.err.end(), '\n'), 1) << cut.err;
+        // A file that starts like the format and then is nonsense.
+        std::string mangled = good.substr(0, 4) + std::string(200, '\xA5');
+        WriteFile(Path(std::string("bad.") + format), mangled);
+        const Outcome bad = Shell(std::string("qel bad.") + format + " out.png");
+        EXPECT_EQ(bad.status, 1) << bad.err;
+        EXPECT_EQ(std::count(bad.err.begin(), bad.err.end(), '\n'), 1) << bad.err;
+    }
+    // Sizes far beyond memory, refused before any pixel memory is asked for.
+    WriteFile(Path("huge.tif"), GreyTiffPages(1, 4000000u, 4000000u, false));
+    ExpectRefused("huge.tif", "image 4000000x4000000 is above the pixel limit 268435456");
+    WriteFile(Path("huge.gif"), std::string("GIF89a") + Little16(65535) + Little16(65535) + std::string("\0\0\0;", 4));
+    ExpectRefused("huge.gif", "image 65535x65535 is above the pixel limit 268435456");
+    std::string bmp = ReadFile(Path("good.bmp"));
+    bmp.replace(18, 8, Little32(1u << 30) + Little32(1u << 20));
+    WriteFile(Path("huge.bmp"), bmp);
+    ExpectRefused("huge.bmp", "image 1073741824x1048576 is above the pixel limit 268435456");
+    // A small file asking for many pixels, against a lower limit.
+    ExpectRefused("good.webp", "image 64x48 is above the pixel limit 3000", "--max-pixels 3000");
+    ExpectRefused("good.gif", "image 64x48 is above the pixel limit 3000", "--max-pixels 3000");
+}
+
+}  // namespace
