@@ -183,16 +183,17 @@ TEST_F(QelFiles, LosslessFormatsKeepEveryPixel) {
         SCOPED_TRACE(format);
         Ok(std::string("qel grey.pgm g.") + format + " && qel g." + format + " back.pgm");
         EXPECT_EQ(ReadFile(Path("back.pgm")), ReadFile(Path("grey.pgm")));
-        Ok(std::string("qel bilevel.pbm b.") + format + " && qel b." + format + " back.pbm");
+        Ok(std::string("qel bilevel.pbm --keep-depth b.") + format + " && qel b." + format +
+           " --keep-depth back.pbm");
         EXPECT_EQ(ReadFile(Path("back.pbm")), ReadFile(Path("bilevel.pbm")));
     }
     // GIF: up to 256 colours are kept exactly.
     Ok("qel sample resample 16x12 few.ppm && qel few.ppm f.gif && qel f.gif back.ppm");
     EXPECT_EQ(ReadFile(Path("back.ppm")), ReadFile(Path("few.ppm")));
-    // The GIF's palette image keeps its palette through TIFF and BMP.
+    // With --keep-palette, the GIF's palette image keeps its palette through TIFF and BMP.
     for (const char* format : {"tif", "bmp", "png"}) {
         SCOPED_TRACE(format);
-        Ok(std::string("qel f.gif p.") + format + " && qel p." + format + " again.ppm");
+        Ok(std::string("qel f.gif --keep-palette p.") + format + " && qel p." + format + " again.ppm");
         EXPECT_EQ(ReadFile(Path("again.ppm")), ReadFile(Path("few.ppm")));
         const Outcome info = Shell(std::string("qel info p.") + format + " --json");
         EXPECT_NE(info.out.find("\"bit_count\": 8, \"colour_model\": \"MONO\", \"palette\": "), std::string::npos)
@@ -227,7 +228,7 @@ TEST_F(QelFiles, BmpVariantsReadAsStored) {
 TEST_F(QelFiles, GreyAndBilevelResultsKeepTheirLayout) {
     // threshold gives 8-bit 0/255; the PBM holds it as 1 bit, read back as 1-bit.
     Ok("qel sample resample 9x5 grey.pgm && qel grey.pgm g.png && qel grey.pgm threshold 100 b.pbm && "
-       "qel b.pbm b.png");
+       "qel b.pbm --keep-depth b.png");
     const std::string grey = ReadFile(Path("g.png")), bilevel = ReadFile(Path("b.png"));
     ASSERT_GT(bilevel.size(), 26u);
     EXPECT_EQ(int(grey[24]), 8);  // bit depth

@@ -300,7 +300,8 @@ int Chain(const std::vector<std::string>& words) {
         if (input.empty()) {
             input = word;
         } else if (OnlyGlobalOptionsFrom(words, i + 1) && options.output.empty() &&
-                   (word.find('.') != std::string::npos || steps.empty() || !LooksLikeValue(word))) {
+                   (word == "-" || word.find('.') != std::string::npos || steps.empty() ||
+                    !LooksLikeValue(word))) {
             options.output = word;
         } else if (OnlyGlobalOptionsFrom(words, i + 1) && word.find('.') != std::string::npos) {
             return UsageError("two output files: '" + options.output + "' and '" + word + "'");
