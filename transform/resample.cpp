@@ -66,9 +66,9 @@ void BoxAverage(const ImageView& source, const ImageView& dest, float xScale, fl
         for (int x = 0; x < dest.width; ++x)
             starts[x] = static_cast<ptrdiff_t>(ScaledIndex(x, xScale, source.width - blockWidth)) * kBytes;
     const bool halving = starts && blockWidth == 2 && blockHeight == 2;
-    const BoxLanes halvingLanes = halving && BlocksFollowEachOther(starts.get(), dest.width, kBytes)
-                                      ? BestBoxLanes()
-                                      : BoxLanes::Scalar;
+    const SimdTier halvingLanes = halving && BlocksFollowEachOther(starts.get(), dest.width, kBytes)
+                                      ? SimdTier::Avx512
+                                      : SimdTier::Scalar;
     for (int y = 0; y < dest.height; ++y) {
         const float sy = static_cast<float>(ScaledIndex(y, yScale, source.height - blockHeight));
         const unsigned char* blockRow = source.bits + SourceRowOffset(source, sy, blockHeight);
@@ -112,7 +112,7 @@ void ResampleInto(const ImageView& source, const ImageView& dest, int method, in
         else if (depth >= 8)
             BoxAverage<1>(source, dest, xScale, yScale);
     } else {
-        InterpolateGrid(source, dest, xScale, yScale, method, BestGridLanes());
+        InterpolateGrid(source, dest, xScale, yScale, method);
     }
 }
 

@@ -220,8 +220,6 @@ __attribute__((target("avx2"))) void DrawTurnedAvx2(const ImageView& source, con
 
 #undef QEL_AVX2
 
-const bool kHasAvx2 = __builtin_cpu_supports("avx2");
-
 using Avx2Drawer = void (*)(const ImageView&, const ImageView&, const TurnGeometry&);
 
 template <class Kernel>
@@ -235,7 +233,7 @@ Avx2Drawer ChooseDepths(int sourceBytes, int destBytes) {
 // kernels and depths, and sources whose byte offsets would not fit the
 // gather's 32-bit lanes.
 Avx2Drawer Avx2DrawerFor(const ImageView& source, const ImageView& dest, int method) {
-    if (!kHasAvx2 || (source.bitCount != 24 && source.bitCount != 32)) return nullptr;
+    if (source.bitCount != 24 && source.bitCount != 32) return nullptr;
     const int sourceBytes = source.bitCount / 8, destBytes = dest.bitCount == 32 ? 4 : 3;
     if (dest.bitCount != 32 && dest.bitCount != source.bitCount) return nullptr;
     const int64_t reach =
@@ -255,11 +253,9 @@ Avx2Drawer Avx2DrawerFor(const ImageView& source, const ImageView& dest, int met
 
 }  // namespace
 
-TurnLanes BestTurnLanes() { return kHasAvx2 ? TurnLanes::Avx2 : TurnLanes::Scalar; }
-
 void DrawTurned(const ImageView& source, const ImageView& dest, const TurnGeometry& turn, int method,
-                TurnLanes lanes) {
-    if (lanes == TurnLanes::Avx2) {
+                SimdTier widest) {
+    if (SimdRuns(SimdTier::Avx2, widest)) {
         if (const Avx2Drawer draw = Avx2DrawerFor(source, dest, method)) {
             draw(source, dest, turn);
             return;
