@@ -188,6 +188,11 @@ __attribute__((target("avx2"))) void DrawTurnedAvx2(const ImageView& source, con
                      ++tap, offset = _mm256_add_epi32(offset, _mm256_set1_epi32(kSourceBytes))) {
                     // Four bytes from each tap's first byte: a 24-bit tap's fourth
                     // byte belongs to the next tap or the pixel after the block.
+                    // qemu-x86_64 7.2 gets this gather wrong when the compiler puts
+                    // the offsets in ymm4: it reads every lane at `bits` (it takes
+                    // index register 4 for "no index", as in ordinary addressing),
+                    // so the bytes under an emulated AVX2 processor are wrong while
+                    // real ones give the scalar bytes. CI emulates no AVX2.
                     const __m256i pixel = _mm256_i32gather_epi32(bits, offset, 1);
                     const __m256 weight = Mul(columnWeights[tap], rowWeights[tapRow]);
                     blue = Add(blue, Mul(weight, _mm256_cvtepi32_ps(_mm256_and_si256(pixel, byteMask))));
