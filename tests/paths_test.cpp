@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <random>
 #include <string>
 
@@ -558,6 +559,8 @@ TEST(SimdCap, NamesLowerTheTierAndNothingElseChangesIt) {
     EXPECT_EQ(CapSimdTier(SimdTier::Avx2, ""), SimdTier::Avx2);
     EXPECT_EQ(CapSimdTier(SimdTier::Avx2, nullptr), SimdTier::Avx2);
     EXPECT_LE(ActiveSimdTier(), ProcessorSimdTier());
+    // CI compares this line with the tier it expects of the processor and cap.
+    std::printf("vector tier in use: %s\n", SimdTierName(ActiveSimdTier()));
 }
 
 }  // namespace
