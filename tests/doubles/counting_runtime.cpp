@@ -13,6 +13,10 @@ namespace {
 
 std::atomic<int> gLocatorReferences{0};
 std::wstring gPartsSet;  // "part:text;" for each SetPart, in order
+// The last locator made, so that one kept alive on purpose stays reachable
+// (leak checkers see it as held, not lost).
+class CountingLocator;
+CountingLocator* gLocator = nullptr;
 
 class PlainString final : public ICreatableString {
 public:
@@ -65,6 +69,7 @@ public:
         const int left = --gLocatorReferences;
         if (left == 0) {
             std::printf("string locator destroyed\n");
+            if (gLocator == this) gLocator = nullptr;
             delete this;
         }
         return static_cast<uint32_t>(left);
@@ -84,9 +89,9 @@ public:
 };
 
 QResult CreateLocator(void*, const IID*, void** object) {
-    auto* locator = new CountingLocator;
-    locator->AddRef();
-    *object = static_cast<IComponentString*>(locator);
+    gLocator = new CountingLocator;
+    gLocator->AddRef();
+    *object = static_cast<IComponentString*>(gLocator);
     return QEL_OK;
 }
 
