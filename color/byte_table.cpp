@@ -93,38 +93,22 @@ __attribute__((target("avx2"))) void LookupRowAvx2(unsigned char* row, size_t co
 }
 
 template <bool kKeepAlpha>
-void LookupRow(unsigned char* row, size_t count, const unsigned char table[256], TableLanes lanes) {
-    switch (lanes) {
-        case TableLanes::Avx512:
-            LookupRowAvx512<kKeepAlpha>(row, count, table);
-            break;
-        case TableLanes::Avx2:
-            LookupRowAvx2<kKeepAlpha>(row, count, table);
-            break;
-        default:
-            LookupRowScalar<kKeepAlpha>(row, count, table);
-            break;
-    }
+void LookupRow(unsigned char* row, size_t count, const unsigned char table[256], SimdTier lanes) {
+    if (lanes == SimdTier::Avx512)
+        LookupRowAvx512<kKeepAlpha>(row, count, table);
+    else if (lanes == SimdTier::Avx2)
+        LookupRowAvx2<kKeepAlpha>(row, count, table);
+    else
+        LookupRowScalar<kKeepAlpha>(row, count, table);
 }
-
-const TableLanes kBestTableLanes = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-                                           __builtin_cpu_supports("avx512vbmi")
-                                       ? TableLanes::Avx512
-                                   : __builtin_cpu_supports("avx2") ? TableLanes::Avx2
-                                                                    : TableLanes::Scalar;
 
 }  // namespace
 
-TableLanes BestTableLanes() { return kBestTableLanes; }
-
-bool SupportsTableLanes(TableLanes lanes) {
-    return lanes == TableLanes::Scalar || lanes == kBestTableLanes ||
-           (lanes == TableLanes::Avx2 && kBestTableLanes == TableLanes::Avx512);
-}
-
-void ApplyByteTable(const ImageView& image, const unsigned char table[256], TableLanes lanes) {
+void ApplyByteTable(const ImageView& image, const unsigned char table[256], SimdTier widest) {
     if (!HasPixels(image)) return;
-    if (!SupportsTableLanes(lanes)) lanes = TableLanes::Scalar;
+    const SimdTier lanes = SimdRuns(SimdTier::Avx512, widest) ? SimdTier::Avx512
+                           : SimdRuns(SimdTier::Avx2, widest) ? SimdTier::Avx2
+                                                              : SimdTier::Scalar;
     if (image.bitCount == 8 || image.bitCount == 24) {
         const size_t rowBytes = static_cast<size_t>(image.width) * static_cast<size_t>(image.bitCount / 8);
         for (int y = 0; y < image.height; ++y) LookupRow<false>(image.Row(y), rowBytes, table, lanes);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "image/cpu.h"
 #include "image/image_view.h"
 
 namespace color {
@@ -24,17 +25,11 @@ inline unsigned char ClampToByte(int64_t value) {
 // ---- Byte tables (Lut, Negative) -------------------------------------------
 // 8 bits: every pixel byte; 24 bits: all three bytes of every pixel; 32 bits:
 // the three colour bytes (alpha kept). Other bit counts are left alone.
-enum class TableLanes {
-    Scalar,  // one byte at a time
-    Avx2,    // 32 bytes a step: 16 byte shuffles over slices of the table
-    Avx512   // 64 bytes a step: two-table byte permutes (AVX-512 VBMI)
-};
-// The widest lanes this processor runs; SupportsTableLanes tells which others it can.
-TableLanes BestTableLanes();
-bool SupportsTableLanes(TableLanes lanes);
-// Lanes the processor lacks fall back to Scalar.
+// Rows run 64 bytes a step with AVX-512 VBMI two-table byte permutes, 32 with
+// AVX2 byte shuffles over slices of the table, or one byte at a time: the
+// widest that `widest` and the tier in use allow.
 void ApplyByteTable(const ImageView& image, const unsigned char table[256],
-                    TableLanes lanes = BestTableLanes());
+                    SimdTier widest = SimdTier::Avx512);
 void InvertColourBytes(const ImageView& image);
 
 // ---- Per-pixel colour maps (ShiftRGB, Threshold, Colorize) -----------------
@@ -133,15 +128,10 @@ private:
 // and bit count. 8 bits: a weighted sum of the pixel's byte and the two bytes
 // after it (so the last two pixels of a row read past its width); 24 and 32
 // bits: the channel mean in all three channels, alpha copied. Other bit counts
-// write nothing.
-enum class GreyLanes {
-    Scalar,  // one pixel at a time
-    Vector,  // 24 bits: eight pixels a step with SSSE3 byte shuffles; 32 bits: four with SSE2
-    Wide     // 24 bits: 32 pixels a step with AVX-512 VBMI byte permutes, then as Vector
-};
-// The widest lanes the processor has.
-GreyLanes BestGreyLanes();
-void WriteGreyInto(const ImageView& source, const ImageView& grey, GreyLanes lanes = BestGreyLanes());
+// write nothing. With SSSE3 allowed, 24 bits take eight pixels a step with
+// byte shuffles and 32 bits four; with AVX-512 allowed, 24 bits first take
+// 32 pixels a step with VBMI byte permutes.
+void WriteGreyInto(const ImageView& source, const ImageView& grey, SimdTier widest = SimdTier::Avx512);
 
 // ---- Alpha ------------------------------------------------------------------
 // Stores `alpha` in byte 3 of every 4-byte step of a 4 x width span per row,

@@ -136,20 +136,12 @@ __attribute__((target("ssse3"))) int GreyRow32Vector(const unsigned char* in, un
     return x;
 }
 
-const bool kHasSsse3 = __builtin_cpu_supports("ssse3");
-const bool kHasVbmi = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-                      __builtin_cpu_supports("avx512vbmi");
-
 }  // namespace
 
-GreyLanes BestGreyLanes() {
-    return kHasVbmi ? GreyLanes::Wide : kHasSsse3 ? GreyLanes::Vector : GreyLanes::Scalar;
-}
-
-void WriteGreyInto(const ImageView& source, const ImageView& grey, GreyLanes lanes) {
+void WriteGreyInto(const ImageView& source, const ImageView& grey, SimdTier widest) {
     if (!HasPixels(source)) return;
-    const bool wide = lanes == GreyLanes::Wide && kHasVbmi;
-    const bool vector = lanes != GreyLanes::Scalar && kHasSsse3;
+    const bool wide = SimdRuns(SimdTier::Avx512, widest);
+    const bool vector = SimdRuns(SimdTier::Ssse3, widest);
     switch (source.bitCount) {
         case 8:
             // The weights sum to 1024. Each pixel is mixed with the two bytes

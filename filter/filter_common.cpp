@@ -4,12 +4,6 @@
 #include "module/host_services.h"
 #include "module/iids.h"
 
-#if defined(__x86_64__)
-const bool kProcessorHasAvx2 = __builtin_cpu_supports("avx2");
-#else
-const bool kProcessorHasAvx2 = false;
-#endif
-
 QResult MakeFilterTarget(IQEL* source, DestinationRoad road, Writes writes, FilterTarget* target) {
     target->source = ReadImageView(source);
     if (road == DestinationRoad::ImageDIB) {

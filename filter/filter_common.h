@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstdint>
 
+#include "image/cpu.h"
 #include "image/image_view.h"
 #include "image/pixel.h"
 #include "qel/image.h"
@@ -39,10 +40,10 @@ QResult MakeFilterTarget(IQEL* source, DestinationRoad road, Writes writes, Filt
 // source through Assign and releases it. Always QEL_OK.
 QResult HandOverResult(IQEL* source, SmartPtr<IQELImage>* image, IQEL** result);
 
-// Which code runs: Fast takes the direct-buffer loops with their vector steps
-// where they apply, Plain the same loops in scalar code only, General computes
-// every pixel through the pixel helpers; Baseline is Fast without the wider
-// vectors chosen at run time, so tests reach both. All give the same bytes.
+// Which code runs: Fast takes the direct-buffer loops with the vector steps of
+// the tier in use, Baseline the same loops with the 16-byte steps at most,
+// Plain with none, General computes every pixel through the pixel helpers.
+// All give the same bytes.
 enum class FilterPath { Fast, Baseline, Plain, General };
 
 // A neighbour's colour: inside the image the pixel itself, anywhere outside it
@@ -148,18 +149,17 @@ void WithPixelKind(const ImageView& view, FilterPath path, Fn&& fn) {
     fn(AnyPixels{});
 }
 
-// Whether the processor runs the AVX2 steps; read once when the module loads.
-extern const bool kProcessorHasAvx2;
-
-// The vector steps a call on `path` may take: the 16-lane steps (Fast and
-// Baseline) and the AVX2 steps (Fast, on processors that have them).
+// The vector steps a call on `path` may take: the 16-lane steps (SSE2) and
+// the 32-lane ones (AVX2), each where the tier in use allows them.
 struct PathSteps {
     bool vector;
     bool wide;
 };
 inline PathSteps StepsOf(FilterPath path) {
-    return PathSteps{path == FilterPath::Fast || path == FilterPath::Baseline,
-                     path == FilterPath::Fast && kProcessorHasAvx2};
+    const SimdTier widest = path == FilterPath::Fast       ? SimdTier::Avx512
+                            : path == FilterPath::Baseline ? SimdTier::Sse2
+                                                           : SimdTier::Scalar;
+    return PathSteps{SimdRuns(SimdTier::Sse2, widest), SimdRuns(SimdTier::Avx2, widest)};
 }
 
 // Bytes per pixel of the depths with a direct fast path, 0 for the others.

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "image/cpu.h"
 #include "maths/maths.h"
 #include "maths/maths_kernels.h"
 #include "module/host_services.h"
@@ -28,6 +29,7 @@ size_t AddRowVector(unsigned char* out, const unsigned char* a, const unsigned c
     size_t i = 0;
 #if defined(__SSE2__)
     if constexpr (Rule != DivisorRule::kDivide) {
+        if (!SimdRuns(SimdTier::Sse2)) return 0;
         for (; i + 16 <= count; i += 16) {
             __m128i sum = _mm_adds_epu8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i)),
                                         _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i)));
@@ -205,8 +207,6 @@ __attribute__((target("avx2"))) size_t MixRowAvx2(unsigned char* out, const unsi
     return i;
 }
 
-const bool kHasAvx2 = __builtin_cpu_supports("avx2");
-
 }  // namespace
 #endif
 
@@ -214,11 +214,12 @@ size_t MixRowVector(unsigned char* out, const unsigned char* a, const unsigned c
                     const LinearMix& mix) {
     size_t done = 0;
 #if defined(__x86_64__)
-    if (kHasAvx2) done = MixRowAvx2(out, a, b, count, mix);
+    if (SimdRuns(SimdTier::Avx2)) done = MixRowAvx2(out, a, b, count, mix);
     out += done, a += done, b += done, count -= done;
 #endif
 #if defined(__SSE2__)
     size_t i = 0;
+    if (!SimdRuns(SimdTier::Sse2)) return done;
     // The same single-precision operations in the same order, four lanes at a
     // time: a x factorA + b x factorB, then + offset; max(v, 0) keeps v only
     // when v > 0 (a NaN gives 0), min(v, 255) only when v < 255, then truncation.

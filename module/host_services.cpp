@@ -109,12 +109,15 @@ ICreatableString* CREFString::CreateString() {
         QELCreateInstanceFn create =
             MODULECreateFunction(MakeREFString(kCollectionsModule), MakeREFString(kComponentStringName));
         if (create == nullptr) return nullptr;
-        SmartPtr<IComponentString> locator;
-        create(nullptr, &IID_IComponentString, locator.OutVoid());
-        if (!locator) return nullptr;
-        locator->SetPart(QEL_PART_MODULE, MakeREFString(kStringModuleName));
-        locator->SetPart(QEL_PART_COMPONENT, MakeREFString(kCreatableStringName));
-        gStringComponent = std::move(locator);
+        IComponentString* locator = nullptr;
+        create(nullptr, &IID_IComponentString, reinterpret_cast<void**>(&locator));
+        if (locator == nullptr) return nullptr;
+        // This locator lives as long as the process: the extra reference is
+        // never released, so the holder's release at unload leaves it alive.
+        locator->AddRef();
+        gStringComponent.Reset(locator);
+        gStringComponent->SetPart(QEL_PART_MODULE, MakeREFString(kStringModuleName));
+        gStringComponent->SetPart(QEL_PART_COMPONENT, MakeREFString(kCreatableStringName));
     }
     ICreatableString* text = nullptr;
     gStringComponent->CreateInstance(&IID_ICreatableString, reinterpret_cast<void**>(&text));

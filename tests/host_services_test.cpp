@@ -4,12 +4,14 @@
 // each case runs in a child process of its own.
 #include "module/host_services.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <string>
@@ -175,6 +177,33 @@ TEST(CreateImageDIB, ResolvesTheLocatorOnceOrFindsTheRuntimeByTheFolderRule) {
     });
     EXPECT_EQ(alone.exitCode, 0) << alone.output;
     EXPECT_EQ(alone.output, "");
+}
+
+// The string locator made through the folder rule is kept for the life of the
+// process: besides the holder's reference it takes one that is never
+// released, so the holder's release at exit leaves it alive. The stand-in
+// collections module in tests/counting_runtime counts the locator's
+// references and records its parts.
+TEST(CreateString, FallbackLocatorTookNoReferenceOfItsOwn) {
+    const std::string folder = BuildFolder() + "/tests/counting_runtime";
+    const ChildResult result = RunInChild([&] {
+        if (chdir(folder.c_str()) != 0) return 10;
+        SmartPtr<ICreatableString> first(CREFString::CreateString());
+        if (!first) return 11;
+        void* runtime = dlopen("./_binLIN64/CollectionsEx.so", RTLD_NOW | RTLD_NOLOAD);
+        auto references = reinterpret_cast<int (*)()>(dlsym(runtime, "CountingLocatorReferences"));
+        auto parts = reinterpret_cast<const wchar_t* (*)()>(dlsym(runtime, "CountingLocatorParts"));
+        if (references == nullptr || parts == nullptr) return 12;
+        std::printf("after the first string: %d\n", references());
+        SmartPtr<ICreatableString> second(CREFString::CreateString());
+        std::printf("after the second: %d, parts %ls\n", references(), parts());
+        first.Reset();
+        second.Reset();
+        std::exit(0);  // static destructors run: the holder lets go of its reference
+    });
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_EQ(result.output,
+              "after the first string: 2\nafter the second: 2, parts 4:Collections;1:CreatableString;\n");
 }
 
 }  // namespace

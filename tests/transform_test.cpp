@@ -216,6 +216,32 @@ TEST(Resample, CopiesNearestPixelsAndAveragesTruncatedBlocks) {
     EXPECT_EQ(result, reinterpret_cast<IQEL*>(0x1));
 }
 
+// Box averaging of 4- and 1-bit images reads and writes one byte per pixel,
+// as at 8 bits; it used to leave them unwritten. Source byte i of row r is
+// 10 r + i (4 bits) or 1 + 16 r + i (1 bit), padding included. The 4-bit
+// source's 12-byte rows hold every byte its blocks read; the 1-bit source's
+// last row ends after 2 bytes, so the bytes past it read as 0. Writes land in
+// the destination's memory (row padding, the next rows' bytes, which later
+// rows write again) and are dropped past the last row's pixel bytes.
+TEST(Resample, BoxAveragingLeftPackedDepthsUnwritten) {
+    auto resampleMemory = [](int width, int height, int bitCount, int padding, int value0, int rowStep,
+                             int newWidth, int newHeight) {
+        Owned source(BufferImage::Make(width, height, bitCount, QEL_MODEL_MONO, padding));
+        for (int y = 0; y < height; ++y)
+            for (int i = 0; i < source->Stride(); ++i)
+                source->Row(y)[i] = static_cast<unsigned char>(value0 + rowStep * y + i);
+        SmartPtr<IQEL> out = Resampled(source.Get(), newWidth, newHeight, 1);
+        EXPECT_TRUE(source->GuardsIntact());
+        const qel::Pixels p = qel::PixelsOf(out.Get());
+        return Bytes(p.Row(0), p.Row(0) + static_cast<ptrdiff_t>(p.stride) * p.height);
+    };
+    // 8 x 7 to 4 x 3: 2 x 2 blocks from rows 0, 2 and 4; (40 row + 8 x + 22) / 4.
+    EXPECT_EQ(resampleMemory(8, 7, 4, 8, 0, 10, 4, 3), (Bytes{5, 7, 9, 11, 25, 27, 29, 31, 45, 47, 0, 0}));
+    // 16 x 4 to 8 x 2 (4-byte rows): everything past byte 4, the last row's
+    // one pixel byte, is dropped; (33 + 34 + 49 + 50) / 4 = 41.
+    EXPECT_EQ(resampleMemory(16, 4, 1, 12, 1, 16, 8, 2), (Bytes{9, 11, 13, 15, 41, 0, 0, 0}));
+}
+
 // Kernel interpolation samples at aligned pixel centres; the per-column
 // weights must give the bytes of sampling each point on its own.
 TEST(Resample, KernelInterpolationMatchesPointSampling) {

@@ -77,11 +77,7 @@ __attribute__((target("ssse3"))) int HalveRowSsse3(const unsigned char* top, con
     return x;
 }
 
-const bool kHasSsse3 = __builtin_cpu_supports("ssse3");
-
 }  // namespace
-
-BoxLanes BestBoxLanes() { return kHasSsse3 ? BoxLanes::Ssse3 : BoxLanes::Scalar; }
 
 bool BlocksFollowEachOther(const ptrdiff_t* starts, int width, int bytes) {
     for (int x = 0; x < width; ++x)
@@ -90,10 +86,9 @@ bool BlocksFollowEachOther(const ptrdiff_t* starts, int width, int bytes) {
 }
 
 void HalveRow(const unsigned char* top, const unsigned char* bottom, const ptrdiff_t* starts,
-              unsigned char* out, int width, int bytes, BoxLanes lanes) {
+              unsigned char* out, int width, int bytes, SimdTier widest) {
     int done = 0;
-    if (lanes == BoxLanes::Ssse3 && kHasSsse3 && bytes != 4)
-        done = HalveRowSsse3(top, bottom, out, width, bytes);
+    if (bytes != 4 && SimdRuns(SimdTier::Ssse3, widest)) done = HalveRowSsse3(top, bottom, out, width, bytes);
     if (bytes == 4)
         HalveRowScalar<4>(top, bottom, starts, out, done, width);
     else if (bytes == 3)

@@ -4,21 +4,16 @@
 
 #include <cstddef>
 
-enum class BoxLanes {
-    Scalar,  // one pixel at a time
-    Ssse3    // 24 output bytes a step, for blocks that follow each other in the row
-};
-
-// Ssse3 where the processor has it, else Scalar.
-BoxLanes BestBoxLanes();
+#include "image/cpu.h"
 
 // Writes `width` output pixels of `bytes` (1, 3 or 4) bytes: channel c of
 // pixel x averages the bytes c and c + bytes at top + starts[x] and at
 // bottom + starts[x]. One-byte pixels write one channel, the others three
-// (a fourth byte is left alone). Ssse3 covers 1- and 3-byte pixels and may be
-// asked for only where BlocksFollowEachOther; Scalar runs the rest.
+// (a fourth byte is left alone). Where `widest` and the tier in use allow
+// SSSE3, 1- and 3-byte pixels take 24 output bytes a step: allowed only where
+// BlocksFollowEachOther; the scalar loop runs the rest.
 void HalveRow(const unsigned char* top, const unsigned char* bottom, const ptrdiff_t* starts,
-              unsigned char* out, int width, int bytes, BoxLanes lanes);
+              unsigned char* out, int width, int bytes, SimdTier widest);
 
 // True when starts[x] == 2 * x * bytes for every x < width.
 bool BlocksFollowEachOther(const ptrdiff_t* starts, int width, int bytes);

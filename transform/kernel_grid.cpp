@@ -167,11 +167,9 @@ void SumGroupsAvx2(const InteriorRow<4>& row) { SumRow(row); }
 void SumGroupsAvx2(const InteriorRow<12>& row) { SumRow(row); }
 
 #pragma GCC pop_options
-const bool kHasAvx2 = __builtin_cpu_supports("avx2");
 #else
 void SumGroupsAvx2(const InteriorRow<4>&) {}
 void SumGroupsAvx2(const InteriorRow<12>&) {}
-constexpr bool kHasAvx2 = false;
 #endif
 
 // A source row as blue, green, red, alpha floats; 24-bit rows get alpha 0.
@@ -440,10 +438,8 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
 
 }  // namespace
 
-GridLanes BestGridLanes() { return kHasAvx2 ? GridLanes::Avx2 : GridLanes::Scalar; }
-
 void InterpolateGrid(const ImageView& source, const ImageView& dest, float xScale, float yScale, int method,
-                     GridLanes lanes) {
+                     SimdTier widest) {
     const InterpolatingSampler sampler(source.bits, source.width, source.height, source.stride, method,
                                        source.bitCount);
     // The kernel weights of a column (and of a row) are the same for every
@@ -456,7 +452,7 @@ void InterpolateGrid(const ImageView& source, const ImageView& dest, float xScal
                 sampler.ComputeAxis((static_cast<float>(x) + 0.5f) * xScale - 0.5f, &columns[x]);
     }
     const bool wholeBytes = source.bitCount == 24 || source.bitCount == 32;
-    if (columns && wholeBytes && lanes == GridLanes::Avx2 && kHasAvx2) {
+    if (columns && wholeBytes && SimdRuns(SimdTier::Avx2, widest)) {
         if (method == 5 ? InterpolateInterior<12>(sampler, columns.get(), source, dest, yScale)
                         : InterpolateInterior<4>(sampler, columns.get(), source, dest, yScale))
             return;

@@ -2,20 +2,14 @@
 // the 4x4 kernels and the 12x12 windowed sinc.
 #pragma once
 
+#include "image/cpu.h"
 #include "image/image_view.h"
 
-// How 24- and 32-bit images are summed. Both give the same
-// bytes: the vector lanes run over output pixels and channels, never over
-// the taps of one sum, so each channel adds its terms in the same order.
-enum class GridLanes {
-    Scalar,  // one pixel at a time, the sampler's own loop
-    Avx2     // eight pixels at a time, two pixels' four channels a register
-};
-
-// Avx2 where the processor has it, else Scalar.
-GridLanes BestGridLanes();
-
 // Fills `dest` with samples of `source` at the positions of the destination's
-// pixel centres: (x + 0.5) * xScale - 0.5, and the same for y.
+// pixel centres: (x + 0.5) * xScale - 0.5, and the same for y. Where `widest`
+// and the tier in use allow AVX2, 24- and 32-bit images are summed eight
+// pixels at a time, two pixels' four channels a register; the lanes run over
+// pixels and channels, never over the taps of one sum, so each channel adds
+// its terms in the sampler's order and the bytes are the same.
 void InterpolateGrid(const ImageView& source, const ImageView& dest, float xScale, float yScale, int method,
-                     GridLanes lanes);  // Avx2 falls back to Scalar without AVX2
+                     SimdTier widest = SimdTier::Avx512);

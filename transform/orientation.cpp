@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "image/cpu.h"
 #include "image/image_view.h"
 #include "module/host_services.h"
 #include "transform/image_transform.h"
@@ -50,13 +51,11 @@ __attribute__((target("ssse3"))) int MirrorRow24Ssse3(const unsigned char* row, 
     return x;
 }
 
-const bool kHasSsse3 = __builtin_cpu_supports("ssse3");
-
 template <int kBytes>
 void MirrorRows(const ImageView& source, const ImageView& dest) {
+    const bool shuffles = kBytes == 3 && SimdRuns(SimdTier::Ssse3);
     for (int y = 0; y < source.height; ++y) {
-        const int done =
-            kBytes == 3 && kHasSsse3 ? MirrorRow24Ssse3(source.Row(y), dest.Row(y), source.width) : 0;
+        const int done = shuffles ? MirrorRow24Ssse3(source.Row(y), dest.Row(y), source.width) : 0;
         const unsigned char* from = source.Row(y) + static_cast<ptrdiff_t>(source.width - 1 - done) * kBytes;
         unsigned char* to = dest.Row(y) + static_cast<ptrdiff_t>(done) * kBytes;
         for (int x = done; x < source.width; ++x, from -= kBytes, to += kBytes) std::memcpy(to, from, kBytes);

@@ -14,6 +14,7 @@
 #include <new>
 
 #include "image/image_view.h"
+#include "maths/rows.h"
 #include "module/host_services.h"
 #include "transform/box_rows.h"
 #include "transform/image_transform.h"
@@ -66,9 +67,9 @@ void BoxAverage(const ImageView& source, const ImageView& dest, float xScale, fl
         for (int x = 0; x < dest.width; ++x)
             starts[x] = static_cast<ptrdiff_t>(ScaledIndex(x, xScale, source.width - blockWidth)) * kBytes;
     const bool halving = starts && blockWidth == 2 && blockHeight == 2;
-    const BoxLanes halvingLanes = halving && BlocksFollowEachOther(starts.get(), dest.width, kBytes)
-                                      ? BestBoxLanes()
-                                      : BoxLanes::Scalar;
+    const SimdTier halvingLanes = halving && BlocksFollowEachOther(starts.get(), dest.width, kBytes)
+                                      ? SimdTier::Avx512
+                                      : SimdTier::Scalar;
     for (int y = 0; y < dest.height; ++y) {
         const float sy = static_cast<float>(ScaledIndex(y, yScale, source.height - blockHeight));
         const unsigned char* blockRow = source.bits + SourceRowOffset(source, sy, blockHeight);
@@ -92,6 +93,35 @@ void BoxAverage(const ImageView& source, const ImageView& dest, float xScale, fl
     }
 }
 
+// Bit counts below 8 are averaged one byte a pixel as well. A packed row
+// holds fewer bytes than pixels, so blocks and output pixels reach past a
+// row's pixel bytes: those inside the image's memory are used as they lie,
+// bytes beyond it read as 0 and writes beyond it are dropped, as the
+// arithmetic operations treat their planes.
+void BoxAveragePacked(const ImageView& source, const ImageView& dest, float xScale, float yScale) {
+    const MathsPlane from =
+        PlaneOf(source.bits, source.stride, ImageInfo{source.width, source.height, 1, source.bitCount, 0});
+    const MathsPlane to =
+        PlaneOf(dest.bits, dest.stride, ImageInfo{dest.width, dest.height, 1, dest.bitCount, 0});
+    const int blockWidth = static_cast<int>(xScale), blockHeight = static_cast<int>(yScale);
+    const unsigned int count = static_cast<unsigned int>(blockWidth) * static_cast<unsigned int>(blockHeight);
+    for (int y = 0; y < dest.height; ++y) {
+        const float sy = static_cast<float>(ScaledIndex(y, yScale, source.height - blockHeight));
+        const ptrdiff_t blockRow = SourceRowOffset(source, sy, blockHeight);
+        for (int x = 0; x < dest.width; ++x) {
+            const ptrdiff_t start = blockRow + ScaledIndex(x, xScale, source.width - blockWidth);
+            unsigned int sum = 0;
+            for (int r = 0; r < blockHeight; ++r)
+                for (int c = 0; c < blockWidth; ++c) {
+                    const ptrdiff_t at = start + static_cast<ptrdiff_t>(r) * source.stride + c;
+                    if (from.Holds(at, 1)) sum += source.bits[at];
+                }
+            const ptrdiff_t out = to.RowOffset(y) + x;
+            if (to.Holds(out, 1)) dest.bits[out] = static_cast<unsigned char>(sum / count);
+        }
+    }
+}
+
 void ResampleInto(const ImageView& source, const ImageView& dest, int method, int nearestOnly) {
     const float xScale = static_cast<float>(source.width) / static_cast<float>(dest.width);
     const float yScale = static_cast<float>(source.height) / static_cast<float>(dest.height);
@@ -103,16 +133,16 @@ void ResampleInto(const ImageView& source, const ImageView& dest, int method, in
         if (depth == 16) NearestCopy<2>(source, dest, xScale, yScale);
         if (depth == 8) NearestCopy<1>(source, dest, xScale, yScale);
     } else if (xScale >= 1.0f && yScale >= 1.0f && nearestOnly == 0) {
-        // One byte a pixel is only a whole pixel from 8 bits up; packed
-        // 1- and 4-bit rows would be read past their end.
         if (depth == 32)
             BoxAverage<4>(source, dest, xScale, yScale);
         else if (depth == 24)
             BoxAverage<3>(source, dest, xScale, yScale);
         else if (depth >= 8)
             BoxAverage<1>(source, dest, xScale, yScale);
+        else
+            BoxAveragePacked(source, dest, xScale, yScale);
     } else {
-        InterpolateGrid(source, dest, xScale, yScale, method, BestGridLanes());
+        InterpolateGrid(source, dest, xScale, yScale, method);
     }
 }
 

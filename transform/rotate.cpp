@@ -136,7 +136,7 @@ QResult CQELImageTransform::Rotate(IQEL* source, IQEL** result, int angle, int m
         turn.startX = frame.startX;
         turn.startY = frame.startY;
         turn.aboutCentre = keepSize != 0;
-        DrawTurned(from, to, turn, method, BestTurnLanes());
+        DrawTurned(from, to, turn, method);
     }
     *result = turned.Detach();
     return QEL_OK;

@@ -188,6 +188,11 @@ __attribute__((target("avx2"))) void DrawTurnedAvx2(const ImageView& source, con
                      ++tap, offset = _mm256_add_epi32(offset, _mm256_set1_epi32(kSourceBytes))) {
                     // Four bytes from each tap's first byte: a 24-bit tap's fourth
                     // byte belongs to the next tap or the pixel after the block.
+                    // qemu-x86_64 7.2 gets this gather wrong when the compiler puts
+                    // the offsets in ymm4: it reads every lane at `bits` (it takes
+                    // index register 4 for "no index", as in ordinary addressing),
+                    // so the bytes under an emulated AVX2 processor are wrong while
+                    // real ones give the scalar bytes. CI emulates no AVX2.
                     const __m256i pixel = _mm256_i32gather_epi32(bits, offset, 1);
                     const __m256 weight = Mul(columnWeights[tap], rowWeights[tapRow]);
                     blue = Add(blue, Mul(weight, _mm256_cvtepi32_ps(_mm256_and_si256(pixel, byteMask))));
@@ -220,8 +225,6 @@ __attribute__((target("avx2"))) void DrawTurnedAvx2(const ImageView& source, con
 
 #undef QEL_AVX2
 
-const bool kHasAvx2 = __builtin_cpu_supports("avx2");
-
 using Avx2Drawer = void (*)(const ImageView&, const ImageView&, const TurnGeometry&);
 
 template <class Kernel>
@@ -235,7 +238,7 @@ Avx2Drawer ChooseDepths(int sourceBytes, int destBytes) {
 // kernels and depths, and sources whose byte offsets would not fit the
 // gather's 32-bit lanes.
 Avx2Drawer Avx2DrawerFor(const ImageView& source, const ImageView& dest, int method) {
-    if (!kHasAvx2 || (source.bitCount != 24 && source.bitCount != 32)) return nullptr;
+    if (source.bitCount != 24 && source.bitCount != 32) return nullptr;
     const int sourceBytes = source.bitCount / 8, destBytes = dest.bitCount == 32 ? 4 : 3;
     if (dest.bitCount != 32 && dest.bitCount != source.bitCount) return nullptr;
     const int64_t reach =
@@ -255,11 +258,9 @@ Avx2Drawer Avx2DrawerFor(const ImageView& source, const ImageView& dest, int met
 
 }  // namespace
 
-TurnLanes BestTurnLanes() { return kHasAvx2 ? TurnLanes::Avx2 : TurnLanes::Scalar; }
-
 void DrawTurned(const ImageView& source, const ImageView& dest, const TurnGeometry& turn, int method,
-                TurnLanes lanes) {
-    if (lanes == TurnLanes::Avx2) {
+                SimdTier widest) {
+    if (SimdRuns(SimdTier::Avx2, widest)) {
         if (const Avx2Drawer draw = Avx2DrawerFor(source, dest, method)) {
             draw(source, dest, turn);
             return;

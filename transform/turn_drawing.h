@@ -2,6 +2,7 @@
 // back into the source, one pixel at a time or eight at a time with AVX2.
 #pragma once
 
+#include "image/cpu.h"
 #include "image/image_view.h"
 
 // The turn of one Rotate call: cosine and sine, where output pixel (0, 0) lies
@@ -12,19 +13,11 @@ struct TurnGeometry {
     bool aboutCentre = false;  // positions are shifted back by half the output size
 };
 
-// How the interior samples are summed. Both give the same bytes: the vector
-// lanes run over output pixels, never over the taps of one sum.
-enum class TurnLanes {
-    Scalar,  // the sampler, one pixel at a time
-    Avx2     // eight output pixels a step, for the cubic kernels of 24- and 32-bit sources
-};
-
-// Avx2 where the processor has it, else Scalar.
-TurnLanes BestTurnLanes();
-
 // Samples every output pixel whose source position lies more than three
 // pixels inside the left and top edges and short of four pixels from the
-// right and bottom ones; the others keep what `dest` holds. Avx2 falls back
-// to Scalar for the cases it does not cover.
+// right and bottom ones; the others keep what `dest` holds. Where `widest`
+// and the tier in use allow AVX2, the cubic kernels of 24- and 32-bit sources
+// take eight output pixels a step; the vector lanes run over output pixels,
+// never over the taps of one sum, so the bytes are the sampler's.
 void DrawTurned(const ImageView& source, const ImageView& dest, const TurnGeometry& turn, int method,
-                TurnLanes lanes);
+                SimdTier widest = SimdTier::Avx512);

@@ -8,8 +8,16 @@
 #include <initializer_list>
 #include <vector>
 
+#include "image/cpu.h"
 #include "image/pixel.h"
 #include "support/test_image.h"
+
+// Skips a lane test whose lanes the tier in use lacks, naming the tier; CI
+// reads these lines to prove that no tier it provides was skipped.
+#define QEL_NEEDS_TIER(tier)                           \
+    if (!SimdRuns(tier))                               \
+    GTEST_SKIP() << "needs the " << SimdTierName(tier) \
+                 << " tier (in use: " << SimdTierName(ActiveSimdTier()) << ")"
 
 namespace qeltest {
 

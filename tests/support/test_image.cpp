@@ -1,6 +1,9 @@
 // Test images and pixel helpers.
 #include "support/test_image.h"
 
+#include <unistd.h>
+
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <random>
@@ -10,8 +13,15 @@ namespace qeltest {
 qel::Host& TestHost() {
     static qel::Host* host = [] {
         auto* loaded = new qel::Host();
+        // By its absolute path: the loader takes a library opened under the
+        // same name for the one already loaded, and a test may open a
+        // stand-in from another folder as "./_binLIN64/CollectionsEx.so".
+        char folder[PATH_MAX];
+        const std::string modules = getcwd(folder, sizeof(folder)) != nullptr
+                                        ? std::string(folder) + "/_binLIN64"
+                                        : std::string("./_binLIN64");
         std::string error;
-        if (!loaded->Load("./_binLIN64", &error)) {
+        if (!loaded->Load(modules, &error)) {
             std::fprintf(stderr, "cannot load the module: %s\n", error.c_str());
             std::abort();
         }

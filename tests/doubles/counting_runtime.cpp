@@ -1,0 +1,111 @@
+// A stand-in for the collections module, loaded by the host services test
+// from a folder of its own: its one component, "ComponentString", makes a
+// string locator that counts its references, records the parts set on it and
+// makes plain strings. The test reads the count and the parts through the
+// two functions at the end.
+#include <atomic>
+#include <cstdio>
+#include <string>
+
+#include "qel/collections.h"
+
+namespace {
+
+std::atomic<int> gLocatorReferences{0};
+std::wstring gPartsSet;  // "part:text;" for each SetPart, in order
+// The last locator made, so that one kept alive on purpose stays reachable
+// (leak checkers see it as held, not lost).
+class CountingLocator;
+CountingLocator* gLocator = nullptr;
+
+class PlainString final : public ICreatableString {
+public:
+    QResult QueryInterface(const IID&, void** object) override {
+        AddRef();
+        *object = this;
+        return QEL_OK;
+    }
+    uint32_t AddRef() override { return ++refs_; }
+    uint32_t Release() override {
+        const uint32_t left = --refs_;
+        if (left == 0) delete this;
+        return left;
+    }
+    QResult GetString(tagREFString* text) override {
+        *text = tagREFString{text_.size(), text_.c_str()};
+        return QEL_OK;
+    }
+    QResult GetLength(int* length) override {
+        *length = static_cast<int>(text_.size());
+        return QEL_OK;
+    }
+    QResult AppendChars(int count, const wchar_t* characters) override {
+        text_.append(characters, static_cast<size_t>(count));
+        return QEL_OK;
+    }
+    QResult SetString(tagREFString text) override {
+        text_.assign(text.text, static_cast<size_t>(text.length));
+        return QEL_OK;
+    }
+    QResult Clear() override {
+        text_.clear();
+        return QEL_OK;
+    }
+
+private:
+    std::atomic<uint32_t> refs_{1};
+    std::wstring text_;
+};
+
+class CountingLocator final : public IComponentString {
+public:
+    QResult QueryInterface(const IID&, void** object) override {
+        AddRef();
+        *object = this;
+        return QEL_OK;
+    }
+    uint32_t AddRef() override { return static_cast<uint32_t>(++gLocatorReferences); }
+    uint32_t Release() override {
+        const int left = --gLocatorReferences;
+        if (left == 0) {
+            std::printf("string locator destroyed\n");
+            if (gLocator == this) gLocator = nullptr;
+            delete this;
+        }
+        return static_cast<uint32_t>(left);
+    }
+    QResult GetString(tagREFString*) override { return QEL_E_NOTIMPL; }
+    QResult GetLength(int*) override { return QEL_E_NOTIMPL; }
+    QResult CreateInstance(const IID*, void** object) override {
+        *object = static_cast<ICreatableString*>(new PlainString);
+        return QEL_OK;
+    }
+    QResult SetPart(int part, tagREFString text) override {
+        gPartsSet +=
+            std::to_wstring(part) + L":" + std::wstring(text.text, static_cast<size_t>(text.length)) + L";";
+        return QEL_OK;
+    }
+    QResult GetPart(int, tagREFString*) override { return QEL_E_NOTIMPL; }
+};
+
+QResult CreateLocator(void*, const IID*, void** object) {
+    gLocator = new CountingLocator;
+    gLocator->AddRef();
+    *object = static_cast<IComponentString*>(gLocator);
+    return QEL_OK;
+}
+
+}  // namespace
+
+#define COUNTING_EXPORT extern "C" __attribute__((visibility("default")))
+
+COUNTING_EXPORT QResult InitializeModule(void*, IComponentCollection*) { return QEL_OK; }
+
+COUNTING_EXPORT QResult CreateFunction(tagREFString name, QELCreateInstanceFn* out) {
+    const bool locator = std::wstring(name.text, static_cast<size_t>(name.length)) == L"ComponentString";
+    *out = locator ? &CreateLocator : nullptr;
+    return locator ? QEL_OK : QEL_E_NOTIMPL;
+}
+
+COUNTING_EXPORT int CountingLocatorReferences() { return gLocatorReferences; }
+COUNTING_EXPORT const wchar_t* CountingLocatorParts() { return gPartsSet.c_str(); }
