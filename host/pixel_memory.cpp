@@ -34,7 +34,9 @@ constexpr size_t kMaxKeptBytes = 256 * kMiB;
 // Room past the end that the sanitizer watches, so a block never ends exactly
 // where the mapping does.
 constexpr size_t kGuardBytes = 64;
+// What the sanitizer stage has malloc fill its blocks with, and how far.
 constexpr unsigned char kUnwrittenFill = 0xbe;
+constexpr size_t kMaxUnwrittenFillBytes = 64 * kMiB;
 #else
 constexpr size_t kGuardBytes = 0;
 #endif
@@ -174,7 +176,7 @@ unsigned char* AcquirePixelMemory(size_t bytes, bool zeroed) {
         if (reused) std::memset(memory, 0, bytes);
     } else {
 #if QELHOST_ADDRESS_SANITIZER
-        std::memset(memory, kUnwrittenFill, bytes);
+        std::memset(memory, kUnwrittenFill, bytes < kMaxUnwrittenFillBytes ? bytes : kMaxUnwrittenFillBytes);
 #endif
     }
     return memory;

@@ -91,10 +91,10 @@ TEST_F(PixelMemory, KeepsAtMostEightBlocksAndAQuarterGiBTheOldestGoingFirst) {
     EXPECT_EQ(AcquirePixelMemory(Mapping(2), false), blocks[8]);
     ReleasePixelMemory(blocks[8], Mapping(2));
 
-    // Untouched mappings cost address space only.
+    // Fresh mappings are zero already: untouched, they cost address space only.
     ReleaseKeptPixelMemory();
     std::vector<unsigned char*> big;
-    for (int n = 0; n < 3; ++n) big.push_back(AcquirePixelMemory(Mapping(100), false));
+    for (int n = 0; n < 3; ++n) big.push_back(AcquirePixelMemory(Mapping(100), true));
     for (unsigned char* block : big) ReleasePixelMemory(block, Mapping(100));
     EXPECT_EQ(Kept(), std::vector<size_t>({2, 200}));
     EXPECT_EQ(AcquirePixelMemory(Mapping(100), false), big[2]);
@@ -103,7 +103,7 @@ TEST_F(PixelMemory, KeepsAtMostEightBlocksAndAQuarterGiBTheOldestGoingFirst) {
     ReleasePixelMemory(big[1], Mapping(100));
     ReleasePixelMemory(big[2], Mapping(100));
 
-    unsigned char* huge = AcquirePixelMemory(Mapping(300), false);
+    unsigned char* huge = AcquirePixelMemory(Mapping(300), true);
     ReleasePixelMemory(huge, Mapping(300));
     EXPECT_EQ(Kept(), std::vector<size_t>({2, 200})) << "a block above the whole bound is given back";
     ReleaseKeptPixelMemory();
@@ -130,5 +130,20 @@ TEST_F(PixelMemory, ThreadsTakingAndKeepingBlocksNeverShareOne) {
     EXPECT_EQ(faults, std::vector<int>(4, 0));
     EXPECT_LE(KeptPixelMemoryNow().blocks, 4u);
 }
+
+#if defined(__SANITIZE_ADDRESS__)
+// A sanitized build still catches reads past an image's slack and reads of a
+// block after its image gave it back.
+TEST_F(PixelMemory, TheSanitizerSeesPastTheEndAndIntoKeptBlocks) {
+    const size_t bytes = Mapping(2);
+    unsigned char* block = AcquirePixelMemory(bytes, false);
+    EXPECT_EQ(block[0], 0xbe) << "unwritten bytes look as malloc's do under the sanitizer stage";
+    volatile unsigned char* past = block + bytes;
+    EXPECT_DEATH((void)*past, "use-after-poison");
+    ReleasePixelMemory(block, bytes);
+    volatile unsigned char* kept = block;
+    EXPECT_DEATH((void)*kept, "use-after-poison");
+}
+#endif
 
 }  // namespace
