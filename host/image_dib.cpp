@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/pixel_memory.h"
 #include "host/ref_counted.h"
 
 namespace qelhost {
@@ -54,8 +55,7 @@ public:
         block->planeBytes_ = planeBytes;
         block->planes_.reserve(static_cast<size_t>(planes));
         for (int plane = 0; plane < planes; ++plane) {
-            auto* bytes = static_cast<unsigned char*>(clearPixels ? std::calloc(planeBytes + kSlackBytes, 1)
-                                                                  : std::malloc(planeBytes + kSlackBytes));
+            unsigned char* bytes = AcquirePixelMemory(planeBytes + kSlackBytes, clearPixels);
             if (bytes == nullptr) {
                 block->Release();
                 return nullptr;
@@ -73,7 +73,7 @@ public:
         copy->planeBytes_ = planeBytes_;
         copy->planes_.reserve(planes_.size());
         for (const unsigned char* bytes : planes_) {
-            auto* duplicate = static_cast<unsigned char*>(std::malloc(planeBytes_ + kSlackBytes));
+            unsigned char* duplicate = AcquirePixelMemory(planeBytes_ + kSlackBytes, false);
             if (duplicate == nullptr) {
                 copy->Release();
                 return nullptr;
@@ -112,7 +112,7 @@ private:
         std::memset(bytes + planeBytes_, 0, kSlackBytes);
     }
     ~PixelBlock() {
-        for (unsigned char* bytes : planes_) std::free(bytes);
+        for (unsigned char* bytes : planes_) ReleasePixelMemory(bytes, planeBytes_ + kSlackBytes);
     }
 
     std::atomic<int> references_{1};

@@ -235,6 +235,43 @@ TEST(ImageDIB, CreateUninitialisedClearsOnlyPaddingAndSlack) {
     EXPECT_EQ(raw->CreateUninitialised(-1, 2, 1, 8, QEL_MODEL_MONO), QEL_E_INVALIDARG);
 }
 
+// Large images take blocks that earlier images gave back: Create still hands
+// out zeros, CreateUninitialised still clears padding and slack, and a copy
+// made for a sharing image holds the same bytes.
+TEST(ImageDIB, LargeImagesOnReusedBlocksKeepWhatCreatePromises) {
+    // 1001 pixels of 24 bits: 3003 bytes and one of padding per row, 1.2 MB.
+    const int width = 1001, height = 400, stride = 3004;
+    const size_t bytes = static_cast<size_t>(stride) * height + 16;
+    unsigned char* dirty = nullptr;
+    {
+        SmartPtr<IQELImageDIB> previous = NewImage(width, height, 24, QEL_MODEL_BGR);
+        dirty = qel::PixelsOf(previous.Get()).bits;
+        std::memset(dirty, 0xA5, bytes);
+    }
+    SmartPtr<IQELImageDIB> zeroed = NewImage(width, height, 24, QEL_MODEL_BGR);
+    ASSERT_EQ(qel::PixelsOf(zeroed.Get()).bits, dirty) << "the block given back is taken again";
+    for (size_t n = 0; n < bytes; ++n) ASSERT_EQ(dirty[n], 0) << "byte " << n;
+    std::memset(dirty, 0xA5, bytes);
+    zeroed.Reset();
+
+    SmartPtr<IQELImageDIB> raw = NewImage();
+    SmartPtr<IQELImageUninitialised> uninitialised =
+        QueryAs<IQELImageUninitialised>(raw.Get(), qel::iid::IQELImageUninitialised);
+    ASSERT_EQ(uninitialised->CreateUninitialised(width, height, 1, 24, QEL_MODEL_BGR), QEL_OK);
+    const qel::Pixels p = qel::PixelsOf(raw.Get());
+    ASSERT_EQ(p.bits, dirty);
+    for (int y = 0; y < height; ++y) ASSERT_EQ(p.Row(y)[3003], 0) << "padding of row " << y;
+    for (size_t n = bytes - 16; n < bytes; ++n) ASSERT_EQ(p.bits[n], 0) << "slack byte " << n;
+
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < 3003; ++x) p.Row(y)[x] = static_cast<unsigned char>(x * 7 + y);
+    SmartPtr<IQELImageDIB> copy = NewImage();
+    ASSERT_EQ(copy->Assign(raw.Get(), 0), QEL_OK);
+    EXPECT_NE(qel::PixelsOf(copy.Get()).bits, p.bits);
+    EXPECT_EQ(qeltest::PixelBytes(copy.Get()), qeltest::PixelBytes(raw.Get()));
+    EXPECT_EQ(std::memcmp(qel::PixelsOf(copy.Get()).bits, p.bits, bytes), 0) << "padding and slack too";
+}
+
 // Assign from another runtime image hands its pixel block over without a
 // copy; whichever image then asks for its bits gets a block of its own.
 TEST(ImageDIBSharing, AssignedImagesStayIndependent) {
@@ -310,6 +347,26 @@ TEST(ImageDIBSharing, ReadersOnSeveralThreadsAgreeOnTheBits) {
             EXPECT_EQ(slot.load()[100], 7);
         }
     }
+}
+
+// Large blocks go back to one shared store that threads take from at once;
+// no two live images may ever be handed the same block.
+TEST(ImageDIBSharing, ThreadsMakingLargeImagesGetBlocksOfTheirOwn) {
+    std::vector<std::thread> threads;
+    std::atomic<int> faults{0};
+    for (int t = 0; t < 3; ++t)
+        threads.emplace_back([t, &faults] {
+            for (int round = 0; round < 20; ++round) {
+                SmartPtr<IQELImageDIB> image = NewImage(1024, 512, 24 + t % 2 * 8, QEL_MODEL_BGR);
+                const qel::Pixels p = qel::PixelsOf(image.Get());
+                if (p.bits[0] != 0 || p.Row(511)[p.RowBytes() - 1] != 0) ++faults;
+                p.bits[0] = static_cast<unsigned char>(t + 1);
+                std::this_thread::yield();
+                if (p.bits[0] != t + 1) ++faults;
+            }
+        });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(faults.load(), 0);
 }
 
 TEST(RuntimeStrings, CreatableStringAppendsAndLocatorsResolve) {
