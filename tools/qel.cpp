@@ -142,9 +142,9 @@ SmartPtr<IQEL> LoadInput(const qel::Host& host, const std::string& name, long lo
 
 bool LoadHost(qel::Host* host) {
     std::string error;
-    if (host->Load(qel::DefaultModuleFolder(), &error)) return true;
+    if (host->Load(qel::FindModuleFolder(), &error)) return true;
     std::fprintf(stderr, "qel: cannot load the imaging module from %s: %s\n",
-                 qel::DefaultModuleFolder().c_str(), error.c_str());
+                 qel::FindModuleFolder().c_str(), error.c_str());
     return false;
 }
 
