@@ -56,11 +56,11 @@ file(MAKE_DIRECTORY ${QEL_DEBIAN_DOCS})
 file(COPY_FILE ${PROJECT_SOURCE_DIR}/cmake/debian/copyright ${QEL_DEBIAN_DOCS}/copyright ONLY_IF_DIFFERENT)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/debian/changelog.in ${QEL_DEBIAN_DOCS}/changelog @ONLY)
 # Debian wants the changelog compressed with no time stamp in it.
-add_custom_command(OUTPUT ${QEL_DEBIAN_DOCS}/changelog.Debian.gz
-  COMMAND ${QEL_GZIP} -9nc ${QEL_DEBIAN_DOCS}/changelog > ${QEL_DEBIAN_DOCS}/changelog.Debian.gz
+add_custom_command(OUTPUT ${QEL_DEBIAN_DOCS}/changelog.gz
+  COMMAND ${QEL_GZIP} -9nc ${QEL_DEBIAN_DOCS}/changelog > ${QEL_DEBIAN_DOCS}/changelog.gz
   DEPENDS ${QEL_DEBIAN_DOCS}/changelog)
-add_custom_target(qel_debian_docs ALL DEPENDS ${QEL_DEBIAN_DOCS}/changelog.Debian.gz)
-install(FILES ${QEL_DEBIAN_DOCS}/copyright ${QEL_DEBIAN_DOCS}/changelog.Debian.gz
+add_custom_target(qel_debian_docs ALL DEPENDS ${QEL_DEBIAN_DOCS}/changelog.gz)
+install(FILES ${QEL_DEBIAN_DOCS}/copyright ${QEL_DEBIAN_DOCS}/changelog.gz
         DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 set(CPACK_PACKAGE_NAME qelimaging)
@@ -77,6 +77,7 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 # Install with DESTDIR, so that files written while installing name /usr and
 # not the staging folder.
 set(CPACK_SET_DESTDIR ON)
+set(CPACK_INSTALL_PREFIX ${CPACK_PACKAGING_INSTALL_PREFIX})
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION graphics)
