@@ -48,15 +48,13 @@ inline bool HoldsModule(const std::string& folder) {
     return access((folder + "/QELImaging.so").c_str(), F_OK) == 0;
 }
 
-// The first folder that holds the module, in this order:
-//   1. `chosen` ($QEL_MODULE_DIR) when not empty, whether or not it holds it:
-//      the user asked for that one;
-//   2. <executableFolder>/_binLIN64 (the build tree);
-//   3. <executableFolder>/<relative>, for a program installed with the module
-//      ("../lib/qelimaging" from bin/);
-//   4. `installed`, the folder of the installation the host was built against.
-// When none holds it, `installed` if known, else the build-tree folder, so
-// that the load error names the place a user would look first.
+// The folder to load the module from, the first of:
+//   1. `chosen` ($QEL_MODULE_DIR) when not empty: the user asked for that one;
+//   2. <executableFolder>/_binLIN64 when it holds the module (the build tree);
+//   3. <executableFolder>/<relative> when it holds the module, for a program
+//      installed with it ("../lib/qelimaging" from bin/);
+//   4. `installed`, the folder of the installation the host was built against;
+//   5. <executableFolder>/_binLIN64, which the load error then names.
 inline std::string ChooseModuleFolder(const char* chosen, const std::string& executableFolder,
                                       const char* relative, const char* installed) {
     if (chosen != nullptr && *chosen != '\0') return chosen;
