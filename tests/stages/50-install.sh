@@ -1,4 +1,4 @@
-# Installed use: cmake --install into a temporary prefix, the example host built against it (find_package and pkg-config), the Debian package unpacked and checked by lintian.
+# Installed use: a prefix install, the example host through find_package and pkg-config, the Debian package checked by lintian.
 # Everything happens in a temporary folder and in "$prefix-install"; the
 # machine's own packages are never changed (apt-get only adds missing tools).
 repo=$PWD
