@@ -217,9 +217,9 @@ std::string ValueTooMany(const qeltool::OperationSpec& op, const std::string& wo
 
 bool LoadHost(qel::Host* host) {
     std::string error;
-    if (host->Load(qel::DefaultModuleFolder(), &error)) return true;
+    if (host->Load(qel::FindModuleFolder(), &error)) return true;
     std::fprintf(stderr, "qel: cannot load the imaging module from %s: %s\n",
-                 qel::DefaultModuleFolder().c_str(), error.c_str());
+                 qel::FindModuleFolder().c_str(), error.c_str());
     return false;
 }
 

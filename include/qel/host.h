@@ -4,7 +4,7 @@
 //
 //   qel::Host host;
 //   std::string error;
-//   if (!host.Load(qel::DefaultModuleFolder(), &error)) { ... }
+//   if (!host.Load(qel::FindModuleFolder(), &error)) { ... }
 //   SmartPtr<IQELFilterTransform> filters =
 //       host.Create<IQELFilterTransform>(L"QELFilterTransform", qel::iid::IQELFilterTransform);
 //   SmartPtr<IQELImageDIB> image = host.NewImage(640, 480, 24, QEL_MODEL_BGR);
@@ -13,23 +13,76 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <cwchar>
 #include <string>
 
 #include "qel/qel.h"
 
+// An installed copy of this header has the installation's module folder beside it.
+#if defined(__has_include)
+#if __has_include("install_dirs.h")
+#include "install_dirs.h"
+#endif
+#endif
+
 namespace qel {
 
-// "<folder of the running executable>/_binLIN64".
-inline std::string DefaultModuleFolder() {
+// The folder of the running executable; "." when it cannot be read.
+inline std::string ExecutableFolder() {
     char path[4096];
     const ssize_t length = readlink("/proc/self/exe", path, sizeof(path) - 1);
-    if (length <= 0) return "./_binLIN64";
+    if (length <= 0) return ".";
     path[length] = '\0';
-    std::string executable(path);
+    const std::string executable(path);
     const size_t slash = executable.rfind('/');
-    return (slash == std::string::npos ? std::string(".") : executable.substr(0, slash)) + "/_binLIN64";
+    return slash == std::string::npos ? std::string(".") : executable.substr(0, slash);
+}
+
+// "<folder of the running executable>/_binLIN64": where the build tree keeps
+// the module and the runtime beside qel.
+inline std::string DefaultModuleFolder() { return ExecutableFolder() + "/_binLIN64"; }
+
+inline bool HoldsModule(const std::string& folder) {
+    return access((folder + "/QELImaging.so").c_str(), F_OK) == 0;
+}
+
+// The folder to load the module from, the first of:
+//   1. `chosen` ($QEL_MODULE_DIR) when not empty: the user asked for that one;
+//   2. <executableFolder>/_binLIN64 when it holds the module (the build tree);
+//   3. <executableFolder>/<relative> when it holds the module, for a program
+//      installed with it ("../lib/qelimaging" from bin/);
+//   4. `installed`, the folder of the installation the host was built against;
+//   5. <executableFolder>/_binLIN64, which the load error then names.
+inline std::string ChooseModuleFolder(const char* chosen, const std::string& executableFolder,
+                                      const char* relative, const char* installed) {
+    if (chosen != nullptr && *chosen != '\0') return chosen;
+    const std::string buildTree = executableFolder + "/_binLIN64";
+    if (HoldsModule(buildTree)) return buildTree;
+    if (relative != nullptr && *relative != '\0' && HoldsModule(executableFolder + "/" + relative))
+        return executableFolder + "/" + relative;
+    if (installed != nullptr && *installed != '\0') return installed;
+    return buildTree;
+}
+
+// The module folder for this program. QELIMAGING_MODULE_DIR comes from the
+// installed package (the CMake target QELImaging::host, or the installed
+// qel/install_dirs.h that pkg-config users include through this header);
+// QELIMAGING_RELATIVE_MODULE_DIR is set for programs installed beside the
+// module, such as qel.
+inline std::string FindModuleFolder() {
+#ifdef QELIMAGING_RELATIVE_MODULE_DIR
+    const char* relative = QELIMAGING_RELATIVE_MODULE_DIR;
+#else
+    const char* relative = nullptr;
+#endif
+#ifdef QELIMAGING_MODULE_DIR
+    const char* installed = QELIMAGING_MODULE_DIR;
+#else
+    const char* installed = nullptr;
+#endif
+    return ChooseModuleFolder(std::getenv("QEL_MODULE_DIR"), ExecutableFolder(), relative, installed);
 }
 
 inline tagREFString REF(const wchar_t* text) { return tagREFString{std::wcslen(text), text}; }
