@@ -83,7 +83,8 @@ TEST(Regression, BadPamHeaderLosesNoMemory) {
 // TUPLTYPE lines joined, each mistake named.
 TEST(NetpbmReader, PamHeaderMistakesAreNamed) {
     const std::pair<std::string, std::string> cases[] = {
-        {"P7\n# a\n\n  WIDTH 3 \nHEIGHT 1\n#b\nDEPTH 1\nMAXVAL 1\nTUPLTYPE BLACKANDWHITE\nENDHDR\n\1\0\1",
+        {"P7\n# a\n\n  WIDTH 3 \nHEIGHT 1\n#b\nDEPTH 1\nMAXVAL 1\nTUPLTYPE BLACKANDWHITE\nENDHDR\n" +
+             std::string("\1\0\1", 3),
          ""},
         {"P7\nWIDTH 2\nHEIGHT x\nDEPTH 1\nMAXVAL 255\nENDHDR\n",
          "corrupt netpbm file: non-numeric value for HEIGHT in the PAM header: 'x'"},
