@@ -8,8 +8,9 @@
 #
 # Settings (environment):
 #   QEL_BUILD_PREFIX   build folder prefix (default "build": the folder is build-coverage)
-# Leaves <folder>/coverage.json (every part, for gcovr --add-tracefile) and
-# <folder>/module-lines.txt (the module's line coverage in percent).
+# Leaves <folder>/coverage.json (every part, for gcovr --add-tracefile),
+# <folder>/coverage-{module,runtime,tool}.txt (per file, uncovered lines
+# listed) and <folder>/module-lines.txt (the module's line coverage in percent).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build="${QEL_BUILD_PREFIX:-build}-coverage"
@@ -34,23 +35,22 @@ ctest --test-dir "$build" -j2 --output-on-failure
 # One pass over the counts; each part is then a filter on the tracefile.
 # Branches the compiler adds for exceptions and ones it proved unreachable
 # are not the code's own decisions, so they are left out.
-gcovr --root . --object-directory "$build" --exclude-throw-branches --exclude-unreachable-branches \
+gcovr --root . --object-directory "$build" -j 2 --exclude-throw-branches --exclude-unreachable-branches \
+      --exclude-directories "$build/CMakeFiles/[0-9.]+" \
       --filter '(module|image|color|transform|filter|maths|host|tools)/' --json "$build/coverage.json"
+# Each part's summary here; its file-by-file table, with the uncovered lines
+# of every file, in <folder>/coverage-<part>.txt.
 report() {
-  local title=$1 filter=$2
+  local part=$1 title=$2 filter=$3
   printf '\n---- %s\n' "$title"
   local summary
   summary=$(gcovr --add-tracefile "$build/coverage.json" --root . --filter "$filter" --print-summary \
-            --output /dev/null)
+            --output "$build/coverage-$part.txt")
   echo "$summary"
-  if [[ $title == module* ]]; then
-    sed -n 's/^lines: *\([0-9.]*\)%.*/\1/p' <<<"$summary" >"$build/module-lines.txt"
-  fi
-  if (( details )); then
-    gcovr --add-tracefile "$build/coverage.json" --root . --filter "$filter" --txt-metric line 2>/dev/null ||
-      gcovr --add-tracefile "$build/coverage.json" --root . --filter "$filter"
-  fi
+  [[ $part == module ]] && sed -n 's/^lines: *\([0-9.]*\)%.*/\1/p' <<<"$summary" >"$build/module-lines.txt"
+  (( details )) && cat "$build/coverage-$part.txt"
+  return 0
 }
-report "module (module/ image/ color/ transform/ filter/ maths/)" '(module|image|color|transform|filter|maths)/'
-report "runtime (host/)" 'host/'
-report "qel tool (tools/)" 'tools/'
+report module "module (module/ image/ color/ transform/ filter/ maths/)" '(module|image|color|transform|filter|maths)/'
+report runtime "runtime (host/)" 'host/'
+report tool "qel tool (tools/)" 'tools/'

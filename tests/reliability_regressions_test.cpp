@@ -2,7 +2,15 @@
 // test per defect, each named after it.
 #include <gtest/gtest.h>
 
+// gcc says __SANITIZE_ADDRESS__, clang __has_feature(address_sanitizer).
 #if defined(__SANITIZE_ADDRESS__)
+#define QEL_ADDRESS_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define QEL_ADDRESS_SANITIZER 1
+#endif
+#endif
+#if defined(QEL_ADDRESS_SANITIZER)
 #include <sanitizer/allocator_interface.h>
 #else
 #include <malloc.h>
@@ -46,12 +54,23 @@ TEST(Regression, RotatePasteByNonFiniteAngleDrawsNothing) {
 
 // Bytes in use on the heap (the sanitizer's allocator keeps its own count).
 size_t HeapBytesInUse() {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(QEL_ADDRESS_SANITIZER)
     return __sanitizer_get_current_allocated_bytes();
 #else
     return mallinfo2().uordblks;
 #endif
 }
+
+// The largest single allocation made while `gWatching` is set (sanitized
+// builds only: the sanitizer's allocator reports every allocation).
+bool gWatching = false;
+size_t gLargestAllocation = 0;
+#if defined(QEL_ADDRESS_SANITIZER)
+void NoteAllocation(const volatile void*, size_t size) {
+    if (gWatching && size > gLargestAllocation) gLargestAllocation = size;
+}
+void NoteFree(const volatile void*) {}
+#endif
 
 // Reads `bytes` as a netpbm file through a memory file; the error, or "" on success.
 std::string ReadNetpbmBytes(const std::string& bytes, long long maxPixels = 1 << 20) {
@@ -77,6 +96,28 @@ TEST(Regression, BadPamHeaderLosesNoMemory) {
         for (const std::string& header : headers) ReadNetpbmBytes(header);
     // Lost comments would be over a megabyte by now.
     EXPECT_LT(HeapBytesInUse(), before + 16384);
+}
+
+// A 6x2 palette PNG followed by a chunk whose length field reads "tRNS"
+// (1.95 GB): libpng allocated the whole length before reading a byte of it.
+TEST(Regression, PngChunkLengthDoesNotSizeAnAllocation) {
+#if !defined(QEL_ADDRESS_SANITIZER)
+    GTEST_SKIP() << "allocations are watched in the sanitized build";
+#else
+    const std::string header(
+        "\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR\0\0\0\x06\0\0\0\x02\x04\x03\0\0\0\x89\x73\xb0\x6d", 33);
+    const std::string bytes = header + "tRNSsPLT" + std::string(16, 'x');
+    __sanitizer_install_malloc_and_free_hooks(NoteAllocation, NoteFree);
+    std::string copy = bytes, error;
+    FILE* file = fmemopen(&copy[0], copy.size(), "rb");
+    gWatching = true;
+    SmartPtr<IQEL> image = qeltool::ReadPng(file, qeltest::TestHost(), 1 << 20, &error);
+    gWatching = false;
+    std::fclose(file);
+    EXPECT_FALSE(image);
+    EXPECT_EQ(error.rfind("corrupt or truncated PNG (", 0), 0u) << error;
+    EXPECT_LT(gLargestAllocation, size_t(16) << 20);
+#endif
 }
 
 // The PAM header as the reader reads it: comments and blank lines anywhere,

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 #include <csetjmp>
+#include <cstddef>
 #include <cstring>
 #include <string>
 
@@ -14,6 +15,11 @@
 
 namespace qeltool {
 namespace {
+
+// The part of struct pam this reader uses, up to the tuple type: the
+// library's PAM_STRUCT_SIZE computes it through a null pointer, which the
+// undefined-behaviour sanitizer reports.
+constexpr int kPamSize = static_cast<int>(offsetof(struct pam, tuple_type) + sizeof(pam::tuple_type));
 
 // The last message libnetpbm reported through pm_error, with its line breaks
 // folded so that it fits the tool's one-line error.
@@ -164,7 +170,7 @@ bool ReadHeader(FILE* file, struct pam* header, std::string* error) {
         // Every reader is given a file it may rewind (the format is told by
         // its first bytes); the library reads the magic number again.
         std::fseek(file, start, SEEK_SET);
-        if (Guarded([&] { pnm_readpaminit(file, header, PAM_STRUCT_SIZE(tuple_type)); })) return true;
+        if (Guarded([&] { pnm_readpaminit(file, header, kPamSize); })) return true;
         *error = ReadFailure(file);
         return false;
     }
@@ -180,7 +186,7 @@ bool ReadHeader(FILE* file, struct pam* header, std::string* error) {
         *error = "out of memory";
         return false;
     }
-    const bool read = Guarded([&] { pnm_readpaminit(cleanFile, header, PAM_STRUCT_SIZE(tuple_type)); });
+    const bool read = Guarded([&] { pnm_readpaminit(cleanFile, header, kPamSize); });
     std::fclose(cleanFile);
     if (!read) {
         *error = "corrupt netpbm file: " + g_libraryError;
@@ -276,7 +282,7 @@ bool WriteNetpbm(FILE* file, IQEL* image, char kind, std::string* error) {
     struct pam header;
     std::memset(&header, 0, sizeof(header));
     header.size = sizeof(header);
-    header.len = PAM_STRUCT_SIZE(tuple_type);
+    header.len = kPamSize;
     header.file = file;
     header.format = kind == 'a' ? PAM_FORMAT : grey ? RPGM_FORMAT : RPPM_FORMAT;
     header.plainformat = 0;
