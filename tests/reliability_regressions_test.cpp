@@ -63,9 +63,9 @@ size_t HeapBytesInUse() {
 
 // The largest single allocation made while `gWatching` is set (sanitized
 // builds only: the sanitizer's allocator reports every allocation).
+#if defined(QEL_ADDRESS_SANITIZER)
 bool gWatching = false;
 size_t gLargestAllocation = 0;
-#if defined(QEL_ADDRESS_SANITIZER)
 void NoteAllocation(const volatile void*, size_t size) {
     if (gWatching && size > gLargestAllocation) gLargestAllocation = size;
 }
