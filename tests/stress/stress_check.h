@@ -28,7 +28,8 @@ public:
         return std::uniform_int_distribution<int>(lo, hi)(engine_);
     }
     bool Chance(double p) {
-        if (bytes_ != nullptr) return static_cast<double>(Take(256)) < p * 256;
+        // Counted from the top, so that zero bytes (a short input) take the usual way.
+        if (bytes_ != nullptr) return static_cast<double>(255 - Take(256)) < p * 256;
         return std::uniform_real_distribution<double>(0, 1)(engine_) < p;
     }
     double Real(double lo, double hi) {
