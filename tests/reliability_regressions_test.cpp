@@ -11,7 +11,10 @@
 #endif
 #endif
 #if defined(QEL_ADDRESS_SANITIZER)
-#include <sanitizer/allocator_interface.h>
+// The sanitizer runtime's allocator interface (gcc ships no header for it).
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*malloc_hook)(const volatile void*, size_t),
+                                                         void (*free_hook)(const volatile void*));
 #else
 #include <malloc.h>
 #endif

@@ -6,7 +6,7 @@
 # report, timeout, failed check) fails the script and leaves the input in
 # <prefix>-fuzz/fuzz/findings/.
 #
-#   bash tests/fuzz/run.sh                    every target, 420 s in all
+#   bash tests/fuzz/run.sh                    every target, 300 s in all
 #   bash tests/fuzz/run.sh --seconds 36000    a long run (ten hours in all)
 #   bash tests/fuzz/run.sh --only read_png    targets whose names match
 #   ./build-fuzz/fuzz/fuzz_read_png crash-... one input again (from build-fuzz)
@@ -16,7 +16,7 @@ set -euo pipefail
 cd "$(dirname "$0")/../.."
 root=$PWD
 build="${QEL_BUILD_PREFIX:-build}-fuzz"
-seconds=420
+seconds=300
 only=.
 while (( $# )); do
   case $1 in
