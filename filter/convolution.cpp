@@ -449,7 +449,9 @@ void ConvolveView(const ImageView& src, const ImageView& dst, const int* kernel,
 
     Span xs, ys;  // outputs computed on the fast path
     const int bytes = path != FilterPath::General && size > 0 ? DirectPixelBytes(src) : 0;
-    const auto [vectorise, wide] = StepsOf(path);
+    // Plain names, not a structured binding: lambdas below capture them (C++17).
+    const PathSteps steps = StepsOf(path);
+    const bool vectorise = steps.vector, wide = steps.wide;
     uint32_t* sums = nullptr;
     if (bytes != 0) {
         xs = InteriorOutputs(size, src.width);

@@ -627,7 +627,9 @@ bool MedianColour(const ImageView& src, const ImageView& dst, FilterPath path) {
     if (scratch == nullptr) return false;
     const uint32_t outside = OutsideColor(src);
     const unsigned char outsideKey = static_cast<unsigned char>(ColorKey(outside) ^ kFlip);
-    const auto [vectorise, wide] = StepsOf(path);
+    // Plain names, not a structured binding: lambdas below capture them (C++17).
+    const PathSteps steps = StepsOf(path);
+    const bool vectorise = steps.vector, wide = steps.wide;
 
     unsigned char* keys[kSize];
     for (int r = 0; r < kSize; ++r) keys[r] = scratch + static_cast<size_t>(r) * padded;

@@ -420,7 +420,9 @@ void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremu
     const uint32_t outside = OutsideColor(src);
     Span xs, ys;  // outputs computed on the fast path
     const int bytes = path != FilterPath::General && size > 0 ? DirectPixelBytes(src) : 0;
-    const auto [vectorise, wide] = StepsOf(path);
+    // Plain names, not a structured binding: lambdas below capture them (C++17).
+    const PathSteps steps = StepsOf(path);
+    const bool vectorise = steps.vector, wide = steps.wide;
     unsigned char* scratch = nullptr;
     if (bytes != 0) {
         xs = InteriorOutputs(size, src.width);

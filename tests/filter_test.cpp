@@ -102,21 +102,24 @@ TEST(FilterKernelOperation, OnlyTheLastTapOfThirtyTwoBitMonoImagesCounts) {
     auto* filters = static_cast<CQELFilterTransform*>(holder.Get());
     short kernel[4] = {100, 100, 100, 3};
     // 3 x 40, stride 12 bytes taken as 12 elements: element row r is buffer row 4r.
-    Owned mono(BufferImage::Make(3, 40, 32, QEL_MODEL_MONO, 0));
-    for (int y = 0; y < 40; ++y)
-        for (int x = 0; x < 3; ++x) reinterpret_cast<int32_t*>(mono->Row(y))[x] = 10 * y + x;
+    // Bottom-up, the stride of -12 elements walks the rows the same way.
     SmartPtr<IQEL> result;
-    ASSERT_EQ(filters->Kernel(mono.Get(), kernel, 2, 2, 1, result.Out()), QEL_OK);
-    const qel::Pixels out = qel::PixelsOf(result.Get());
-    for (int y = 0; y < 40; ++y)
-        for (int x = 0; x < 3; ++x) {
-            // Element (k, 1) for k = 1..9 reads and writes buffer pixel (1, 4k): 3 * v / 2 + 1.
-            const bool written = x == 1 && y % 4 == 0 && y >= 4;
-            EXPECT_EQ(reinterpret_cast<int32_t*>(out.Row(y))[x],
-                      written ? ClampToByte(3 * (10 * y + 1) / 2 + 1) : 0)
-                << x << "," << y;
-        }
-    EXPECT_TRUE(mono->GuardsIntact());
+    for (const bool bottomUp : {false, true}) {
+        Owned mono(BufferImage::Make(3, 40, 32, QEL_MODEL_MONO, 0, bottomUp));
+        for (int y = 0; y < 40; ++y)
+            for (int x = 0; x < 3; ++x) reinterpret_cast<int32_t*>(mono->Row(y))[x] = 10 * y + x;
+        ASSERT_EQ(filters->Kernel(mono.Get(), kernel, 2, 2, 1, result.Out()), QEL_OK);
+        const qel::Pixels out = qel::PixelsOf(result.Get());
+        for (int y = 0; y < 40; ++y)
+            for (int x = 0; x < 3; ++x) {
+                // Element (k, 1) for k = 1..9 reads and writes buffer pixel (1, 4k): 3 * v / 2 + 1.
+                const bool written = x == 1 && y % 4 == 0 && y >= 4;
+                EXPECT_EQ(reinterpret_cast<int32_t*>(out.Row(y))[x],
+                          written ? ClampToByte(3 * (10 * y + 1) / 2 + 1) : 0)
+                    << x << "," << y << (bottomUp ? " bottom-up" : "");
+            }
+        EXPECT_TRUE(mono->GuardsIntact());
+    }
     ASSERT_EQ(filters->Kernel(Uniform(4, 4, 24, 0xFFFFFF).Get(), kernel, 2, 1, 0, result.Out()), QEL_OK);
     EXPECT_EQ(PixelBytes(result.Get()), Bytes(48, 0));
     EXPECT_EQ(filters->Kernel(nullptr, kernel, 2, 1, 0, result.Out()), QEL_E_INVALIDARG);

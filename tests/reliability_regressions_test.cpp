@@ -1,12 +1,32 @@
-// Regressions found by the randomized stress driver, one test per defect,
-// each named after it.
+// Regressions found by the randomized stress driver and the fuzzers, one
+// test per defect, each named after it.
 #include <gtest/gtest.h>
 
+// gcc says __SANITIZE_ADDRESS__, clang __has_feature(address_sanitizer).
+#if defined(__SANITIZE_ADDRESS__)
+#define QEL_ADDRESS_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define QEL_ADDRESS_SANITIZER 1
+#endif
+#endif
+#if defined(QEL_ADDRESS_SANITIZER)
+// The sanitizer runtime's allocator interface (gcc ships no header for it).
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*malloc_hook)(const volatile void*, size_t),
+                                                         void (*free_hook)(const volatile void*));
+#else
+#include <malloc.h>
+#endif
+
 #include <cmath>
+#include <cstdio>
 #include <limits>
+#include <string>
 #include <vector>
 
 #include "support/test_image.h"
+#include "tools/codecs.h"
 
 namespace {
 
@@ -33,6 +53,124 @@ TEST(Regression, RotatePasteByNonFiniteAngleDrawsNothing) {
         EXPECT_EQ(Transform()->RotatePaste(source.Get(), target.Get(), angle, 3, 0), QEL_OK) << angle;
         EXPECT_EQ(target->Snapshot(), before) << angle;
     }
+}
+
+// Bytes in use on the heap (the sanitizer's allocator keeps its own count).
+size_t HeapBytesInUse() {
+#if defined(QEL_ADDRESS_SANITIZER)
+    return __sanitizer_get_current_allocated_bytes();
+#else
+    return mallinfo2().uordblks;
+#endif
+}
+
+// The largest single allocation made while `gWatching` is set (sanitized
+// builds only: the sanitizer's allocator reports every allocation).
+#if defined(QEL_ADDRESS_SANITIZER)
+bool gWatching = false;
+size_t gLargestAllocation = 0;
+void NoteAllocation(const volatile void*, size_t size) {
+    if (gWatching && size > gLargestAllocation) gLargestAllocation = size;
+}
+void NoteFree(const volatile void*) {}
+#endif
+
+// Reads `bytes` as a netpbm file through a memory file; the error, or "" on success.
+std::string ReadNetpbmBytes(const std::string& bytes, long long maxPixels = 1 << 20) {
+    std::string copy = bytes, error;
+    FILE* file = fmemopen(&copy[0], copy.size(), "rb");
+    SmartPtr<IQEL> image = qeltool::ReadNetpbm(file, qeltest::TestHost(), maxPixels, &error);
+    std::fclose(file);
+    return image ? "" : error;
+}
+
+// libnetpbm lost the comments it had gathered (one allocation, as long as the
+// comments) whenever it gave up on a bad PAM header line, so a host reading
+// many bad files grew without bound.
+TEST(Regression, BadPamHeaderLosesNoMemory) {
+    const std::string comments = "# " + std::string(3000, 'c') + "\n# more\n";
+    const std::string headers[] = {"P7\n" + comments + "WIDTH 2\nHEIGHT x\nDEPTH 1\nMAXVAL 255\nENDHDR\n",
+                                   "P7\n" + comments + "WIDTH 2\nBOGUS 1\nENDHDR\n",
+                                   "P7\n" + comments + "WIDTH 2\nHEIGHT 2\nDEPTH 1\nMAXVAL 70000\nENDHDR\n",
+                                   "P7\n" + comments + "WIDTH 2\n"};
+    for (const std::string& header : headers) EXPECT_NE(ReadNetpbmBytes(header), "");
+    const size_t before = HeapBytesInUse();
+    for (int round = 0; round < 100; ++round)
+        for (const std::string& header : headers) ReadNetpbmBytes(header);
+    // Lost comments would be over a megabyte by now.
+    EXPECT_LT(HeapBytesInUse(), before + 16384);
+}
+
+// A 6x2 palette PNG followed by a chunk whose length field reads "tRNS"
+// (1.95 GB): libpng allocated the whole length before reading a byte of it.
+TEST(Regression, PngChunkLengthDoesNotSizeAnAllocation) {
+#if !defined(QEL_ADDRESS_SANITIZER)
+    GTEST_SKIP() << "allocations are watched in the sanitized build";
+#else
+    const std::string header(
+        "\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR\0\0\0\x06\0\0\0\x02\x04\x03\0\0\0\x89\x73\xb0\x6d", 33);
+    const std::string bytes = header + "tRNSsPLT" + std::string(16, 'x');
+    __sanitizer_install_malloc_and_free_hooks(NoteAllocation, NoteFree);
+    std::string copy = bytes, error;
+    FILE* file = fmemopen(&copy[0], copy.size(), "rb");
+    gWatching = true;
+    SmartPtr<IQEL> image = qeltool::ReadPng(file, qeltest::TestHost(), 1 << 20, &error);
+    gWatching = false;
+    std::fclose(file);
+    EXPECT_FALSE(image);
+    EXPECT_EQ(error.rfind("corrupt or truncated PNG (", 0), 0u) << error;
+    EXPECT_LT(gLargestAllocation, size_t(16) << 20);
+#endif
+}
+
+// The PAM header as the reader reads it: comments and blank lines anywhere,
+// TUPLTYPE lines joined, each mistake named.
+TEST(NetpbmReader, PamHeaderMistakesAreNamed) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"P7\n# a\n\n  WIDTH 3 \nHEIGHT 1\n#b\nDEPTH 1\nMAXVAL 1\nTUPLTYPE BLACKANDWHITE\nENDHDR\n" +
+             std::string("\1\0\1", 3),
+         ""},
+        {"P7\nWIDTH 2\nHEIGHT x\nDEPTH 1\nMAXVAL 255\nENDHDR\n",
+         "corrupt netpbm file: non-numeric value for HEIGHT in the PAM header: 'x'"},
+        {"P7\nWIDTH -2\n", "corrupt netpbm file: non-numeric value for WIDTH in the PAM header: '-2'"},
+        {"P7\nWIDTH\n", "corrupt netpbm file: non-numeric value for WIDTH in the PAM header: ''"},
+        {"P7\nWIDTH 2\nBOGUS 1\nENDHDR\n", "corrupt netpbm file: unrecognised PAM header line 'BOGUS 1'"},
+        {"P7 WIDTH 2\n", "corrupt netpbm file: unexpected text after the PAM magic number"},
+        {"P7\nWIDTH 2\nHEIGHT 2\nMAXVAL 255\nENDHDR\n", "corrupt netpbm file: the PAM header has no DEPTH"},
+        {"P7\nWIDTH 2\nHEIGHT 2\nDEPTH 5\nMAXVAL 255\nENDHDR\n",
+         "unsupported netpbm dimensions, depth or maximum value"},
+        {"P7\nWIDTH 2\nHEIGHT 0\nDEPTH 1\nMAXVAL 255\nENDHDR\n",
+         "unsupported netpbm dimensions, depth or maximum value"},
+        {"P7\nWIDTH 2147483648\nHEIGHT 1\nDEPTH 1\nMAXVAL 255\nENDHDR\n",
+         "unsupported netpbm dimensions, depth or maximum value"},
+        {"P7\nWIDTH 2\nHEIGHT 2\nDEPTH 1\nMAXVAL 65536\nENDHDR\n",
+         "unsupported netpbm dimensions, depth or maximum value"},
+        {"P7\nWIDTH 2048\nHEIGHT 1024\nDEPTH 1\nMAXVAL 255\nENDHDR\n",
+         "image 2048x1024 is above the pixel limit 1048576 (--max-pixels)"},
+        {"P7\nWIDTH 2\nHEIGHT 2\n", "truncated file"},
+        {"P7\nWIDTH 2\nHEIGHT 2\nDEPTH 1\nMAXVAL 255\nENDHDR\nabc", "truncated file"},
+        {"P7\n" + std::string(5000, ' ') + "\n",
+         "corrupt netpbm file: a PAM header line is longer than 4096 characters"},
+        // Other netpbm kinds still go through the library's own header reading.
+        {"P5\n2 1\n255\nab", ""},
+        {"P6\n2 x\n", "corrupt netpbm file: "}};
+    for (const auto& c : cases) {
+        const std::string error = ReadNetpbmBytes(c.first);
+        if (c.second == "corrupt netpbm file: ")
+            EXPECT_EQ(error.rfind(c.second, 0), 0u) << c.first;
+        else
+            EXPECT_EQ(error, c.second) << c.first;
+    }
+    // The first case's tuple type survives the header's rebuilding: a 1-bit image, white where set.
+    std::string bytes = cases[0].first, error;
+    FILE* file = fmemopen(&bytes[0], bytes.size(), "rb");
+    SmartPtr<IQEL> image = qeltool::ReadNetpbm(file, qeltest::TestHost(), 1 << 20, &error);
+    std::fclose(file);
+    ASSERT_TRUE(image) << error;
+    const qel::Pixels p = qel::PixelsOf(image.Get());
+    EXPECT_EQ(p.width, 3);
+    EXPECT_EQ(p.bitCount, 1);
+    EXPECT_EQ(p.Row(0)[0], 0xA0);
 }
 
 }  // namespace

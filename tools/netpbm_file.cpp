@@ -2,9 +2,12 @@
 // tuple-row interface, with the library's fatal errors turned into returns.
 #include <netpbm/pam.h>
 
+#include <algorithm>
+#include <climits>
 #include <csetjmp>
-#include <mutex>
+#include <cstddef>
 #include <cstring>
+#include <mutex>
 #include <string>
 
 #include "tools/codecs.h"
@@ -13,6 +16,11 @@
 
 namespace qeltool {
 namespace {
+
+// The part of struct pam this reader uses, up to the tuple type: the
+// library's PAM_STRUCT_SIZE computes it through a null pointer, which the
+// undefined-behaviour sanitizer reports.
+constexpr int kPamSize = static_cast<int>(offsetof(struct pam, tuple_type) + sizeof(pam::tuple_type));
 
 // The last message libnetpbm reported through pm_error, with its line breaks
 // folded so that it fits the tool's one-line error.
@@ -74,20 +82,127 @@ std::string ReadFailure(FILE* file) {
     return "corrupt netpbm file: " + g_libraryError;
 }
 
-}  // namespace
+// libnetpbm keeps a PAM header's comments in memory of its own while it
+// parses, and loses that memory when it abandons a bad header line through
+// pm_error (one allocation per bad file, growing with the comments). So the
+// header of a PAM file is read here; the library is then handed the same
+// header without comments or tuple type, rebuilt in memory with values it
+// takes without complaint, and reads the rows from the file itself.
+constexpr size_t kLongestPamLine = 4096;
 
-#if defined(__SANITIZE_ADDRESS__)
-// libnetpbm loses a one-byte comment buffer when it abandons a bad PAM header
-// through longjmp; the leak checker of sanitized builds is told to expect it.
-extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
-    return "leak:libnetpbm.so\n";
+// The numeric fields of a PAM header and the ranges that the reader takes.
+struct PamField {
+    const char* name;
+    long long min, max;
+    long long value;
+};
+
+// Reads the header lines after the magic "P7" up to ENDHDR into `fields`
+// (WIDTH, HEIGHT, DEPTH, MAXVAL) and `tupleType`; false with `error` set on
+// anything else.
+bool ReadPamHeader(FILE* file, PamField (&fields)[4], std::string* tupleType, std::string* error) {
+    std::string line;
+    for (bool magicLine = true;; magicLine = false) {
+        line.clear();
+        int c;
+        while ((c = std::getc(file)) != EOF && c != '\n') {
+            if (line.size() == kLongestPamLine) {
+                *error = "corrupt netpbm file: a PAM header line is longer than " +
+                         std::to_string(kLongestPamLine) + " characters";
+                return false;
+            }
+            line += static_cast<char>(c);
+        }
+        if (c == EOF) {
+            *error = "truncated file";
+            return false;
+        }
+        const size_t start = line.find_first_not_of(" \t\r");
+        if (start == std::string::npos || line[start] == '#') continue;
+        if (magicLine) {
+            *error = "corrupt netpbm file: unexpected text after the PAM magic number";
+            return false;
+        }
+        const size_t keyEnd = std::min(line.find_first_of(" \t\r", start), line.size());
+        const std::string keyword = line.substr(start, keyEnd - start);
+        const size_t valueStart = std::min(line.find_first_not_of(" \t\r", keyEnd), line.size());
+        const size_t valueEnd = line.find_last_not_of(" \t\r");
+        const std::string value = valueEnd == std::string::npos || valueEnd < valueStart
+                                      ? ""
+                                      : line.substr(valueStart, valueEnd + 1 - valueStart);
+        if (keyword == "ENDHDR") break;
+        if (keyword == "TUPLTYPE") {
+            *tupleType += (tupleType->empty() ? "" : " ") + value;
+            continue;
+        }
+        PamField* field = nullptr;
+        for (PamField& f : fields)
+            if (keyword == f.name) field = &f;
+        if (field == nullptr) {
+            *error = "corrupt netpbm file: unrecognised PAM header line '" + line.substr(0, 40) + "'";
+            return false;
+        }
+        const bool digits = !value.empty() && value.size() <= 18 &&
+                            value.find_first_not_of("0123456789") == std::string::npos;
+        if (!digits) {
+            *error = "corrupt netpbm file: non-numeric value for " + keyword + " in the PAM header: '" +
+                     value.substr(0, 40) + "'";
+            return false;
+        }
+        field->value = std::stoll(value);
+    }
+    for (const PamField& f : fields) {
+        if (f.value < 0) {
+            *error = std::string("corrupt netpbm file: the PAM header has no ") + f.name;
+            return false;
+        }
+        if (f.value < f.min || f.value > f.max) {
+            *error = "unsupported netpbm dimensions, depth or maximum value";
+            return false;
+        }
+    }
+    return true;
 }
-// Without a note about the expected leak on standard error, whose single line
-// is the tool's error message.
-extern "C" __attribute__((visibility("default"))) const char* __lsan_default_options() {
-    return "print_suppressions=0";
+
+// Starts reading a netpbm file: the library's header parsing for PBM, PGM
+// and PPM; for PAM, the header read above and a clean copy given to the library.
+bool ReadHeader(FILE* file, struct pam* header, std::string* error) {
+    const long start = std::ftell(file);
+    char magic[2] = {0, 0};
+    const bool pam = std::fread(magic, 1, 2, file) == 2 && magic[0] == 'P' && magic[1] == '7';
+    if (!pam) {
+        // Every reader is given a file it may rewind (the format is told by
+        // its first bytes); the library reads the magic number again.
+        std::fseek(file, start, SEEK_SET);
+        if (Guarded([&] { pnm_readpaminit(file, header, kPamSize); })) return true;
+        *error = ReadFailure(file);
+        return false;
+    }
+    PamField fields[4] = {
+        {"WIDTH", 1, INT_MAX, -1}, {"HEIGHT", 1, INT_MAX, -1}, {"DEPTH", 1, 4, -1}, {"MAXVAL", 1, 65535, -1}};
+    std::string tupleType;
+    if (!ReadPamHeader(file, fields, &tupleType, error)) return false;
+    std::string clean = "P7\n";
+    for (const PamField& f : fields) clean += std::string(f.name) + " " + std::to_string(f.value) + "\n";
+    clean += "ENDHDR\n";
+    FILE* cleanFile = fmemopen(&clean[0], clean.size(), "rb");
+    if (cleanFile == nullptr) {
+        *error = "out of memory";
+        return false;
+    }
+    const bool read = Guarded([&] { pnm_readpaminit(cleanFile, header, kPamSize); });
+    std::fclose(cleanFile);
+    if (!read) {
+        *error = "corrupt netpbm file: " + g_libraryError;
+        return false;
+    }
+    header->file = file;
+    std::strncpy(header->tuple_type, tupleType.c_str(), sizeof(header->tuple_type) - 1);
+    header->tuple_type[sizeof(header->tuple_type) - 1] = '\0';
+    return true;
 }
-#endif
+
+}  // namespace
 
 SmartPtr<IQEL> ReadNetpbm(FILE* file, const qel::Host& host, long long maxPixels, ImageMetadata* metadata,
                           std::string* error) {
@@ -95,10 +210,7 @@ SmartPtr<IQEL> ReadNetpbm(FILE* file, const qel::Host& host, long long maxPixels
     PrepareLibrary();
     struct pam header;
     std::memset(&header, 0, sizeof(header));
-    if (!Guarded([&] { pnm_readpaminit(file, &header, PAM_STRUCT_SIZE(tuple_type)); })) {
-        *error = ReadFailure(file);
-        return SmartPtr<IQEL>();
-    }
+    if (!ReadHeader(file, &header, error)) return SmartPtr<IQEL>();
     if (header.width < 1 || header.height < 1 || header.maxval < 1 || header.maxval > 65535 ||
         header.depth < 1 || header.depth > 4) {
         *error = "unsupported netpbm dimensions, depth or maximum value";
@@ -181,7 +293,7 @@ bool WriteNetpbm(FILE* file, IQEL* image, char kind, std::string* error) {
     struct pam header;
     std::memset(&header, 0, sizeof(header));
     header.size = sizeof(header);
-    header.len = PAM_STRUCT_SIZE(tuple_type);
+    header.len = kPamSize;
     header.file = file;
     header.format = kind == 'a' ? PAM_FORMAT : kind == 'b' ? RPBM_FORMAT : grey ? RPGM_FORMAT : RPPM_FORMAT;
     header.plainformat = 0;

@@ -96,6 +96,11 @@ void ChooseReadFormat(PngState* s, int* bitCount, unsigned* model, bool* keepPal
 bool DecodePng(PngState* s, FILE* file, const qel::Host* host, long long maxPixels) {
     if (setjmp(png_jmpbuf(s->png))) return false;
     png_init_io(s->png, file);
+    // Only IHDR, PLTE, tRNS, IDAT and IEND are read; every other chunk is
+    // skipped unread. libpng allocates a whole suggested-palette or text
+    // chunk at the length its header claims, so a few bytes claiming 2 GB
+    // made it allocate 2 GB.
+    png_set_keep_unknown_chunks(s->png, PNG_HANDLE_CHUNK_NEVER, nullptr, -1);
     png_read_info(s->png, s->info);
     const png_uint_32 width = png_get_image_width(s->png, s->info);
     const png_uint_32 height = png_get_image_height(s->png, s->info);

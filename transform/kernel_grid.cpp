@@ -50,8 +50,12 @@ struct InteriorRow {
 // Everything from here to the matching pop is compiled for AVX2 and reached
 // only after the run-time check; the build itself assumes SSE2, where
 // 8-float vectors would be split in two.
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((target("avx2"))), apply_to = function)
+#else
 #pragma GCC push_options
 #pragma GCC target("avx2")
+#endif
 
 inline void LoadPair(PixelPair& pair, const float* row, const int* offsets) {
     PixelQuad first, second;
@@ -166,7 +170,11 @@ inline void SumRow(const InteriorRow<kTaps>& row) {
 void SumGroupsAvx2(const InteriorRow<4>& row) { SumRow(row); }
 void SumGroupsAvx2(const InteriorRow<12>& row) { SumRow(row); }
 
+#if defined(__clang__)
+#pragma clang attribute pop
+#else
 #pragma GCC pop_options
+#endif
 #else
 void SumGroupsAvx2(const InteriorRow<4>&) {}
 void SumGroupsAvx2(const InteriorRow<12>&) {}

@@ -15,14 +15,30 @@ namespace stress {
 // "--seed S --call N" of the running call, so that a report can be replayed.
 extern char gCallLabel[128];
 
-// Deterministic draws for one call, seeded from (run seed, call number).
+// Deterministic draws for one call, seeded from (run seed, call number), or
+// read from a fuzzer's input bytes (zeros once they run out), so that the
+// fuzzer steers the same operations and checks.
 class Draw {
 public:
     explicit Draw(uint64_t seed) : engine_(seed) {}
-    int Int(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(engine_); }
-    bool Chance(double p) { return std::uniform_real_distribution<double>(0, 1)(engine_) < p; }
-    double Real(double lo, double hi) { return std::uniform_real_distribution<double>(lo, hi)(engine_); }
-    uint32_t Bits32() { return static_cast<uint32_t>(engine_()); }
+    Draw(const uint8_t* bytes, size_t size) : bytes_(bytes), left_(size) {}
+    int Int(int lo, int hi) {
+        if (bytes_ != nullptr)
+            return static_cast<int>(lo + static_cast<int64_t>(Take(uint64_t(int64_t(hi) - lo + 1))));
+        return std::uniform_int_distribution<int>(lo, hi)(engine_);
+    }
+    bool Chance(double p) {
+        // Counted from the top, so that zero bytes (a short input) take the usual way.
+        if (bytes_ != nullptr) return static_cast<double>(255 - Take(256)) < p * 256;
+        return std::uniform_real_distribution<double>(0, 1)(engine_) < p;
+    }
+    double Real(double lo, double hi) {
+        if (bytes_ != nullptr) return lo + (hi - lo) * static_cast<double>(Take(65536)) / 65535.0;
+        return std::uniform_real_distribution<double>(lo, hi)(engine_);
+    }
+    uint32_t Bits32() {
+        return static_cast<uint32_t>(bytes_ != nullptr ? Take(uint64_t(1) << 32) : engine_());
+    }
     template <class T>
     T Pick(std::initializer_list<T> choices) {
         return *(choices.begin() + Int(0, static_cast<int>(choices.size()) - 1));
@@ -33,7 +49,19 @@ public:
     double RealParam(double lo, double hi);
 
 private:
+    // A value below `range` from as few input bytes as cover it.
+    uint64_t Take(uint64_t range) {
+        uint64_t value = 0;
+        for (uint64_t span = 1; span < range; span <<= 8) {
+            value = value << 8 | (left_ > 0 ? *bytes_ : 0u);
+            if (left_ > 0) ++bytes_, --left_;
+        }
+        return value % range;
+    }
+
     std::mt19937_64 engine_;
+    const uint8_t* bytes_ = nullptr;
+    size_t left_ = 0;
 };
 
 // Shape of a random image: every depth and colour model, sizes 0 to 64 each
@@ -95,5 +123,7 @@ private:
 
 // Runs call number `index` of a run: one random operation.
 void RunOneCall(uint64_t runSeed, uint64_t index);
+// Runs the operation `draw` chooses, with its checks; `callSeed` is for reports.
+void RunCall(Draw& draw, uint64_t callSeed);
 
 }  // namespace stress

@@ -329,6 +329,10 @@ uint64_t Mix(uint64_t value) {
 void RunOneCall(uint64_t runSeed, uint64_t index) {
     const uint64_t callSeed = Mix(runSeed ^ Mix(index));
     Draw draw(callSeed);
+    RunCall(draw, callSeed);
+}
+
+void RunCall(Draw& draw, uint64_t callSeed) {
     const Entry& entry = kOperations[draw.Int(0, int(std::size(kOperations)) - 1)];
     Call call(entry.name, callSeed, draw);
     entry.run(call, draw);

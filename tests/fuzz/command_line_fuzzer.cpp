@@ -1,0 +1,95 @@
+// qel's command line in-process: the fuzzer's bytes are words (split at
+// white space) run as a chain through ParseStep and RunStep on a small image,
+// as qel runs them. A refused word or step is qel's status 2 or 1 and must say
+// why on one line; a crash, a hang or a step that consumes no word is a finding.
+//
+// With QEL_FUZZ_PRINT_DICTIONARY set, the target prints a libFuzzer
+// dictionary of every operation and parameter name instead, so that the
+// dictionary follows the operation table.
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "support/test_image.h"
+#include "tools/operations.h"
+#include "tools/raster.h"
+#include "tools/sample_chart.h"
+
+namespace {
+
+// Results stay small so that each chain is quick under the sanitizers.
+constexpr long long kPixelLimit = 1 << 16;
+
+void PrintDictionary() {
+    for (const qeltool::OperationSpec& op : qeltool::Operations()) {
+        std::printf("\"%s\"\n", op.name);
+        for (const qeltool::Param& param : op.params)
+            if (param.name[0] == '-') std::printf("\"%s\"\n", param.name);
+    }
+    for (const char* value : {"sample", "pattern", "50%", "3x2", "1,2", "0:0,255:255", "ff8000", "MONO",
+                              "ARGB", "nan", "inf", "-1", "0", "2147483648", "1e999", "0x10"})
+        std::printf("\"%s\"\n", value);
+}
+
+// Second inputs are the built-in images only: file names from the fuzzer
+// could name devices that never end.
+void KeepToBuiltInImages(qeltool::Step* step) {
+    for (const qeltool::Param& param : step->operation->params)
+        if (param.kind == qeltool::ParamKind::File && step->args.Has(param.name) &&
+            step->args.Text(param.name) != "sample")
+            step->args.Set(param.name, "pattern");
+}
+
+bool OneLine(const std::string& message) { return !message.empty() && message.find('\n') == std::string::npos; }
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    if (std::getenv("QEL_FUZZ_PRINT_DICTIONARY") != nullptr) {
+        PrintDictionary();
+        std::exit(0);
+    }
+    qeltest::TestHost();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    std::vector<std::string> words;
+    std::string word;
+    for (size_t i = 0; i <= size; ++i) {
+        const char c = i < size ? static_cast<char>(data[i]) : ' ';
+        if (c == ' ' || c == '\n' || c == '\t' || c == '\0') {
+            if (!word.empty()) words.push_back(word);
+            word.clear();
+        } else {
+            word += c;
+        }
+    }
+    const qel::Host& host = qeltest::TestHost();
+    qeltool::OperationContext context(host, kPixelLimit);
+    SmartPtr<IQEL> image = qeltool::FromRaster(host, qeltool::SamplePattern(19, 13), 32, QEL_MODEL_ARGB);
+    std::srand(1);
+    for (size_t i = 0; i < words.size();) {
+        if (qeltool::FindOperation(words[i]) == nullptr) {
+            ++i;  // qel: an unknown word, status 2
+            continue;
+        }
+        const size_t start = i;
+        qeltool::Step step;
+        std::string error, note;
+        if (!qeltool::ParseStep(words, &i, &step, &error)) {
+            if (!OneLine(error)) std::abort();
+            return 0;  // qel: status 2
+        }
+        if (i <= start || step.operation == nullptr) std::abort();
+        KeepToBuiltInImages(&step);
+        if (!qeltool::RunStep(context, step, image, &note, &error)) {
+            if (!OneLine(error)) std::abort();
+            return 0;  // qel: status 1
+        }
+        if (!image) std::abort();
+    }
+    return 0;
+}

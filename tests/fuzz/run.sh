@@ -1,0 +1,105 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets with clang in <prefix>-fuzz and runs each one
+# for its share of a time budget, starting from the seeds in corpus/<target>/
+# (plus what earlier runs in the same build folder found). Prints each
+# target's executions and coverage; any finding (crash, leak, sanitizer
+# report, timeout, failed check) fails the script and leaves the input in
+# <prefix>-fuzz/fuzz/findings/.
+#
+#   bash tests/fuzz/run.sh                    every target, 300 s in all
+#   bash tests/fuzz/run.sh --seconds 36000    a long run (ten hours in all)
+#   bash tests/fuzz/run.sh --only read_png    targets whose names match
+#   ./build-fuzz/fuzz/fuzz_read_png crash-... one input again (from build-fuzz)
+#
+# Settings (environment): QEL_BUILD_PREFIX (default "build").
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+root=$PWD
+build="${QEL_BUILD_PREFIX:-build}-fuzz"
+seconds=300
+only=.
+while (( $# )); do
+  case $1 in
+    --seconds) seconds=$2; shift 2 ;;
+    --only) only=$2; shift 2 ;;
+    *) echo "usage: run.sh [--seconds TOTAL] [--only PATTERN]" >&2; exit 2 ;;
+  esac
+done
+
+# Debian's clang and its fuzzer runtime, installed when missing (as root).
+fuzzer_runtime() { ls /usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a >/dev/null 2>&1; }
+if ! command -v clang++ >/dev/null || ! fuzzer_runtime; then
+  if [[ $(id -u) == 0 ]] && command -v apt-get >/dev/null; then
+    apt_get() { DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 "$@"; }
+    packages=(clang libclang-rt-14-dev)
+    apt_get install -y --no-install-recommends "${packages[@]}" ||
+      { apt_get update && apt_get install -y --no-install-recommends "${packages[@]}"; }
+  fi
+  command -v clang++ >/dev/null && fuzzer_runtime ||
+    { echo "fuzz: needs clang and libclang-rt-14-dev (apt-get install clang libclang-rt-14-dev)" >&2; exit 1; }
+fi
+
+CC=clang CXX=clang++ cmake -B "$build" -DQEL_FUZZ=ON -DQEL_BUILD_BENCH=OFF >/dev/null
+cmake --build "$build" -j2 --target qel_fuzz
+
+cd "$build"
+mkdir -p fuzz/work fuzz/findings
+targets=()
+for program in fuzz/fuzz_*; do
+  name=${program#fuzz/fuzz_}
+  [[ $name =~ $only ]] && targets+=("$name")
+done
+(( ${#targets[@]} )) || { echo "fuzz: no target matches '$only'" >&2; exit 2; }
+each=$(( seconds / ${#targets[@]} ))
+(( each >= 1 )) || each=1
+QEL_FUZZ_PRINT_DICTIONARY=1 ./fuzz/fuzz_command_line >fuzz/command_line.dict 2>/dev/null
+
+# Inputs up to these sizes: the seeds are far smaller, and a reader's
+# interesting structure sits in its first kilobytes.
+max_len() {
+  case $1 in
+    read_*) echo 65536 ;;
+    command_line) echo 512 ;;
+    *) echo 1024 ;;
+  esac
+}
+
+export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:strict_string_checks=1"
+export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+failed=()
+total=0
+printf '%-14s %12s %10s %8s %8s\n' target executions seconds edges features >fuzz/summary.txt
+for name in "${targets[@]}"; do
+  mkdir -p "fuzz/work/$name"
+  dictionary=()
+  for candidate in "$root/tests/fuzz/$name.dict" "fuzz/$name.dict"; do
+    [[ -f $candidate ]] && dictionary=(-dict="$candidate")
+  done
+  seeds=()
+  [[ -d $root/tests/fuzz/corpus/$name ]] && seeds=("$root/tests/fuzz/corpus/$name")
+  printf '\n---- fuzz_%s: %d s\n' "$name" "$each"
+  status=0
+  # Two jobs' worth of memory at most on a shared 2-core machine; a slow
+  # input (10 s) counts as a hang.
+  ./fuzz/fuzz_"$name" -max_total_time="$each" -timeout=10 -rss_limit_mb=2048 -max_len="$(max_len "$name")" \
+    -print_final_stats=1 -artifact_prefix="fuzz/findings/$name-" "${dictionary[@]}" \
+    "fuzz/work/$name" "${seeds[@]}" >"fuzz/$name.log" 2>&1 || status=$?
+  runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "fuzz/$name.log" | tail -1)
+  time=$(sed -n 's/^stat::.*_time_seconds: *//p;s/^Done [0-9]* runs in \([0-9]*\) second.*/\1/p' "fuzz/$name.log" | tail -1)
+  edges=$(grep -o 'cov: [0-9]*' "fuzz/$name.log" | tail -1 | cut -d' ' -f2)
+  features=$(grep -o 'ft: [0-9]*' "fuzz/$name.log" | tail -1 | cut -d' ' -f2)
+  printf '%-14s %12s %10s %8s %8s\n' "$name" "${runs:-?}" "${time:-$each}" "${edges:-?}" "${features:-?}" |
+    tee -a fuzz/summary.txt
+  total=$(( total + ${runs:-0} ))
+  if (( status != 0 )); then
+    failed+=("$name")
+    grep -E 'ERROR|SUMMARY|FAULT|Test unit written|^ *#[0-9]+ ' "fuzz/$name.log" | head -40 >&2
+  fi
+done
+printf '\n'
+cat fuzz/summary.txt
+echo "all targets: $total executions"
+if (( ${#failed[@]} )); then
+  echo "fuzz: findings in ${failed[*]} (inputs in $build/fuzz/findings/, logs in $build/fuzz/*.log)" >&2
+  exit 1
+fi
