@@ -228,7 +228,7 @@ py::tuple Call(const std::string& method, const std::vector<std::optional<Image*
     for (const auto& given : images)
         if (given && *given && (*given)->image.Get() == made.Get()) image.owner = (*given)->owner;
     image.image = std::move(made);
-    return py::make_tuple(result, image);
+    return py::make_tuple(result, py::cast(std::move(image)));
 }
 
 void Load(const std::string& folder) {
