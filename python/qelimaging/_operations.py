@@ -291,8 +291,8 @@ def flip_image_and_bits(image, *, inplace=False):
 def circle_transform(image, mode, *, with_alpha=False, factor=1.0, inplace=False):
     """The circle deforms by mode: 0 bulge, 1 pinch, 2 swirl (``factor``:
     larger twists less), 3 polar unwrap, 4 fold in strips of 32 pixels. Every
-    depth; ``with_alpha`` makes the image 32-bit with alpha, which an array
-    with ``inplace=True`` cannot become."""
+    depth; ``with_alpha`` makes the image 32-bit with opaque alpha (an array
+    written in place cannot change its format: ValueError, array unchanged)."""
     return _in_place("circle_transform", "CircleTransform", image,
                      [_whole(mode, "mode"), int(bool(with_alpha)), _number(factor, "factor")], inplace)
 

@@ -37,6 +37,7 @@ Loaded& Need() {
 struct Image {
     SmartPtr<IQEL> image;
     py::object owner;
+    ArrayImage* array = nullptr;  // `image` itself when it wraps `owner`
 
     qel::Pixels Pixels() const { return qel::PixelsOf(image.Get()); }
     int Planes() const {
@@ -121,6 +122,7 @@ Image Wrap(const py::array& array, bool written) {
                                          static_cast<int>(height > 1 ? stride : width * pixelBytes),
                                          static_cast<int>(width), static_cast<int>(height), bitCount, model));
     wrapped.owner = array;
+    wrapped.array = static_cast<ArrayImage*>(static_cast<IQELImageDIB*>(wrapped.image.Get()));
     return wrapped;
 }
 
@@ -201,7 +203,10 @@ py::tuple Call(const std::string& method, const std::vector<std::optional<Image*
                const std::vector<double>& numbers, const py::object& transform) {
     Loaded& loaded = Need();
     CallArguments args;
-    for (const auto& image : images) args.images.push_back(image && *image ? (*image)->image.Get() : nullptr);
+    for (const auto& image : images) {
+        args.images.push_back(image && *image ? (*image)->image.Get() : nullptr);
+        if (image && *image && (*image)->array != nullptr) (*image)->array->ForgetRefusal();
+    }
     args.numbers = numbers;
     std::optional<AffineTransform> affine;
     std::optional<CallableTransform> callable;
@@ -222,6 +227,13 @@ py::tuple Call(const std::string& method, const std::vector<std::optional<Image*
     }
     if (!known) throw py::value_error("no operation " + method + " with these arguments");
     if (callable && callable->Failed()) throw py::error_already_set();
+    // The module replaces an image it writes by one of another format (a
+    // 32-bit result, say); an array cannot take it and is left as it was.
+    for (const auto& image : images)
+        if (image && *image && (*image)->array != nullptr && (*image)->array->RefusedBitCount() != 0)
+            throw py::value_error(method + " makes a " + std::to_string((*image)->array->RefusedBitCount()) +
+                                  "-bit image, which the array it would write in place cannot hold; the "
+                                  "array is unchanged (call it without inplace=True)");
     if (!made) return py::make_tuple(result, py::none());
     Image image;
     // IncreaseBpp may hand back its source: the array it wraps is the result.
