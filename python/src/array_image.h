@@ -44,7 +44,7 @@ private:
     int stride_ = 0;
     int width_ = 0, height_ = 0, bitCount_ = 0;
     unsigned colourModel_ = 0;
-    int refusedBitCount_ = 0;
+    std::atomic<int> refusedBitCount_{0};  // sources shared by threads see only 0 written
 };
 
 }  // namespace qelpy
