@@ -185,7 +185,7 @@ def increase_bpp(image, bit_count, colour_model=None):
     return _made("increase_bpp", "IncreaseBpp", image, [bits, model])
 
 
-def rotate_paste(image, target=None, angle=0.0, method=3, *, key_colour=None, inplace=False):
+def rotate_paste(image, angle, target=None, method=3, *, key_colour=None, inplace=False):
     """Draws ``image`` rotated anticlockwise by ``angle`` degrees onto
     ``target`` at its top-left corner (24- and 32-bit images; 32-bit blends by
     alpha); ``key_colour`` (an int, RRGGBB) is left undrawn. Without a target,

@@ -46,7 +46,7 @@ CASES = [
      [6, 20, 3, 1], "result"),
     ("increase_bpp 32", lambda s, p, m: qi.increase_bpp(s, 32), "IncreaseBpp", "s", [32, qi.ARGB], "result"),
     ("increase_bpp 24", lambda s, p, m: qi.increase_bpp(s, 24), "IncreaseBpp", "s", [24, qi.BGR], "result"),
-    ("rotate_paste", lambda s, p, m: qi.rotate_paste(s, p, 20), "RotatePaste", "sp",
+    ("rotate_paste", lambda s, p, m: qi.rotate_paste(s, 20, p), "RotatePaste", "sp",
      [20 * math.pi / 180, 3, -1], 1),
     ("flip_bits", lambda s, p, m: qi.flip_bits(s), "FlipBits", "s", [], 0),
     ("quad", lambda s, p, m: qi.quad(s, (1, 1), (8, 0), (0, 6), (7.5, 7)), "Quad", "s",

@@ -52,6 +52,15 @@ class TestMemory:
         assert np.array_equal(qi.negative(data), 255 - bgr)
         assert np.array_equal(data, bgr)
 
+    def test_part_of_each_row_is_read_and_written_through_a_tight_copy(self, bgr):
+        # The last row of big[:, 2:6] ends 5 pixels before a whole stride of big.
+        big = np.tile(bgr, (1, 1, 1))
+        part = big[:, 2:6]
+        assert np.array_equal(qi.median(part, 3), qi.median(np.ascontiguousarray(part), 3))
+        qi.negative(part, inplace=True)
+        assert np.array_equal(big[:, 2:6], 255 - bgr[:, 2:6])
+        assert np.array_equal(big[:, :2], bgr[:, :2]) and np.array_equal(big[:, 6:], bgr[:, 6:])
+
     def test_grayscale_inplace_on_8_bits_matches_the_copying_call(self):
         grey = np.random.default_rng(5).integers(0, 256, (4, 3), dtype=np.uint8)
         expected = qi.grayscale(grey)
