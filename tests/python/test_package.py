@@ -158,6 +158,15 @@ class TestFiles:
         qi.write(image, tmp_path / name)
         assert np.array_equal(qi.read(tmp_path / name), image)
 
+    def test_a_palette_file_reads_as_an_image_with_its_palette(self, tmp_path):
+        indexed = qi.Image(3, 2, 8, "MONO")
+        indexed.palette = [(0, 0, 0, 0), (255, 128, 1, 0)] + [(i, i, i, 0) for i in range(2, 256)]
+        indexed.array[0] = (1, 0, 7)
+        qi.write(indexed, tmp_path / "p.png")
+        read = qi.read(tmp_path / "p.png")
+        assert isinstance(read, qi.Image) and read.palette[:2] == [(0, 0, 0, 0), (255, 128, 1, 0)]
+        assert read.array.tolist() == [[1, 0, 7], [0, 0, 0]]
+
     def test_missing_file_is_an_os_error_naming_it(self, tmp_path):
         with pytest.raises(OSError, match=re.escape(str(tmp_path / "none.png"))):
             qi.read(tmp_path / "none.png")
@@ -187,6 +196,13 @@ class TestImage:
         assert indexed.palette == [(0, 0, 0, 0), (255, 128, 1, 0)]
         indexed.array[0] = (1, 0, 7)
         assert qi.increase_bpp(indexed, 24).array[0].tolist() == [[255, 128, 1], [0, 0, 0], [7, 7, 7]]
+
+    def test_every_plane_is_its_own_view(self):
+        image = qi.Image(4, 3, 8, "MONO", planes=2)
+        image.plane(1)[...] = 9
+        assert (image.planes, image.plane(0).sum(), image.plane(1).sum()) == (2, 0, 9 * 12)
+        with pytest.raises(IndexError):
+            image.plane(2)
 
     def test_int32_mono_is_32_bit_integers(self):
         values = np.array([[-7, 8, 1000]], np.int32)
