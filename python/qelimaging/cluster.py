@@ -71,7 +71,9 @@ def _process_file(source, target, steps):
     try:
         write(run_steps(read(source), steps), target)
     except (OSError, ValueError, RuntimeError) as error:
-        return str(error)
+        reason = str(error)
+        # The readers name the file; the report names it once.
+        return reason[len(source) + 2:] if reason.startswith(source + ": ") else reason
     return None
 
 

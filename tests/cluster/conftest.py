@@ -16,19 +16,26 @@ os.environ["PYTHONPATH"] = os.pathsep.join(filter(None, [PACKAGE_FOLDER, os.envi
 QEL = os.path.join(BUILD, "qel")
 
 
-@pytest.fixture(scope="module")
-def two_workers():
+@pytest.fixture(scope="session")
+def cluster_client():
     """A Client of a cluster of two single-threaded worker processes on
-    127.0.0.1; closed even when a test fails."""
+    127.0.0.1, for the whole session; closed even when a test fails."""
     from distributed import Client, LocalCluster
     cluster = LocalCluster(n_workers=2, threads_per_worker=1, processes=True, host="127.0.0.1",
                            dashboard_address=None, silence_logs=50)
     try:
         client = Client(cluster, timeout="60s")
         try:
-            client.wait_for_workers(2, timeout=60)
             yield client
         finally:
             client.close()
     finally:
         cluster.close()
+
+
+@pytest.fixture
+def two_workers(cluster_client):
+    """The session's client once both workers run (a test may have killed one:
+    its nanny starts another)."""
+    cluster_client.wait_for_workers(2, timeout=120)
+    return cluster_client
