@@ -51,6 +51,8 @@ class Image:
     ones of another format (``inplace=True``) leaves older views on the old
     memory."""
 
+    _write_back = None  # (the caller's array, the tight copy the module writes)
+
     def __init__(self, width=0, height=0, bit_count=24, colour_model="BGR", planes=1, *, _wrapped=None):
         if _wrapped is not None:
             self._image = _wrapped
@@ -137,12 +139,42 @@ def as_image(image, written=False):
     int32 HxW is 32-bit "MONO" integers. Each row's pixels must be contiguous
     (rows may be padded or run bottom-up, as with a[::-1]); other layouts,
     other dtypes and empty arrays raise ValueError, as does a read-only array
-    that the operation would write."""
+    that the operation would write. A view of part of each row whose last row
+    ends before a whole stride of its buffer is copied (and copied back when
+    the operation writes it)."""
     if isinstance(image, Image):
         return image
     if not isinstance(image, np.ndarray):
         raise ValueError("expected a numpy array or a qelimaging.Image, got %s" % type(image).__name__)
-    return Image(_wrapped=_core.Image.wrap(image, written))
+    wrapped = _core.Image.wrap(image, written)  # checks dtype, shape and strides first
+    if _block_in_buffer(image):
+        return Image(_wrapped=wrapped)
+    tight = np.ascontiguousarray(image)
+    result = Image(_wrapped=_core.Image.wrap(tight, written))
+    if written:
+        result._write_back = (image, tight)
+    return result
+
+
+def _block_in_buffer(array):
+    """Whether |row stride| x height bytes from the first row, the block the
+    module may read, lie inside the array's buffer. A view of every other
+    column or of part of each row may end short of its last row's stride; such
+    an array is worked on in a tight copy (copied back when written)."""
+    height, stride = array.shape[0], array.strides[0]
+    row = array.strides[1] * array.shape[1]
+    if height == 1 or abs(stride) == row:
+        return True
+    start = array.__array_interface__["data"][0]
+    low = start + min(0, (height - 1) * stride)
+    high = low + abs(stride) * height
+    base = array
+    while isinstance(base.base, np.ndarray):
+        base = base.base
+    if not base.flags.owndata:
+        return False
+    first = base.__array_interface__["data"][0]
+    return first <= low and high <= first + base.nbytes
 
 
 def _hand_back(result, like):
@@ -157,6 +189,10 @@ def _run(operation, method, images, numbers, transform=None):
     code, made = _core.call(method, raw, [float(n) for n in numbers], transform)
     if code < 0:
         raise QelError(operation, code)
+    for image in images:
+        if image is not None and image._write_back is not None:
+            original, tight = image._write_back
+            original[...] = tight
     return code, (None if made is None else Image(_wrapped=made))
 
 

@@ -185,7 +185,7 @@ def increase_bpp(image, bit_count, colour_model=None):
     return _made("increase_bpp", "IncreaseBpp", image, [bits, model])
 
 
-def rotate_paste(image, target=None, angle=0.0, method=3, *, key_colour=None, inplace=False):
+def rotate_paste(image, angle, target=None, method=3, *, key_colour=None, inplace=False):
     """Draws ``image`` rotated anticlockwise by ``angle`` degrees onto
     ``target`` at its top-left corner (24- and 32-bit images; 32-bit blends by
     alpha); ``key_colour`` (an int, RRGGBB) is left undrawn. Without a target,
@@ -291,8 +291,8 @@ def flip_image_and_bits(image, *, inplace=False):
 def circle_transform(image, mode, *, with_alpha=False, factor=1.0, inplace=False):
     """The circle deforms by mode: 0 bulge, 1 pinch, 2 swirl (``factor``:
     larger twists less), 3 polar unwrap, 4 fold in strips of 32 pixels. Every
-    depth; ``with_alpha`` makes the image 32-bit with alpha, which an array
-    with ``inplace=True`` cannot become."""
+    depth; ``with_alpha`` makes the image 32-bit with opaque alpha (an array
+    written in place cannot change its format: ValueError, array unchanged)."""
     return _in_place("circle_transform", "CircleTransform", image,
                      [_whole(mode, "mode"), int(bool(with_alpha)), _number(factor, "factor")], inplace)
 

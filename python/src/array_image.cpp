@@ -69,7 +69,10 @@ size_t ArrayImage::RowBytes() const {
 
 // The module re-creates an image it writes whole; the array can take only its own format.
 QResult ArrayImage::Create(int width, int height, int planes, int bitCount, unsigned colourModel) {
-    if (!SameLayout(width, height, planes, bitCount, colourModel)) return QEL_E_INVALIDARG;
+    if (!SameLayout(width, height, planes, bitCount, colourModel)) {
+        refusedBitCount_ = bitCount;
+        return QEL_E_INVALIDARG;
+    }
     for (int y = 0; y < height_; ++y) std::memset(bits_ + static_cast<ptrdiff_t>(y) * stride_, 0, RowBytes());
     return QEL_OK;
 }
@@ -82,8 +85,10 @@ QResult ArrayImage::Assign(IQEL* source, int) {
     const qel::Pixels p = qel::PixelsOf(source);
     int planes = 0;
     source->GetSize(nullptr, nullptr, &planes);
-    if (!SameLayout(p.width, p.height, planes, p.bitCount, p.colourModel) || p.bits == nullptr)
+    if (!SameLayout(p.width, p.height, planes, p.bitCount, p.colourModel) || p.bits == nullptr) {
+        refusedBitCount_ = p.bitCount;
         return QEL_E_INVALIDARG;
+    }
     for (int y = 0; y < height_; ++y)
         std::memmove(bits_ + static_cast<ptrdiff_t>(y) * stride_, p.Row(y), RowBytes());
     return QEL_OK;

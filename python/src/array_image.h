@@ -28,6 +28,11 @@ public:
     QResult Fill(unsigned colour) override;
     QResult SetPalette(const RGBQUAD* entries, unsigned count) override;
 
+    // The bit count of the last Create or Assign refused for another format
+    // (0: none), so that the caller can report an in-place change it lost.
+    int RefusedBitCount() const { return refusedBitCount_; }
+    void ForgetRefusal() { refusedBitCount_ = 0; }
+
 private:
     ArrayImage() = default;
     ~ArrayImage() = default;
@@ -39,6 +44,7 @@ private:
     int stride_ = 0;
     int width_ = 0, height_ = 0, bitCount_ = 0;
     unsigned colourModel_ = 0;
+    std::atomic<int> refusedBitCount_{0};  // sources shared by threads see only 0 written
 };
 
 }  // namespace qelpy

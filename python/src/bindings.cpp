@@ -37,6 +37,7 @@ Loaded& Need() {
 struct Image {
     SmartPtr<IQEL> image;
     py::object owner;
+    ArrayImage* array = nullptr;  // `image` itself when it wraps `owner`
 
     qel::Pixels Pixels() const { return qel::PixelsOf(image.Get()); }
     int Planes() const {
@@ -102,25 +103,29 @@ Image Wrap(const py::array& array, bool written) {
         std::string shape;
         for (ssize_t i = 0; i < array.ndim(); ++i) shape += (i ? "x" : "") + std::to_string(array.shape(i));
         throw py::value_error("expected a uint8 HxW, HxWx3 or HxWx4 array or an int32 HxW array, got " +
-                              py::str(static_cast<py::handle>(dtype)).cast<std::string>() + " " + (shape.empty() ? "scalar" : shape));
+                              py::str(static_cast<py::handle>(dtype)).cast<std::string>() + " " +
+                              (shape.empty() ? "scalar" : shape));
     }
     const ssize_t height = array.shape(0), width = array.shape(1);
     if (height == 0 || width == 0) throw py::value_error("the array is empty");
     if (height > INT_MAX || width > INT_MAX) throw py::value_error("the array is too large for an image");
     const ssize_t pixelBytes = bitCount / 8;
     if (array.strides(1) != pixelBytes || (array.ndim() == 3 && array.strides(2) != 1))
-        throw py::value_error("the pixels of each row must be contiguous (channels last, no step); "
-                              "pass numpy.ascontiguousarray(array)");
+        throw py::value_error(
+            "the pixels of each row must be contiguous (channels last, no step); "
+            "pass numpy.ascontiguousarray(array)");
     const ssize_t stride = array.strides(0);
     if ((height > 1 && std::llabs(stride) < width * pixelBytes) || std::llabs(stride) > INT_MAX)
-        throw py::value_error("the rows of the array overlap or lie too far apart; "
-                              "pass numpy.ascontiguousarray(array)");
+        throw py::value_error(
+            "the rows of the array overlap or lie too far apart; "
+            "pass numpy.ascontiguousarray(array)");
     if (written && !array.writeable()) throw py::value_error("the array is read-only and would be written");
     Image wrapped;
     wrapped.image.Reset(ArrayImage::Make(static_cast<unsigned char*>(const_cast<void*>(array.data())),
                                          static_cast<int>(height > 1 ? stride : width * pixelBytes),
                                          static_cast<int>(width), static_cast<int>(height), bitCount, model));
     wrapped.owner = array;
+    wrapped.array = static_cast<ArrayImage*>(static_cast<IQELImageDIB*>(wrapped.image.Get()));
     return wrapped;
 }
 
@@ -131,8 +136,8 @@ Image NewRuntimeImage(int width, int height, int bitCount, unsigned model, int p
         const QResult result = made->Create(width, height, planes, bitCount, model);
         if (result < 0)
             throw py::value_error("cannot create a " + std::to_string(width) + "x" + std::to_string(height) +
-                                  " image of " + std::to_string(bitCount) + " bits and " + std::to_string(planes) +
-                                  " planes: " + qeltool::DescribeResult(result));
+                                  " image of " + std::to_string(bitCount) + " bits and " +
+                                  std::to_string(planes) + " planes: " + qeltool::DescribeResult(result));
     }
     Image image;
     image.image.Reset(made.Detach());
@@ -201,7 +206,10 @@ py::tuple Call(const std::string& method, const std::vector<std::optional<Image*
                const std::vector<double>& numbers, const py::object& transform) {
     Loaded& loaded = Need();
     CallArguments args;
-    for (const auto& image : images) args.images.push_back(image && *image ? (*image)->image.Get() : nullptr);
+    for (const auto& image : images) {
+        args.images.push_back(image && *image ? (*image)->image.Get() : nullptr);
+        if (image && *image && (*image)->array != nullptr) (*image)->array->ForgetRefusal();
+    }
     args.numbers = numbers;
     std::optional<AffineTransform> affine;
     std::optional<CallableTransform> callable;
@@ -222,6 +230,13 @@ py::tuple Call(const std::string& method, const std::vector<std::optional<Image*
     }
     if (!known) throw py::value_error("no operation " + method + " with these arguments");
     if (callable && callable->Failed()) throw py::error_already_set();
+    // The module replaces an image it writes by one of another format (a
+    // 32-bit result, say); an array cannot take it and is left as it was.
+    for (const auto& image : images)
+        if (image && *image && (*image)->array != nullptr && (*image)->array->RefusedBitCount() != 0)
+            throw py::value_error(method + " makes a " + std::to_string((*image)->array->RefusedBitCount()) +
+                                  "-bit image, which the array it would write in place cannot hold; the "
+                                  "array is unchanged (call it without inplace=True)");
     if (!made) return py::make_tuple(result, py::none());
     Image image;
     // IncreaseBpp may hand back its source: the array it wraps is the result.
@@ -235,12 +250,14 @@ void Load(const std::string& folder) {
     if (g_loaded != nullptr) return;
     auto loaded = std::make_unique<Loaded>();
     std::string error;
-    if (!loaded->host.Load(folder, &error)) throw std::runtime_error("cannot load the module from " + folder + ": " + error);
+    if (!loaded->host.Load(folder, &error))
+        throw std::runtime_error("cannot load the module from " + folder + ": " + error);
     Components& c = loaded->components;
     c.colours = loaded->host.Create<IQELColorTransform>(L"QELColorTransform", qel::iid::IQELColorTransform);
     c.transform = loaded->host.Create<IQELTransform>(L"QELTransform", qel::iid::IQELTransform);
     c.deform = loaded->host.Create<IQELDeform>(L"QELDeform", qel::iid::IQELDeform);
-    c.filters = loaded->host.Create<IQELFilterTransform>(L"QELFilterTransform", qel::iid::IQELFilterTransform);
+    c.filters =
+        loaded->host.Create<IQELFilterTransform>(L"QELFilterTransform", qel::iid::IQELFilterTransform);
     c.maths = loaded->host.Create<IQELMaths>(L"QELMaths", qel::iid::IQELMaths);
     if (!c.colours || !c.transform || !c.deform || !c.filters || !c.maths)
         throw std::runtime_error("the module in " + folder + " lacks one of its five components");
@@ -289,7 +306,8 @@ PYBIND11_MODULE(_core, m) {
     m.def("call", &qelpy::Call, py::arg("method"), py::arg("images"), py::arg("numbers"),
           py::arg("transform") = py::none());
     m.def("methods", &qelpy::OperationNames);
-    m.def("seed", [](unsigned seed) { std::srand(seed); }, py::arg("seed"));
+    m.def(
+        "seed", [](unsigned seed) { std::srand(seed); }, py::arg("seed"));
     m.def("describe", [](long long code) { return qeltool::DescribeResult(static_cast<QResult>(code)); });
     m.def("read", &qelpy::Read, py::arg("path"), py::arg("max_pixels"));
     m.def("write", &qelpy::Write, py::arg("image"), py::arg("path"), py::arg("quality"));
@@ -303,33 +321,39 @@ PYBIND11_MODULE(_core, m) {
         .def_property_readonly("width", [](const Image& s) { return s.Pixels().width; })
         .def_property_readonly("height", [](const Image& s) { return s.Pixels().height; })
         .def_property_readonly("bit_count", [](const Image& s) { return s.Pixels().bitCount; })
-        .def_property_readonly("colour_model", [](const Image& s) { return qelpy::ModelName(s.Pixels().colourModel); })
+        .def_property_readonly("colour_model",
+                               [](const Image& s) { return qelpy::ModelName(s.Pixels().colourModel); })
         .def_property_readonly("colour_model_code", [](const Image& s) { return s.Pixels().colourModel; })
         .def_property_readonly("planes", &Image::Planes)
         .def_property_readonly("wraps_array", [](const Image& s) { return bool(s.owner); })
-        .def("address", [](const Image& s, int plane) {
-            unsigned char* bits = nullptr;
-            int stride = 0, reserved = 0;
-            s.image->GetBits(plane, &reserved, &bits, &stride);
-            return reinterpret_cast<uintptr_t>(bits);
-        }, py::arg("plane") = 0)
-        .def("palette", [](const Image& s) {
-            std::vector<std::tuple<int, int, int, int>> entries;
-            SmartPtr<IQELImagePalette> palette;
-            s.image->QueryInterface(qel::iid::IQELImagePalette, palette.OutVoid());
-            RGBQUAD* list = nullptr;
-            unsigned count = 0;
-            if (palette && palette->GetPalette(&list, &count) >= 0 && list != nullptr)
-                for (unsigned i = 0; i < std::min(count, 256u); ++i)
-                    entries.emplace_back(list[i].rgbBlue, list[i].rgbGreen, list[i].rgbRed, list[i].rgbReserved);
-            return entries;
-        })
+        .def(
+            "address",
+            [](const Image& s, int plane) {
+                unsigned char* bits = nullptr;
+                int stride = 0, reserved = 0;
+                s.image->GetBits(plane, &reserved, &bits, &stride);
+                return reinterpret_cast<uintptr_t>(bits);
+            },
+            py::arg("plane") = 0)
+        .def("palette",
+             [](const Image& s) {
+                 std::vector<std::tuple<int, int, int, int>> entries;
+                 SmartPtr<IQELImagePalette> palette;
+                 s.image->QueryInterface(qel::iid::IQELImagePalette, palette.OutVoid());
+                 RGBQUAD* list = nullptr;
+                 unsigned count = 0;
+                 if (palette && palette->GetPalette(&list, &count) >= 0 && list != nullptr)
+                     for (unsigned i = 0; i < std::min(count, 256u); ++i)
+                         entries.emplace_back(list[i].rgbBlue, list[i].rgbGreen, list[i].rgbRed,
+                                              list[i].rgbReserved);
+                 return entries;
+             })
         .def("set_palette", [](const Image& s, const std::vector<std::tuple<int, int, int, int>>& entries) {
             if (entries.size() > 256) throw py::value_error("a palette has at most 256 entries");
             std::vector<RGBQUAD> list;
             for (const auto& [b, g, r, a] : entries)
-                list.push_back(RGBQUAD{static_cast<uint8_t>(b), static_cast<uint8_t>(g), static_cast<uint8_t>(r),
-                                       static_cast<uint8_t>(a)});
+                list.push_back(RGBQUAD{static_cast<uint8_t>(b), static_cast<uint8_t>(g),
+                                       static_cast<uint8_t>(r), static_cast<uint8_t>(a)});
             SmartPtr<IQELImageDIB> dib;
             s.image->QueryInterface(qel::iid::IQELImageDIB, dib.OutVoid());
             if (!dib || dib->SetPalette(list.data(), static_cast<unsigned>(list.size())) < 0)

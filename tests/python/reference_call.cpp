@@ -37,7 +37,8 @@ SmartPtr<IQEL> ReadRaw(const std::string& path) {
     image->Create(header[0], header[1], 1, header[2], static_cast<unsigned>(header[3]));
     if (!palette.empty()) image->SetPalette(palette.data(), static_cast<unsigned>(palette.size()));
     const qel::Pixels p = qel::PixelsOf(image.Get());
-    for (int y = 0; y < p.height; ++y) in.read(reinterpret_cast<char*>(p.Row(y)), static_cast<std::streamsize>(p.RowBytes()));
+    for (int y = 0; y < p.height; ++y)
+        in.read(reinterpret_cast<char*>(p.Row(y)), static_cast<std::streamsize>(p.RowBytes()));
     return SmartPtr<IQEL>(image.Detach());
 }
 
@@ -55,7 +56,8 @@ void WriteRaw(IQEL* image, const std::string& path) {
                                static_cast<int32_t>(palette.size())};
     std::ofstream out(path, std::ios::binary);
     out.write(reinterpret_cast<const char*>(header), sizeof(header));
-    out.write(reinterpret_cast<const char*>(palette.data()), static_cast<std::streamsize>(palette.size() * 4));
+    out.write(reinterpret_cast<const char*>(palette.data()),
+              static_cast<std::streamsize>(palette.size() * 4));
     for (int y = 0; y < p.height && p.bits != nullptr; ++y)
         out.write(reinterpret_cast<const char*>(p.Row(y)), static_cast<std::streamsize>(p.RowBytes()));
 }
@@ -105,10 +107,12 @@ int main(int argc, char** argv) {
     auto un = [&](size_t k) { return static_cast<unsigned>(static_cast<long long>(n[k])); };
     auto fl = [&](size_t k) { return static_cast<float>(n[k]); };
 
-    SmartPtr<IQELColorTransform> c = Component<IQELColorTransform>(L"QELColorTransform", qel::iid::IQELColorTransform);
+    SmartPtr<IQELColorTransform> c =
+        Component<IQELColorTransform>(L"QELColorTransform", qel::iid::IQELColorTransform);
     SmartPtr<IQELTransform> t = Component<IQELTransform>(L"QELTransform", qel::iid::IQELTransform);
     SmartPtr<IQELDeform> d = Component<IQELDeform>(L"QELDeform", qel::iid::IQELDeform);
-    SmartPtr<IQELFilterTransform> f = Component<IQELFilterTransform>(L"QELFilterTransform", qel::iid::IQELFilterTransform);
+    SmartPtr<IQELFilterTransform> f =
+        Component<IQELFilterTransform>(L"QELFilterTransform", qel::iid::IQELFilterTransform);
     SmartPtr<IQELMaths> m = Component<IQELMaths>(L"QELMaths", qel::iid::IQELMaths);
     SmartPtr<IQEL> made;
     QResult r = QEL_E_NOTIMPL;
@@ -121,52 +125,101 @@ int main(int argc, char** argv) {
     SmartPtr<IQELImage> dest;
     if (!images.empty() && images[0]) images[0]->QueryInterface(qel::iid::IQELImage, dest.OutVoid());
 
-    if (method == "Colorize") r = c->Colorize(im(0), static_cast<unsigned char>(in(0)), static_cast<unsigned char>(in(1)), fl(2));
-    else if (method == "Lut") r = c->Lut(im(0), table);
-    else if (method == "Negative") r = c->Negative(im(0));
-    else if (method == "GrayScale") r = c->GrayScale(im(0));
-    else if (method == "ShiftRGB") r = c->ShiftRGB(im(0), in(0), in(1), in(2));
-    else if (method == "Gamma") r = c->Gamma(im(0), fl(0));
-    else if (method == "Light") r = c->Light(im(0), in(0), in(1));
-    else if (method == "SetImageAlpha") r = c->SetImageAlpha(im(0), in(0), 0);
-    else if (method == "SetImageAlphaTransparency") r = c->SetImageAlphaTransparency(im(0), in(0), un(1));
-    else if (method == "SetImageTransparentPixel") r = c->SetImageTransparentPixel(im(0), un(0));
-    else if (method == "Threshold") r = c->Threshold(im(0), in(0));
-    else if (method == "Flip") r = t->Flip(im(0), made.Out());
-    else if (method == "Mirror") r = t->Mirror(im(0), made.Out());
-    else if (method == "Rotate") r = t->Rotate(im(0), made.Out(), in(0), in(1), in(2), in(3));
-    else if (method == "Skew") r = t->Skew(im(0), made.Out(), fl(0), fl(1), in(2), in(3), 0, in(4));
-    else if (method == "Resample") r = t->Resample(im(0), made.Out(), in(0), in(1), in(2), in(3));
-    else if (method == "IncreaseBpp") r = t->IncreaseBpp(im(0), made.Out(), in(0), un(1));
-    else if (method == "RotatePaste") r = t->RotatePaste(im(0), im(1), n[0], in(1), in(2));
-    else if (method == "FlipBits") r = t->FlipBits(im(0));
-    else if (method == "Quad") r = t->Quad(im(0), made.Out(), n[0], n[1], n[2], n[3], n[4], n[5], n[6], n[7], un(8), un(9), static_cast<short>(in(10)));
-    else if (method == "Transform") r = t->Transform(affine.get(), im(0), made.Out(), in(0), in(1), un(2), un(3), 0, 0);
-    else if (method == "TransformPaste") r = t->TransformPaste(affine.get(), im(0), im(1), in(0), in(1), static_cast<short>(in(2)), 0);
-    else if (method == "FlipImageAndBits") r = t->FlipImageAndBits(im(0));
-    else if (method == "CircleTransform") r = d->CircleTransform(im(0), in(0), in(1), fl(2));
-    else if (method == "Erode") r = f->Erode(im(0), in(0), made.Out());
-    else if (method == "Edge") r = f->Edge(im(0), in(0), made.Out());
-    else if (method == "Dilate") r = f->Dilate(im(0), in(0), made.Out());
-    else if (method == "Filter") r = f->Filter(im(0), kernel.data(), kernelSize, in(0), in(1), made.Out());
-    else if (method == "Contour") r = f->Contour(im(0), made.Out());
-    else if (method == "Noise") { std::srand(un(1)); r = f->Noise(im(0), in(0), made.Out()); }
-    else if (method == "Jitter") { std::srand(un(1)); r = f->Jitter(im(0), in(0), made.Out()); }
-    else if (method == "Median") r = f->Median(im(0), in(0), made.Out());
-    else if (method == "Emboss") r = f->Emboss(im(0), made.Out());
-    else if (method == "Blur") r = f->Blur(im(0), made.Out());
-    else if (method == "Soften") r = f->Soften(im(0), made.Out());
-    else if (method == "Sharpen") r = f->Sharpen(im(0), made.Out());
-    else if (method == "GaussianBlur") r = f->GaussianBlur(im(0), in(0), made.Out());
-    else if (method == "Equal") r = m->Equal(im(0), im(1), in(0));
-    else if (method == "Copy") r = m->Copy(im(0), im(1), im(2), in(0), in(1));
-    else if (method == "AddScale") r = m->AddScale(im(0), im(1), im(2), im(3), fl(0), fl(1), fl(2));
-    else if (method == "Scale") r = m->Scale(im(0), im(1), im(2), fl(0), fl(1));
-    else if (method == "Subtract") r = m->Subtract(im(0), im(1), im(2), in(0));
-    else if (method == "CreateDestImage") r = m->CreateDestImage(made.Out(), im(0), in(0), in(1));
-    else if (method == "Add") r = m->Add(dest.Get(), im(1), im(2), fl(0));
-    else if (method == "Scale8") r = m->Scale8(dest.Get(), im(1), in(0), n[1]);
-    else return 3;
+    if (method == "Colorize")
+        r = c->Colorize(im(0), static_cast<unsigned char>(in(0)), static_cast<unsigned char>(in(1)), fl(2));
+    else if (method == "Lut")
+        r = c->Lut(im(0), table);
+    else if (method == "Negative")
+        r = c->Negative(im(0));
+    else if (method == "GrayScale")
+        r = c->GrayScale(im(0));
+    else if (method == "ShiftRGB")
+        r = c->ShiftRGB(im(0), in(0), in(1), in(2));
+    else if (method == "Gamma")
+        r = c->Gamma(im(0), fl(0));
+    else if (method == "Light")
+        r = c->Light(im(0), in(0), in(1));
+    else if (method == "SetImageAlpha")
+        r = c->SetImageAlpha(im(0), in(0), 0);
+    else if (method == "SetImageAlphaTransparency")
+        r = c->SetImageAlphaTransparency(im(0), in(0), un(1));
+    else if (method == "SetImageTransparentPixel")
+        r = c->SetImageTransparentPixel(im(0), un(0));
+    else if (method == "Threshold")
+        r = c->Threshold(im(0), in(0));
+    else if (method == "Flip")
+        r = t->Flip(im(0), made.Out());
+    else if (method == "Mirror")
+        r = t->Mirror(im(0), made.Out());
+    else if (method == "Rotate")
+        r = t->Rotate(im(0), made.Out(), in(0), in(1), in(2), in(3));
+    else if (method == "Skew")
+        r = t->Skew(im(0), made.Out(), fl(0), fl(1), in(2), in(3), 0, in(4));
+    else if (method == "Resample")
+        r = t->Resample(im(0), made.Out(), in(0), in(1), in(2), in(3));
+    else if (method == "IncreaseBpp")
+        r = t->IncreaseBpp(im(0), made.Out(), in(0), un(1));
+    else if (method == "RotatePaste")
+        r = t->RotatePaste(im(0), im(1), n[0], in(1), in(2));
+    else if (method == "FlipBits")
+        r = t->FlipBits(im(0));
+    else if (method == "Quad")
+        r = t->Quad(im(0), made.Out(), n[0], n[1], n[2], n[3], n[4], n[5], n[6], n[7], un(8), un(9),
+                    static_cast<short>(in(10)));
+    else if (method == "Transform")
+        r = t->Transform(affine.get(), im(0), made.Out(), in(0), in(1), un(2), un(3), 0, 0);
+    else if (method == "TransformPaste")
+        r = t->TransformPaste(affine.get(), im(0), im(1), in(0), in(1), static_cast<short>(in(2)), 0);
+    else if (method == "FlipImageAndBits")
+        r = t->FlipImageAndBits(im(0));
+    else if (method == "CircleTransform")
+        r = d->CircleTransform(im(0), in(0), in(1), fl(2));
+    else if (method == "Erode")
+        r = f->Erode(im(0), in(0), made.Out());
+    else if (method == "Edge")
+        r = f->Edge(im(0), in(0), made.Out());
+    else if (method == "Dilate")
+        r = f->Dilate(im(0), in(0), made.Out());
+    else if (method == "Filter")
+        r = f->Filter(im(0), kernel.data(), kernelSize, in(0), in(1), made.Out());
+    else if (method == "Contour")
+        r = f->Contour(im(0), made.Out());
+    else if (method == "Noise") {
+        std::srand(un(1));
+        r = f->Noise(im(0), in(0), made.Out());
+    } else if (method == "Jitter") {
+        std::srand(un(1));
+        r = f->Jitter(im(0), in(0), made.Out());
+    } else if (method == "Median")
+        r = f->Median(im(0), in(0), made.Out());
+    else if (method == "Emboss")
+        r = f->Emboss(im(0), made.Out());
+    else if (method == "Blur")
+        r = f->Blur(im(0), made.Out());
+    else if (method == "Soften")
+        r = f->Soften(im(0), made.Out());
+    else if (method == "Sharpen")
+        r = f->Sharpen(im(0), made.Out());
+    else if (method == "GaussianBlur")
+        r = f->GaussianBlur(im(0), in(0), made.Out());
+    else if (method == "Equal")
+        r = m->Equal(im(0), im(1), in(0));
+    else if (method == "Copy")
+        r = m->Copy(im(0), im(1), im(2), in(0), in(1));
+    else if (method == "AddScale")
+        r = m->AddScale(im(0), im(1), im(2), im(3), fl(0), fl(1), fl(2));
+    else if (method == "Scale")
+        r = m->Scale(im(0), im(1), im(2), fl(0), fl(1));
+    else if (method == "Subtract")
+        r = m->Subtract(im(0), im(1), im(2), in(0));
+    else if (method == "CreateDestImage")
+        r = m->CreateDestImage(made.Out(), im(0), in(0), in(1));
+    else if (method == "Add")
+        r = m->Add(dest.Get(), im(1), im(2), fl(0));
+    else if (method == "Scale8")
+        r = m->Scale8(dest.Get(), im(1), in(0), n[1]);
+    else
+        return 3;
 
     std::printf("%d\n", r);
     for (size_t k = 0; k < images.size(); ++k) WriteRaw(im(k), out + "." + std::to_string(k));

@@ -1,0 +1,214 @@
+"""What the package promises beyond the bytes: no copies, results that own
+their memory, errors as exceptions, threads, files, conversions, version."""
+
+import gc
+import os
+import re
+import threading
+
+import numpy as np
+import pytest
+
+from conftest import ROOT, qi, random_input
+
+
+@pytest.fixture
+def bgr():
+    return np.random.default_rng(3).integers(0, 256, (9, 11, 3), dtype=np.uint8)
+
+
+class TestMemory:
+    def test_input_array_is_wrapped_not_copied(self, bgr):
+        assert qi.Image.from_array(bgr)._image.address() == bgr.ctypes.data
+        bottom_up = bgr[::-1]
+        assert qi.as_image(bottom_up)._image.address() == bottom_up.ctypes.data
+
+    def test_result_array_is_the_runtime_images_memory(self, bgr):
+        result = qi.median(qi.Image.from_array(bgr), 3)
+        view = result.array
+        assert view.__array_interface__["data"][0] == result._image.address()
+        view[0, 0] = (1, 2, 3)
+        assert result.array[0, 0].tolist() == [1, 2, 3]
+
+    def test_result_outlives_input_and_every_other_object(self, bgr):
+        expected = qi.median(bgr, 3).copy()
+        image = qi.Image.from_array(bgr.copy())
+        result = qi.median(image, 3).array
+        del image
+        gc.collect()
+        assert result.base is not None and np.array_equal(result, expected)
+        chained = qi.negative(qi.flip(bgr))
+        gc.collect()
+        assert np.array_equal(chained, 255 - bgr[::-1])
+
+    def test_inplace_writes_the_callers_array_and_returns_it(self, bgr):
+        data = bgr.copy()
+        view = data[::-1]
+        assert qi.negative(view, inplace=True) is view
+        assert np.array_equal(data, 255 - bgr)
+
+    def test_without_inplace_the_input_is_kept(self, bgr):
+        data = bgr.copy()
+        assert np.array_equal(qi.negative(data), 255 - bgr)
+        assert np.array_equal(data, bgr)
+
+    def test_part_of_each_row_is_read_and_written_through_a_tight_copy(self, bgr):
+        # The last row of big[:, 2:6] ends 5 pixels before a whole stride of big.
+        big = np.tile(bgr, (1, 1, 1))
+        part = big[:, 2:6]
+        assert np.array_equal(qi.median(part, 3), qi.median(np.ascontiguousarray(part), 3))
+        qi.negative(part, inplace=True)
+        assert np.array_equal(big[:, 2:6], 255 - bgr[:, 2:6])
+        assert np.array_equal(big[:, :2], bgr[:, :2]) and np.array_equal(big[:, 6:], bgr[:, 6:])
+
+    def test_grayscale_inplace_on_8_bits_matches_the_copying_call(self):
+        grey = np.random.default_rng(5).integers(0, 256, (4, 3), dtype=np.uint8)
+        expected = qi.grayscale(grey)
+        assert qi.grayscale(grey, inplace=True) is grey
+        assert np.array_equal(grey, expected)
+
+    def test_increase_bpp_of_its_own_depth_hands_back_the_input(self, bgr):
+        assert qi.increase_bpp(bgr, 24) is not None
+        assert np.array_equal(qi.increase_bpp(bgr, 24), bgr)
+
+
+class TestErrors:
+    def test_module_failure_is_a_qel_error_with_qels_wording(self, bgr):
+        with pytest.raises(qi.QelError) as caught:
+            qi.scale8(bgr, 0.5)
+        assert (caught.value.operation, caught.value.code) == ("scale8", 0xF0040031)
+        assert str(caught.value) == "scale8: failed with 0xF0040031 (the image is not MONO)"
+
+    @pytest.mark.parametrize("array, message", [
+        (np.zeros((4, 4), np.float64), "expected a uint8"),
+        (np.zeros((4, 4, 2), np.uint8), "expected a uint8"),
+        (np.zeros((4, 4, 3), np.uint8)[:, :, ::-1], "contiguous"),
+        (np.zeros((4, 8), np.uint8)[:, ::2], "contiguous"),
+        (np.zeros((0, 4), np.uint8), "empty"),
+        (np.broadcast_to(np.zeros((1, 4), np.uint8), (3, 4)), "overlap"),
+    ])
+    def test_bad_arrays_are_value_errors(self, array, message):
+        with pytest.raises(ValueError, match=message):
+            qi.median(array)
+
+    def test_read_only_array_is_refused_only_when_written(self, bgr):
+        bgr.flags.writeable = False
+        assert qi.negative(bgr).shape == bgr.shape
+        with pytest.raises(ValueError, match="read-only"):
+            qi.negative(bgr, inplace=True)
+
+    @pytest.mark.parametrize("call, message", [
+        (lambda a: qi.lut(a, range(255)), "256 entries"),
+        (lambda a: qi.filter(a, [1, 2, 3]), "size x size"),
+        (lambda a: qi.resample(a, (4,)), "pair"),
+        (lambda a: qi.rotate(a, 1.5), "whole number"),
+        (lambda a: qi.light(a, 2 ** 40), "between"),
+        (lambda a: qi.resample(a, (4, 4), method="blurry"), "unknown method"),
+        (lambda a: qi.transform(a, (1, 0, 0)), "six numbers"),
+    ])
+    def test_bad_arguments_are_value_errors(self, bgr, call, message):
+        with pytest.raises(ValueError, match=message):
+            call(bgr)
+
+    def test_an_exception_in_the_coordinate_map_is_raised_after_the_call(self, bgr):
+        calls = []
+
+        def broken(x, y):
+            calls.append((x, y))
+            raise KeyError("no such point")
+
+        with pytest.raises(KeyError, match="no such point"):
+            qi.transform(bgr, broken)
+        assert len(calls) == 1
+
+    def test_inplace_on_an_array_cannot_change_its_format(self, bgr):
+        before = bgr.copy()
+        with pytest.raises(ValueError, match="CircleTransform makes a 32-bit image"):
+            qi.bulge(bgr, with_alpha=True, inplace=True)
+        assert np.array_equal(bgr, before)
+        assert qi.bulge(bgr, with_alpha=True).shape == (9, 11, 4)
+
+
+class TestThreads:
+    def test_four_threads_give_the_bytes_of_one(self):
+        rng = np.random.default_rng(11)
+        images = [rng.integers(0, 256, (64, 80, 3), dtype=np.uint8) for _ in range(4)]
+        expected = [(qi.median(a, 5), qi.rotate(a, 30), qi.transform(a, lambda x, y: (y, x))) for a in images]
+        got = [None] * 4
+
+        def work(index):
+            a = images[index]
+            got[index] = [(qi.median(a, 5), qi.rotate(a, 30), qi.transform(a, lambda x, y: (y, x)))
+                          for _ in range(5)]
+
+        threads = [threading.Thread(target=work, args=(i,)) for i in range(4)]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        for index in range(4):
+            for round_ in got[index]:
+                assert all(np.array_equal(g, e) for g, e in zip(round_, expected[index]))
+
+
+class TestFiles:
+    @pytest.mark.parametrize("name, bits", [("a.png", 24), ("a.pam", 32), ("a.pgm", 8)])
+    def test_written_files_read_back_the_same(self, tmp_path, name, bits):
+        image = random_input(np.random.default_rng(bits), 7, 5, bits, qi.MONO if bits == 8 else qi.BGR)
+        qi.write(image, tmp_path / name)
+        assert np.array_equal(qi.read(tmp_path / name), image)
+
+    def test_a_palette_file_reads_as_an_image_with_its_palette(self, tmp_path):
+        indexed = qi.Image(3, 2, 8, "MONO")
+        indexed.palette = [(0, 0, 0, 0), (255, 128, 1, 0)] + [(i, i, i, 0) for i in range(2, 256)]
+        indexed.array[0] = (1, 0, 7)
+        qi.write(indexed, tmp_path / "p.png")
+        read = qi.read(tmp_path / "p.png")
+        assert isinstance(read, qi.Image) and read.palette[:2] == [(0, 0, 0, 0), (255, 128, 1, 0)]
+        assert read.array.tolist() == [[1, 0, 7], [0, 0, 0]]
+
+    def test_missing_file_is_an_os_error_naming_it(self, tmp_path):
+        with pytest.raises(OSError, match=re.escape(str(tmp_path / "none.png"))):
+            qi.read(tmp_path / "none.png")
+
+    def test_unknown_extension_is_refused(self, tmp_path, bgr):
+        with pytest.raises(OSError):
+            qi.write(bgr, tmp_path / "a.xyz")
+        assert os.listdir(tmp_path) == []
+
+    def test_pixel_limit_is_kept(self, tmp_path, bgr):
+        qi.write(bgr, tmp_path / "a.png")
+        with pytest.raises(OSError):
+            qi.read(tmp_path / "a.png", max_pixels=98)
+
+
+class TestImage:
+    def test_rgb_helpers_swap_red_and_blue(self):
+        rgba = np.array([[[1, 2, 3, 4], [5, 6, 7, 8]]], np.uint8)
+        assert qi.from_rgb(rgba).tolist() == [[[3, 2, 1, 4], [7, 6, 5, 8]]]
+        assert qi.to_rgb(qi.from_rgb(rgba[:, :, :3])).tolist() == [[[1, 2, 3], [5, 6, 7]]]
+
+    def test_packed_depths_and_palette(self):
+        packed = qi.Image(10, 3, 4, "MONO")
+        assert (packed.array.shape, packed.bit_count, packed.colour_model, packed.palette) == ((3, 5), 4, "MONO", [])
+        indexed = qi.Image(3, 1, 8, "MONO")
+        indexed.palette = [(0, 0, 0, 0), (255, 128, 1, 0)]
+        assert indexed.palette == [(0, 0, 0, 0), (255, 128, 1, 0)]
+        indexed.array[0] = (1, 0, 7)
+        assert qi.increase_bpp(indexed, 24).array[0].tolist() == [[255, 128, 1], [0, 0, 0], [7, 7, 7]]
+
+    def test_every_plane_is_its_own_view(self):
+        image = qi.Image(4, 3, 8, "MONO", planes=2)
+        image.plane(1)[...] = 9
+        assert (image.planes, image.plane(0).sum(), image.plane(1).sum()) == (2, 0, 9 * 12)
+        with pytest.raises(IndexError):
+            image.plane(2)
+
+    def test_int32_mono_is_32_bit_integers(self):
+        values = np.array([[-7, 8, 1000]], np.int32)
+        assert qi.scale8(values[:, 1:], 0.25, 3).tolist() == [[5, 253]]
+        assert qi.scale(values[:, 1:], 2.0, 1.0).tolist() == [[17, 2001]]
+
+    def test_version_is_the_projects(self):
+        text = open(os.path.join(ROOT, "CMakeLists.txt")).read()
+        assert qi.__version__ == re.search(r"project\(QELImaging VERSION ([0-9.]+)", text).group(1)
