@@ -10,8 +10,10 @@ place where the cluster code meets the package's operations.
 
 import functools
 
+import numpy as np
+
 from . import _operations as ops
-from ._image import seed
+from ._image import Image, seed
 
 
 class StepError(ValueError):
@@ -94,6 +96,18 @@ _WORDS = {
 }
 WORDS = tuple(sorted(_WORDS))
 
+# The alpha words give an image without alpha one first, opaque, as qel does.
+_ALPHA = {"set_image_alpha", "set_image_alpha_transparency", "set_image_transparent_pixel"}
+
+
+def _with_alpha(image):
+    if isinstance(image, Image):
+        return image if image.bit_count == 32 and image.colour_model != "MONO" else ops.increase_bpp(image, 32)
+    if image.dtype != np.uint8 or image.ndim == 3 and image.shape[2] == 4:
+        return image  # with alpha already, or 32-bit "MONO" integers, which the module refuses itself
+    colour = np.repeat(image[:, :, None], 3, axis=2) if image.ndim == 2 else image
+    return np.concatenate([colour, np.full(colour.shape[:2] + (1,), 255, dtype=np.uint8)], axis=2)
+
 
 class Step:
     """One operation of a chain: the package function's name and its arguments."""
@@ -102,6 +116,8 @@ class Step:
         self.word, self.function, self.params = word, function, params
 
     def __call__(self, image):
+        if self.function in _ALPHA:
+            image = _with_alpha(image)
         return getattr(ops, self.function)(image, **self.params)
 
     def __repr__(self):

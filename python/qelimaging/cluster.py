@@ -18,7 +18,7 @@ import numpy as np
 
 from . import _operations as ops
 from ._image import Image, read, write
-from ._steps import StepError, parse_steps, run_steps
+from ._steps import StepError, parse_steps, run_steps  # noqa: F401 - offered here too
 
 __all__ = ["local_cluster", "process_files", "BatchReport", "apply", "CHUNKED", "StepError"]
 

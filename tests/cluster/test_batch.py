@@ -78,6 +78,18 @@ def test_folder_gives_qel_bytes_reports_the_bad_file_and_reruns_nothing(two_work
     assert snapshot(out_dir) == before
 
 
+def test_alpha_words_give_images_without_alpha_one_as_qel_does(tmp_path):
+    rng = np.random.default_rng(5)
+    for index, shape in enumerate([(40, 30), (40, 30, 3)]):
+        source = str(tmp_path / ("in%d.png" % index))
+        qi.write(rng.integers(0, 256, shape, dtype=np.uint8), source)
+        for chain in (["alpha", "128"], ["alphakey", "90", "000000"], ["transparent", "FFFFFF"]):
+            reference, ours = str(tmp_path / "qel.png"), str(tmp_path / "ours.png")
+            subprocess.run([QEL, source] + chain + [reference], check=True, timeout=60)
+            qi.write(cluster.run_steps(qi.read(source), cluster.parse_steps(chain)), ours)
+            assert open(ours, "rb").read() == open(reference, "rb").read(), (shape, chain)
+
+
 def test_command_line_mistakes_exit_2_before_any_work(tmp_path):
     cases = [
         (["a.png", "-o", str(tmp_path), "--", "spin", "3"], "qelimaging: unknown operation 'spin'"),
