@@ -16,4 +16,4 @@ cmake -B "$prefix" >/dev/null
 cmake --build "$prefix" -j2 --target qel qel_python
 # The clusters the tests start are closed by their fixtures; the time limit
 # bounds the stage if a worker hangs.
-QEL_BUILD_DIR="$PWD/$prefix" timeout 600 "$python" -m pytest -q -p no:cacheprovider tests/cluster
+QEL_BUILD_DIR="$(cd "$prefix" && pwd)" timeout 600 "$python" -m pytest -q -p no:cacheprovider tests/cluster
