@@ -10,6 +10,7 @@ byte for byte those of one call on the whole image.
 """
 
 import glob
+import math
 import os
 import sys
 import time
@@ -242,8 +243,10 @@ def _neighbourhood(name, params):
         if kernel is None:
             raise ValueError("filter needs kernel=")
         count = sum(len(row) if hasattr(row, "__len__") else 1 for row in kernel)
-        size = int(np.sqrt(count))
-        return size if size * size == count else 1
+        size = math.isqrt(count)
+        if size == 0 or size * size != count:
+            raise ValueError("the kernel has size x size weights, got %d" % count)
+        return size
     if name in _SIZED:
         size = params.get("size", 3)
         if int(size) < 1:
