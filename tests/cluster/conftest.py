@@ -1,0 +1,41 @@
+"""Shared by the cluster tests: the package from the build folder (for this
+process and for the worker processes it starts), and a local cluster of two
+worker processes on the loopback interface, always closed."""
+
+import os
+import sys
+
+import pytest
+
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+BUILD = os.path.abspath(os.environ.get("QEL_BUILD_DIR", os.path.join(ROOT, "build")))
+PACKAGE_FOLDER = os.path.join(BUILD, "python")
+sys.path.insert(0, PACKAGE_FOLDER)
+# Worker processes import the package too.
+os.environ["PYTHONPATH"] = os.pathsep.join(filter(None, [PACKAGE_FOLDER, os.environ.get("PYTHONPATH")]))
+QEL = os.path.join(BUILD, "qel")
+
+
+@pytest.fixture(scope="session")
+def cluster_client():
+    """A Client of a cluster of two single-threaded worker processes on
+    127.0.0.1, for the whole session; closed even when a test fails."""
+    from distributed import Client, LocalCluster
+    cluster = LocalCluster(n_workers=2, threads_per_worker=1, processes=True, host="127.0.0.1",
+                           dashboard_address=None, silence_logs=50)
+    try:
+        client = Client(cluster, timeout="60s")
+        try:
+            yield client
+        finally:
+            client.close()
+    finally:
+        cluster.close()
+
+
+@pytest.fixture
+def two_workers(cluster_client):
+    """The session's client once both workers run (a test may have killed one:
+    its nanny starts another)."""
+    cluster_client.wait_for_workers(2, timeout=120)
+    return cluster_client
