@@ -233,25 +233,24 @@ def to_rgb(array):
     return from_rgb(array)  # the same swap of the first and third byte
 
 
-def _for_people(image):
-    """Where a file's image becomes what a reader of it expects.
-    HOST TRANSLATION: after the host layer's translation (palette expansion)
-    is merged, call it here; until then the module's format is handed back."""
-    return image
-
-
-def read(path, max_pixels=1 << 28):
-    """Reads an image file through the same readers as qel (PNG, JPEG and the
-    netpbm formats): grey as 8-bit "MONO", RGB as 24-bit "BGR ", RGBA, grey
-    with alpha and transparency as 32-bit "ARGB", 16-bit samples reduced to 8.
-    Returns an array for those; an Image when the file holds a palette or
-    1-bit pixels. A file of more than ``max_pixels`` pixels is refused before
-    its pixels are allocated. Failures raise OSError with qel's reason."""
+def read(path, max_pixels=1 << 28, keep_palette=False, keep_depth=False, autorotate=True):
+    """Reads an image file through the same readers as qel (PNG, JPEG, TIFF
+    (``file.tif[N]`` for page N), WebP, GIF, BMP and the netpbm formats) and
+    as qel shows it: the EXIF orientation applied (``autorotate=False`` keeps
+    the pixels as stored), palette images expanded to 24-bit "BGR " (32-bit
+    "ARGB" when the palette holds transparency) unless ``keep_palette``, and
+    1- and 4-bit images to 8-bit grey (bilevel as 0 and 255) unless
+    ``keep_depth``. Otherwise grey is 8-bit "MONO", RGB 24-bit "BGR ", RGBA,
+    grey with alpha and transparency 32-bit "ARGB", 16-bit samples reduced
+    to 8. Returns an array for 8-, 24- and 32-bit images; an Image for kept
+    palettes and 1- or 4-bit pixels. A file of more than ``max_pixels``
+    pixels is refused before its pixels are allocated. Failures raise OSError
+    with qel's reason."""
     try:
-        image = Image(_wrapped=_core.read(os.fspath(path), int(max_pixels)))
+        image = Image(_wrapped=_core.read(os.fspath(path), int(max_pixels), bool(keep_palette),
+                                          bool(keep_depth), bool(autorotate)))
     except RuntimeError as error:
         raise OSError(str(error)) from None
-    image = _for_people(image)
     if image.palette or image.bit_count not in (8, 24, 32):
         return image
     return image.array

@@ -14,6 +14,7 @@
 #include "qel/version.h"
 #include "tools/image_file.h"
 #include "tools/operations.h"
+#include "tools/people.h"
 
 namespace py = pybind11;
 
@@ -271,13 +272,22 @@ void Load(const std::string& folder) {
     g_loaded = loaded.release();
 }
 
-Image Read(const std::string& path, long long maxPixels) {
+// Reads as qel does: the EXIF orientation applied, then palette and 1- or
+// 4-bit images expanded for people unless asked to keep them.
+Image Read(const std::string& path, long long maxPixels, bool keepPalette, bool keepDepth, bool autorotate) {
     Loaded& loaded = Need();
     std::string error;
     SmartPtr<IQEL> read;
     {
         py::gil_scoped_release release;
-        read = qeltool::LoadImageFile(loaded.host, path, maxPixels, &error);
+        qeltool::LoadOptions options;
+        options.maxPixels = maxPixels;
+        options.autorotate = autorotate;
+        read = qeltool::LoadImageFile(loaded.host, path, options, nullptr, &error);
+        qeltool::ReadingChoices choices;
+        choices.keepPalette = keepPalette;
+        choices.keepDepth = keepDepth;
+        if (read) read = qeltool::ExpandForViewing(loaded.host, std::move(read), choices);
     }
     if (!read) throw std::runtime_error(path + ": " + error);
     Image image;
@@ -309,7 +319,8 @@ PYBIND11_MODULE(_core, m) {
     m.def(
         "seed", [](unsigned seed) { std::srand(seed); }, py::arg("seed"));
     m.def("describe", [](long long code) { return qeltool::DescribeResult(static_cast<QResult>(code)); });
-    m.def("read", &qelpy::Read, py::arg("path"), py::arg("max_pixels"));
+    m.def("read", &qelpy::Read, py::arg("path"), py::arg("max_pixels"), py::arg("keep_palette"),
+          py::arg("keep_depth"), py::arg("autorotate"));
     m.def("write", &qelpy::Write, py::arg("image"), py::arg("path"), py::arg("quality"));
 
     py::class_<Image>(m, "Image")

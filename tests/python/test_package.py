@@ -158,14 +158,17 @@ class TestFiles:
         qi.write(image, tmp_path / name)
         assert np.array_equal(qi.read(tmp_path / name), image)
 
-    def test_a_palette_file_reads_as_an_image_with_its_palette(self, tmp_path):
+    def test_a_palette_file_reads_as_colour_or_with_its_palette_kept(self, tmp_path):
         indexed = qi.Image(3, 2, 8, "MONO")
         indexed.palette = [(0, 0, 0, 0), (255, 128, 1, 0)] + [(i, i, i, 0) for i in range(2, 256)]
         indexed.array[0] = (1, 0, 7)
         qi.write(indexed, tmp_path / "p.png")
-        read = qi.read(tmp_path / "p.png")
+        read = qi.read(tmp_path / "p.png", keep_palette=True)
         assert isinstance(read, qi.Image) and read.palette[:2] == [(0, 0, 0, 0), (255, 128, 1, 0)]
         assert read.array.tolist() == [[1, 0, 7], [0, 0, 0]]
+        # As qel shows it: the palette's colours, bytes B, G, R.
+        colour = qi.read(tmp_path / "p.png")
+        assert colour.shape == (2, 3, 3) and colour[0, 0].tolist() == [255, 128, 1] and colour[0, 1].tolist() == [0, 0, 0]
 
     def test_missing_file_is_an_os_error_naming_it(self, tmp_path):
         with pytest.raises(OSError, match=re.escape(str(tmp_path / "none.png"))):
