@@ -79,7 +79,7 @@ void NoteFree(const volatile void*) {}
 std::string ReadNetpbmBytes(const std::string& bytes, long long maxPixels = 1 << 20) {
     std::string copy = bytes, error;
     FILE* file = fmemopen(&copy[0], copy.size(), "rb");
-    SmartPtr<IQEL> image = qeltool::ReadNetpbm(file, qeltest::TestHost(), maxPixels, &error);
+    SmartPtr<IQEL> image = qeltool::ReadNetpbm(file, qeltest::TestHost(), maxPixels, nullptr, &error);
     std::fclose(file);
     return image ? "" : error;
 }
@@ -164,7 +164,7 @@ TEST(NetpbmReader, PamHeaderMistakesAreNamed) {
     // The first case's tuple type survives the header's rebuilding: a 1-bit image, white where set.
     std::string bytes = cases[0].first, error;
     FILE* file = fmemopen(&bytes[0], bytes.size(), "rb");
-    SmartPtr<IQEL> image = qeltool::ReadNetpbm(file, qeltest::TestHost(), 1 << 20, &error);
+    SmartPtr<IQEL> image = qeltool::ReadNetpbm(file, qeltest::TestHost(), 1 << 20, nullptr, &error);
     std::fclose(file);
     ASSERT_TRUE(image) << error;
     const qel::Pixels p = qel::PixelsOf(image.Get());

@@ -1,6 +1,6 @@
 // One of qel's file readers fed the fuzzer's bytes as an open file, as
 // LoadImageFile hands a file over, with a pixel limit in force. Built once per
-// reader: QEL_FUZZ_READER names its function (ReadPng, ReadJpeg, ...).
+// reader: QEL_FUZZ_READER names its call below (ReadPng, ReadTiff, ...).
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +17,39 @@ constexpr long long kPixelLimit = 1 << 20;
 
 }  // namespace
 
+// Each reader as LoadImageFile calls it: the first page or frame, metadata
+// collected. Only the one named by QEL_FUZZ_READER is used in a build.
+namespace fuzzreaders {
+using qeltool::ImageMetadata;
+SmartPtr<IQEL> ReadPng(FILE* f, const qel::Host& h, long long limit, std::string* e) {
+    ImageMetadata metadata;
+    return qeltool::ReadPng(f, h, limit, &metadata, e);
+}
+SmartPtr<IQEL> ReadJpeg(FILE* f, const qel::Host& h, long long limit, std::string* e) {
+    ImageMetadata metadata;
+    return qeltool::ReadJpeg(f, h, limit, &metadata, e);
+}
+SmartPtr<IQEL> ReadNetpbm(FILE* f, const qel::Host& h, long long limit, std::string* e) {
+    ImageMetadata metadata;
+    return qeltool::ReadNetpbm(f, h, limit, &metadata, e);
+}
+SmartPtr<IQEL> ReadTiff(FILE* f, const qel::Host& h, long long limit, std::string* e) {
+    ImageMetadata metadata;
+    return qeltool::ReadTiff(f, h, limit, 0, &metadata, e);
+}
+SmartPtr<IQEL> ReadWebp(FILE* f, const qel::Host& h, long long limit, std::string* e) {
+    ImageMetadata metadata;
+    return qeltool::ReadWebp(f, h, limit, &metadata, e);
+}
+SmartPtr<IQEL> ReadGif(FILE* f, const qel::Host& h, long long limit, std::string* e) {
+    ImageMetadata metadata;
+    return qeltool::ReadGif(f, h, limit, 0, &metadata, e);
+}
+SmartPtr<IQEL> ReadBmp(FILE* f, const qel::Host& h, long long limit, std::string* e) {
+    return qeltool::ReadBmp(f, h, limit, e);
+}
+}  // namespace fuzzreaders
+
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     qeltest::TestHost();  // the runtime is loaded (and instrumented) before the first input
     return 0;
@@ -27,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FILE* file = fmemopen(const_cast<uint8_t*>(data), size, "rb");
     if (file == nullptr) std::abort();
     std::string error;
-    SmartPtr<IQEL> image = qeltool::QEL_FUZZ_READER(file, qeltest::TestHost(), kPixelLimit, &error);
+    SmartPtr<IQEL> image = fuzzreaders::QEL_FUZZ_READER(file, qeltest::TestHost(), kPixelLimit, &error);
     std::fclose(file);
     if (!image) {
         // A refusal says why, on one line.
