@@ -78,8 +78,9 @@ void NoteFree(const volatile void*) {}
 // Reads `bytes` as a netpbm file through a memory file; the error, or "" on success.
 std::string ReadNetpbmBytes(const std::string& bytes, long long maxPixels = 1 << 20) {
     std::string copy = bytes, error;
+    qeltool::ImageMetadata metadata;
     FILE* file = fmemopen(&copy[0], copy.size(), "rb");
-    SmartPtr<IQEL> image = qeltool::ReadNetpbm(file, qeltest::TestHost(), maxPixels, nullptr, &error);
+    SmartPtr<IQEL> image = qeltool::ReadNetpbm(file, qeltest::TestHost(), maxPixels, &metadata, &error);
     std::fclose(file);
     return image ? "" : error;
 }
@@ -112,9 +113,10 @@ TEST(Regression, PngChunkLengthDoesNotSizeAnAllocation) {
     const std::string bytes = header + "tRNSsPLT" + std::string(16, 'x');
     __sanitizer_install_malloc_and_free_hooks(NoteAllocation, NoteFree);
     std::string copy = bytes, error;
+    qeltool::ImageMetadata metadata;
     FILE* file = fmemopen(&copy[0], copy.size(), "rb");
     gWatching = true;
-    SmartPtr<IQEL> image = qeltool::ReadPng(file, qeltest::TestHost(), 1 << 20, &error);
+    SmartPtr<IQEL> image = qeltool::ReadPng(file, qeltest::TestHost(), 1 << 20, &metadata, &error);
     gWatching = false;
     std::fclose(file);
     EXPECT_FALSE(image);
@@ -163,8 +165,9 @@ TEST(NetpbmReader, PamHeaderMistakesAreNamed) {
     }
     // The first case's tuple type survives the header's rebuilding: a 1-bit image, white where set.
     std::string bytes = cases[0].first, error;
+    qeltool::ImageMetadata metadata;
     FILE* file = fmemopen(&bytes[0], bytes.size(), "rb");
-    SmartPtr<IQEL> image = qeltool::ReadNetpbm(file, qeltest::TestHost(), 1 << 20, nullptr, &error);
+    SmartPtr<IQEL> image = qeltool::ReadNetpbm(file, qeltest::TestHost(), 1 << 20, &metadata, &error);
     std::fclose(file);
     ASSERT_TRUE(image) << error;
     const qel::Pixels p = qel::PixelsOf(image.Get());

@@ -93,14 +93,40 @@ void ChooseReadFormat(PngState* s, int* bitCount, unsigned* model, bool* keepPal
     *bitCount = 32;
 }
 
+// libpng allocates a whole ancillary chunk (a suggested palette, a text) at
+// the length its header claims, so a few bytes claiming 2 GB made it allocate
+// 2 GB. Every chunk's length is therefore checked against the bytes the file
+// really holds before libpng sees it. The file is left where it was.
+bool ChunksFitTheFile(FILE* file) {
+    const long start = std::ftell(file);
+    if (start < 0 || std::fseek(file, 0, SEEK_END) != 0) return false;
+    const long long end = std::ftell(file);
+    long long at = start + 8;  // after the signature
+    bool fit = true;
+    while (fit && at + 8 <= end) {
+        unsigned char header[8];
+        if (std::fseek(file, static_cast<long>(at), SEEK_SET) != 0 || std::fread(header, 1, 8, file) != 8) break;
+        const long long length = (static_cast<long long>(header[0]) << 24) | (header[1] << 16) | (header[2] << 8) |
+                                 header[3];
+        fit = at + 12 + length <= end;
+        if (std::memcmp(header + 4, "IEND", 4) == 0) break;
+        at += 12 + length;
+    }
+    std::fseek(file, start, SEEK_SET);
+    return fit;
+}
+
 bool DecodePng(PngState* s, FILE* file, const qel::Host* host, long long maxPixels) {
     if (setjmp(png_jmpbuf(s->png))) return false;
+    if (!ChunksFitTheFile(file)) png_error(s->png, "a chunk is longer than the file");
     png_init_io(s->png, file);
-    // Only IHDR, PLTE, tRNS, IDAT and IEND are read; every other chunk is
-    // skipped unread. libpng allocates a whole suggested-palette or text
-    // chunk at the length its header claims, so a few bytes claiming 2 GB
-    // made it allocate 2 GB.
+    // Only the chunks qel uses are read: the pixels' own (IHDR, PLTE, tRNS,
+    // IDAT, IEND) and the metadata carried to the output (eXIf, iCCP and the
+    // text chunks that hold XMP). Every other chunk is skipped unread.
     png_set_keep_unknown_chunks(s->png, PNG_HANDLE_CHUNK_NEVER, nullptr, -1);
+    static const png_byte kMetadataChunks[] = {'e', 'X', 'I', 'f', '\0', 'i', 'C', 'C', 'P', '\0', 'i', 'T', 'X', 't', '\0',
+                                               'z', 'T', 'X', 't', '\0', 't', 'E', 'X', 't', '\0'};
+    png_set_keep_unknown_chunks(s->png, PNG_HANDLE_CHUNK_AS_DEFAULT, kMetadataChunks, 5);
     png_read_info(s->png, s->info);
     const png_uint_32 width = png_get_image_width(s->png, s->info);
     const png_uint_32 height = png_get_image_height(s->png, s->info);
