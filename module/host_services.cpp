@@ -99,6 +99,10 @@ IComponentString* GetComponentString(IString* name) {
     return locator;
 }
 
+// The reference CreateString takes for the life of the process on the
+// locator it makes itself; a module global, so the store stays.
+IComponentString* gStringLocatorKept = nullptr;
+
 ICreatableString* CREFString::CreateString() {
     static SmartPtr<IComponentString> gStringComponent;
     if (!gStringComponent && gGlobalComponentCollection) {
@@ -112,9 +116,11 @@ ICreatableString* CREFString::CreateString() {
         IComponentString* locator = nullptr;
         create(nullptr, &IID_IComponentString, reinterpret_cast<void**>(&locator));
         if (locator == nullptr) return nullptr;
-        // This locator lives as long as the process: the extra reference is
-        // never released, so the holder's release at unload leaves it alive.
+        // This locator lives as long as the process: the extra reference,
+        // held by a plain pointer, is never released, so the holder's release
+        // at unload leaves it alive (and leak checkers still see it held).
         locator->AddRef();
+        gStringLocatorKept = locator;
         gStringComponent.Reset(locator);
         gStringComponent->SetPart(QEL_PART_MODULE, MakeREFString(kStringModuleName));
         gStringComponent->SetPart(QEL_PART_COMPONENT, MakeREFString(kCreatableStringName));
