@@ -95,8 +95,8 @@ void ChooseReadFormat(PngState* s, int* bitCount, unsigned* model, bool* keepPal
 
 // libpng allocates a whole ancillary chunk (a suggested palette, a text) at
 // the length its header claims, so a few bytes claiming 2 GB made it allocate
-// 2 GB. Every chunk's length is therefore checked against the bytes the file
-// really holds before libpng sees it. The file is left where it was.
+// 2 GB. Every ancillary chunk's length is therefore checked against the bytes
+// the file really holds before libpng sees it. The file is left where it was.
 bool ChunksFitTheFile(FILE* file) {
     const long start = std::ftell(file);
     if (start < 0 || std::fseek(file, 0, SEEK_END) != 0) return false;
@@ -108,7 +108,12 @@ bool ChunksFitTheFile(FILE* file) {
         if (std::fseek(file, static_cast<long>(at), SEEK_SET) != 0 || std::fread(header, 1, 8, file) != 8) break;
         const long long length = (static_cast<long long>(header[0]) << 24) | (header[1] << 16) | (header[2] << 8) |
                                  header[3];
-        fit = at + 12 + length <= end;
+        if (at + 12 + length > end) {
+            // A cut pixel chunk is libpng's to report as a truncated file; an
+            // ancillary chunk (lower-case first letter) would be allocated whole.
+            fit = (header[4] & 0x20) == 0;
+            break;
+        }
         if (std::memcmp(header + 4, "IEND", 4) == 0) break;
         at += 12 + length;
     }
