@@ -85,4 +85,10 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # The module folder holds private libraries that dpkg-shlibdeps must see.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CPACK_PACKAGING_INSTALL_PREFIX}/${QEL_INSTALL_MODULEDIR})
+# The Python package (component "python") is installed by cmake --install but
+# left out of the Debian package, whose Python folder and dependencies would be
+# those of the machine that built it.
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
+set(CPACK_COMPONENTS_ALL Unspecified)
 include(CPack)
