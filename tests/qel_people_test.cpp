@@ -286,7 +286,8 @@ TEST_F(People, MessagesSayWhatWasMeant) {
     const std::pair<std::string, std::string> mistakes[] = {
         {"sample blur 3 out.png", "qel: blur takes no value, so '3' is left over (qel help blur)\n"},
         {"sample median 3 5 out.png", "qel: median takes 1 value; '5' is one too many (qel help median)\n"},
-        {"sample info", "qel: unknown operation 'info' (qel list shows them all)\n"},
+        {"sample info", "qel: info is a command, not an operation: qel info sample (qel --help)\n"},
+        {"sample nosuch", "qel: unknown operation 'nosuch' (qel list shows them all)\n"},
         {"sample filter " + kernel17 + " out.png",
          "qel: filter: bad kernel '1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1...': expected a kernel of at most "
          "15x15 "

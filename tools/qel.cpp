@@ -315,6 +315,10 @@ int Chain(const std::vector<std::string>& words) {
     if (options.output == "-" && options.format.empty())
         return UsageError("say the format of standard output with --format (png, jpg, tif, webp, ...)");
     if (!options.output.empty() && options.format.empty() && !qeltool::IsWritableImageName(options.output)) {
+        // "qel photo.png info": a command put after the file it should take.
+        if (options.output == "info" || options.output == "batch" || options.output == "gallery")
+            return UsageError(options.output + " is a command, not an operation: qel " + options.output + " " +
+                              (options.output == "info" ? input : "...") + " (qel --help)");
         if (options.output.find('.') == std::string::npos)
             return UsageError("unknown operation '" + options.output + "' (qel list shows them all)");
         return UsageError(options.output +
