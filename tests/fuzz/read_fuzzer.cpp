@@ -1,6 +1,9 @@
 // One of qel's file readers fed the fuzzer's bytes as an open file, as
 // LoadImageFile hands a file over, with a pixel limit in force. Built once per
 // reader: QEL_FUZZ_READER names its call below (ReadPng, ReadTiff, ...).
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -57,8 +60,13 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;  // qel refuses an empty file before any reader sees it
-    FILE* file = fmemopen(const_cast<uint8_t*>(data), size, "rb");
+    // A file in memory with a descriptor of its own, as qel's files have:
+    // the TIFF reader works through the descriptor, which fmemopen lacks.
+    const int descriptor = memfd_create("fuzz-input", 0);
+    if (descriptor < 0 || write(descriptor, data, size) != static_cast<ssize_t>(size)) std::abort();
+    FILE* file = fdopen(descriptor, "rb");
     if (file == nullptr) std::abort();
+    std::rewind(file);
     std::string error;
     SmartPtr<IQEL> image = fuzzreaders::QEL_FUZZ_READER(file, qeltest::TestHost(), kPixelLimit, &error);
     std::fclose(file);
