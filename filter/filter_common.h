@@ -149,17 +149,20 @@ void WithPixelKind(const ImageView& view, FilterPath path, Fn&& fn) {
     fn(AnyPixels{});
 }
 
-// The vector steps a call on `path` may take: the 16-lane steps (SSE2) and
-// the 32-lane ones (AVX2), each where the tier in use allows them.
+// The vector steps a call on `path` may take: the 16-lane steps (SSE2), the
+// 32-lane ones (AVX2) and the 64-lane ones (AVX-512), each where the tier in
+// use allows them.
 struct PathSteps {
     bool vector;
     bool wide;
+    bool widest;
 };
 inline PathSteps StepsOf(FilterPath path) {
-    const SimdTier widest = path == FilterPath::Fast       ? SimdTier::Avx512
-                            : path == FilterPath::Baseline ? SimdTier::Sse2
-                                                           : SimdTier::Scalar;
-    return PathSteps{SimdRuns(SimdTier::Sse2, widest), SimdRuns(SimdTier::Avx2, widest)};
+    const SimdTier allowed = path == FilterPath::Fast       ? SimdTier::Avx512
+                             : path == FilterPath::Baseline ? SimdTier::Sse2
+                                                            : SimdTier::Scalar;
+    return PathSteps{SimdRuns(SimdTier::Sse2, allowed), SimdRuns(SimdTier::Avx2, allowed),
+                     SimdRuns(SimdTier::Avx512, allowed)};
 }
 
 // Bytes per pixel of the depths with a direct fast path, 0 for the others.

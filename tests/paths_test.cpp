@@ -323,6 +323,72 @@ TEST(FilterPaths, SizesFarBeyondTheImageReadOnlyInside) {
     EXPECT_TRUE(out->GuardsIntact() && src->GuardsIntact());
 }
 
+// Rows of 64 lanes and more take the widest steps: weights grouped in 16-bit
+// lanes, or 32-bit sums divided in single precision. Widths around whole and
+// partial steps, the fixed kernels (gaussian levels 2 and 3 pass 16 bits),
+// large signed weights with negative and huge divisors, on hard edges where
+// sums clamp at both ends.
+TEST(FilterPaths, ConvolutionWidestStepsOfEveryKernelKind) {
+    struct Kernel {
+        std::vector<int> weights;
+        int size, divisor, offset;
+    };
+    std::vector<Kernel> kernels = {
+        {{1, 4, 7, 4, 1, 4, 16, 26, 16, 4, 2, 26, 41, 26, 7, 4, 16, 26, 16, 4, 1, 4, 7, 4, 1}, 5, 273, 0},
+        {{2, 4, 5, 4, 2, 4, 9, 12, 9, 4, 5, 12, 15, 12, 5, 4, 9, 12, 9, 4, 2, 4, 5, 4, 2}, 5, 159, 0},
+        {{0, 1, 2, 1, 0, 1, 3, 4, 3, 1, 2, 4, 8, 4, 2, 1, 3, 4, 3, 1, 0, 1, 2, 1, 0}, 5, 52, 0},
+        {{-1, -1, -1, -1, 15, -1, -1, -1, -1}, 3, 7, 0},
+        {{1, 1, 1, 1, 8, 1, 1, 1, 1}, 3, 16, 0},
+        {{0, 0, -1, 0, 0, 0, 1, 0, 0}, 3, 0, 127},
+        {{3000, -32768, 20000, -1, 7, 0, 0, 2, -3}, 3, -4093, 77},  // largest weights, negative divisor
+        {{300, 0, 0, 0, -300, 0, 0, 0, 300}, 3, 1, 2147483600},  // offset wrapping past INT_MAX
+    };
+    std::mt19937 random(23);
+    Kernel large{std::vector<int>(49), 7, static_cast<int>(random() % 9000) - 4500, -90};
+    for (int& w : large.weights) w = static_cast<int>(random() % 1200) - 600;
+    kernels.push_back(large);
+    for (int bpp : {8, 24, 32})
+        for (int width : {18, 22, 25, 66, 67, 68, 69, 70, 71, 97, 135}) {
+            for (int source = 0; source < 2; ++source) {
+                Owned src = source == 0 ? HardEdges(width, 9, bpp)
+                                        : Random(width, 6, bpp, random(), width % 4, width % 2 == 1);
+                for (const Kernel& k : kernels)
+                    ExpectFilterPaths("widest convolution size " + std::to_string(k.size), src.Get(),
+                                      [&](const ImageView& s, const ImageView& d, FilterPath p) {
+                                          ConvolveView(s, d, k.weights.data(), k.size, k.divisor, k.offset, p);
+                                      });
+            }
+        }
+}
+
+// Contour lanes: widths around whole 16- and 64-lane steps, bytes drawn from
+// few values so that comparisons tie, and the literal rule at every pixel.
+TEST(FilterPaths, ContourLanesOfEveryWidth) {
+    std::mt19937 random(31);
+    for (int bpp : {8, 24, 32})
+        for (int width : {3, 4, 7, 8, 18, 19, 22, 23, 66, 67, 68, 70, 131})
+            for (unsigned char keep : {0xFF, 0xC1}) {
+                Owned src = Random(width, 4, bpp, random(), width % 4, width % 2 == 0, keep);
+                const Bytes reference = Reference(src.Get(), [&](int x, int y) {
+                    const std::vector<uint32_t> around = Neighbours(src.Get(), x, y, 3);
+                    const uint32_t centre = ColourAt(src.Get(), x, y);
+                    int t[3] = {0, 0, 0};
+                    for (uint32_t n : around) {
+                        const int dn[3] = {BlueOf(n) - BlueOf(centre), GreenOf(n) - GreenOf(centre),
+                                           RedOf(n) - RedOf(centre)};
+                        const int nb[3] = {BlueOf(n), GreenOf(n), RedOf(n)};
+                        for (int k = 0; k < 3; ++k)
+                            if (dn[k] > t[k]) t[k] = nb[k];
+                    }
+                    return PackColor(255 - t[0], 255 - t[1], 255 - t[2], AlphaOf(centre));
+                });
+                ExpectFilterPaths(
+                    "contour", src.Get(),
+                    [&](const ImageView& s, const ImageView& d, FilterPath p) { ContourView(s, d, p); },
+                    &reference);
+            }
+}
+
 // ---- transforms ----
 
 TEST(TransformPaths, SkewAndCircleOfEveryDepth) {
