@@ -419,6 +419,10 @@ bool FitsWideSums(const int* kernel, int size, const SumFinisher& finish) {
 
 #if defined(__x86_64__)
 #define QEL_AVX512 __attribute__((target("avx512f,avx512bw")))
+// GCC 12's AVX-512 conversions, permutes and min/max start from an
+// intentionally undefined register, which it then reports as uninitialised.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 
 QEL_AVX512 inline __m512i WidenedAvx512(const unsigned char* p) {
     return _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
@@ -519,6 +523,7 @@ QEL_AVX512 size_t ConvolveWideSumsAvx512(const unsigned char* const* taps, const
     }
     return lanes;
 }
+#pragma GCC diagnostic pop
 #undef QEL_AVX512
 #endif
 
