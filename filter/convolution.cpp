@@ -1,6 +1,7 @@
 // Convolution filters: Filter, Kernel and the fixed kernels built on Filter.
 #include <cstdlib>
 #include <cstring>
+#include <type_traits>
 #include <utility>
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -11,6 +12,7 @@
 
 #include "filter/filter_kernels.h"
 #include "filter/filter_transform.h"
+#include "image/scratch.h"
 
 namespace {
 
@@ -378,7 +380,7 @@ size_t ConvolveSeparableWide(const unsigned char* const* tapRows, int size, int 
 // wrap, so any order of additions gives the same bits, and the bounds the
 // plans check keep the whole sum, and so the wrapped one, exact.
 struct TapGroups {
-    int count = 0;                        // groups, one per distinct weight
+    int count = 0;  // groups, one per distinct weight
     int16_t weights[49] = {};
     int ends[49] = {};                    // taps of group g end at ends[g]
     int rows[49] = {}, columns[49] = {};  // window row and column of each tap, in group order
@@ -454,8 +456,8 @@ QEL_AVX512 inline void StorePackedAvx512(unsigned char* out, __m512i low, __m512
 // 16-bit lanes and finished as ConvolveLanesVector finishes them. The last
 // step ends at the last lane, recomputing a few lanes with the same values;
 // needs 64 lanes and returns how many it took (all or none).
-QEL_AVX512 size_t ConvolveGroupsAvx512(const unsigned char* const* taps, const TapGroups& groups, size_t lanes,
-                                       const ShortSums& plan, unsigned char* out) {
+QEL_AVX512 size_t ConvolveGroupsAvx512(const unsigned char* const* taps, const TapGroups& groups,
+                                       size_t lanes, const ShortSums& plan, unsigned char* out) {
     if (lanes < 64) return 0;
     const __m512i multiplier = _mm512_set1_epi16(static_cast<short>(plan.multiplier));
     const __m128i shift = _mm_cvtsi32_si128(plan.shift);
@@ -476,7 +478,8 @@ QEL_AVX512 size_t ConvolveGroupsAvx512(const unsigned char* const* taps, const T
         __m512i low = _mm512_setzero_si512(), high = low;
         for (int g = 0, first = 0; g < groups.count; first = groups.ends[g++]) {
             low = AddWeightedAvx512(low, GroupSumAvx512(taps, first, groups.ends[g], n), groups.weights[g]);
-            high = AddWeightedAvx512(high, GroupSumAvx512(taps, first, groups.ends[g], n + 32), groups.weights[g]);
+            high = AddWeightedAvx512(high, GroupSumAvx512(taps, first, groups.ends[g], n + 32),
+                                     groups.weights[g]);
         }
         StorePackedAvx512(out + n, finish(low), finish(high));
         if (n + 64 == lanes) break;
@@ -555,10 +558,8 @@ void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* ker
     const unsigned char* groupTaps[49];
     const unsigned char* tapRows[7];
     // Column sums of the separable form: the row's lanes plus the window's reach.
-    int16_t* columns = plan.usable && plan.separable
-                           ? static_cast<int16_t*>(
-                                 std::malloc((lanes + static_cast<size_t>(size) * kBytes) * sizeof(int16_t)))
-                           : nullptr;
+    ScratchBuffer<int16_t> columns;
+    if (plan.usable && plan.separable) columns.Resize(lanes + static_cast<size_t>(size) * kBytes);
     for (int64_t y = ys.first; y <= ys.last; ++y) {
         unsigned char* out = dst.Row(static_cast<int>(y)) + xs.first * kBytes;
         size_t done = 0;
@@ -566,7 +567,8 @@ void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* ker
         if (groupedShort || groupedWide) {
             const int taps = groups.ends[groups.count - 1];
             for (int t = 0; t < taps; ++t)
-                groupTaps[t] = rowAt(y - half + groups.rows[t]) + (xs.first - half + groups.columns[t]) * kBytes;
+                groupTaps[t] =
+                    rowAt(y - half + groups.rows[t]) + (xs.first - half + groups.columns[t]) * kBytes;
             done = groupedShort ? ConvolveGroupsAvx512(groupTaps, groups, lanes, plan, out)
                                 : ConvolveWideSumsAvx512(groupTaps, groups, lanes, finish, out);
         }
@@ -576,14 +578,15 @@ void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* ker
 #if defined(__SSE2__)
         if (plan.usable && done == 0) {
             for (int j = 0; j < size; ++j) tapRows[j] = rowAt(y - half + j) + (xs.first - half) * kBytes;
-            const bool separable = plan.separable && columns != nullptr;
+            const bool separable = plan.separable && columns;
 #if defined(__x86_64__)
             if (wide && separable)
-                done = ConvolveSeparableWide(tapRows, size, kBytes, lanes, plan, columns, out);
+                done = ConvolveSeparableWide(tapRows, size, kBytes, lanes, plan, columns.Data(), out);
 #endif
             if (done == 0)
-                done = separable ? ConvolveSeparableVector(tapRows, size, kBytes, lanes, plan, columns, out)
-                                 : ConvolveLanesVector(tapRows, size, kBytes, lanes, plan, out);
+                done = separable
+                           ? ConvolveSeparableVector(tapRows, size, kBytes, lanes, plan, columns.Data(), out)
+                           : ConvolveLanesVector(tapRows, size, kBytes, lanes, plan, out);
         }
 #else
         (void)tapRows;
@@ -606,7 +609,6 @@ void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* ker
         }
         afterRow(y);
     }
-    std::free(columns);
 }
 
 }  // namespace
@@ -617,23 +619,24 @@ void ConvolveView(const ImageView& src, const ImageView& dst, const int* kernel,
     uint32_t totalWeight = 0;  // no taps at all for a non-positive size
     for (int64_t n = 0; size > 0 && n < static_cast<int64_t>(size) * size; ++n)
         totalWeight += static_cast<uint32_t>(kernel[n]);
-    const uint32_t outside = OutsideColor(src);
+    const uint32_t outside = OutsideColour(src);
 
     Span xs, ys;  // outputs computed on the fast path
     const int bytes = path != FilterPath::General && size > 0 ? DirectPixelBytes(src) : 0;
     // Plain names, not a structured binding: lambdas below capture them (C++17).
     const PathSteps steps = StepsOf(path);
-    uint32_t* sums = nullptr;
+    ScratchBuffer<uint32_t> sums;             // a row of channel sums
+    ScratchBuffer<unsigned char> outsideRow;  // a row of the outside colour
     if (bytes != 0) {
         xs = InteriorOutputs(size, src.width);
         // Small kernels take every row; for larger ones the rows beyond the
         // image would cost more taps than the pixel path's clipped windows.
         ys = size <= 7 ? Span{0, src.height - 1} : InteriorOutputs(size, src.height);
-        if (xs.Count() > 0 && ys.Count() > 0)
-            sums = static_cast<uint32_t*>(
-                std::malloc(static_cast<size_t>(xs.Count()) * bytes * sizeof(uint32_t) +
-                            static_cast<size_t>(src.width) * bytes));
-        if (sums == nullptr) xs = ys = Span{};  // nothing interior, or no memory: all general
+        if (xs.Count() > 0 && ys.Count() > 0 && sums.Resize(static_cast<size_t>(xs.Count()) * bytes) &&
+            outsideRow.Resize(static_cast<size_t>(src.width) * bytes))
+            FillOutsideRow(src, bytes, outsideRow.Data());
+        else
+            xs = ys = Span{};  // nothing interior, or no memory: all general
     }
     // Pixels outside the interior (all of them when there is none), read and
     // written directly for 8-, 24- and 32-bit images, through the pixel
@@ -650,27 +653,20 @@ void ConvolveView(const ImageView& src, const ImageView& dst, const int* kernel,
                             ConvolvePixel<Kind>(src, kernel, size, totalWeight, outside, finish, x, y));
             }
         };
-        if (sums == nullptr) {
+        if (!sums) {
             for (int y = 0; y < src.height; ++y) border(y);
             return;
         }
-        unsigned char* outsideRow =
-            reinterpret_cast<unsigned char*>(sums + static_cast<size_t>(xs.Count()) * bytes);
-        const unsigned char channels[4] = {
-            static_cast<unsigned char>(BlueOf(outside)), static_cast<unsigned char>(GreenOf(outside)),
-            static_cast<unsigned char>(RedOf(outside)), static_cast<unsigned char>(AlphaOf(outside))};
-        for (size_t n = 0; n < static_cast<size_t>(src.width) * bytes; ++n)
-            outsideRow[n] = channels[n % bytes];
         for (int64_t y = 0; y < ys.first; ++y) border(y);
-        if (bytes == 1)
-            ConvolveInterior<1>(src, dst, kernel, size, finish, xs, ys, sums, outsideRow, steps, border);
-        if (bytes == 3)
-            ConvolveInterior<3>(src, dst, kernel, size, finish, xs, ys, sums, outsideRow, steps, border);
-        if (bytes == 4)
-            ConvolveInterior<4>(src, dst, kernel, size, finish, xs, ys, sums, outsideRow, steps, border);
+        auto interior = [&](auto bytesConstant) {
+            ConvolveInterior<decltype(bytesConstant)::value>(src, dst, kernel, size, finish, xs, ys,
+                                                             sums.Data(), outsideRow.Data(), steps, border);
+        };
+        if (bytes == 1) interior(std::integral_constant<int, 1>{});
+        if (bytes == 3) interior(std::integral_constant<int, 3>{});
+        if (bytes == 4) interior(std::integral_constant<int, 4>{});
         for (int64_t y = ys.last + 1; y < src.height; ++y) border(y);
     });
-    std::free(sums);
 }
 
 QResult CQELFilterTransform::Filter(IQEL* image, int* kernel, int size, int divisor, int offset,

@@ -12,6 +12,7 @@
 
 #include "filter/filter_kernels.h"
 #include "filter/filter_transform.h"
+#include "image/scratch.h"
 
 namespace {
 
@@ -496,19 +497,22 @@ size_t ContourLanes(const ImageView& src, const ImageView& dst, int y, PathSteps
 
 void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremum, int size,
                     FilterPath path) {
-    const uint32_t outside = OutsideColor(src);
+    const uint32_t outside = OutsideColour(src);
     Span xs, ys;  // outputs computed on the fast path
     const int bytes = path != FilterPath::General && size > 0 ? DirectPixelBytes(src) : 0;
     // Plain names, not a structured binding: lambdas below capture them (C++17).
     const PathSteps steps = StepsOf(path);
     const bool vectorise = steps.vector, wide = steps.wide;
-    unsigned char* scratch = nullptr;
+    ScratchBuffer<unsigned char> scratch;     // four rows of extremes
+    ScratchBuffer<unsigned char> outsideRow;  // a row of the outside colour
     if (bytes != 0) {
         xs = InteriorOutputs(size, src.width);
         ys = Span{0, src.height - 1};
-        if (xs.Count() > 0)
-            scratch = static_cast<unsigned char*>(std::malloc(static_cast<size_t>(src.width) * bytes * 5));
-        if (scratch == nullptr) xs = ys = Span{};  // no column fully inside, or no memory: all pixel by pixel
+        const size_t rowLanes = static_cast<size_t>(src.width) * bytes;
+        if (xs.Count() > 0 && scratch.Resize(rowLanes * 4) && outsideRow.Resize(rowLanes))
+            FillOutsideRow(src, bytes, outsideRow.Data());
+        else
+            xs = ys = Span{};  // no column fully inside, or no memory: all pixel by pixel
     }
     // Pixels outside the interior columns (all of them when there are none)
     // one by one, read and written directly for 8-, 24- and 32-bit images,
@@ -524,19 +528,10 @@ void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremu
                 Kind::Write(dst, x, y, ExtremumPixel<Kind>(src, extremum, size, outside, x, y));
             }
         };
-        if (scratch == nullptr) {
+        if (!scratch) {
             for (int y = 0; y < src.height; ++y) borderColumns(y);
             return;
         }
-        unsigned char* outsideRow = scratch + static_cast<size_t>(src.width) * bytes * 4;
-        const unsigned char channels[4] = {
-            static_cast<unsigned char>(BlueOf(outside)), static_cast<unsigned char>(GreenOf(outside)),
-            static_cast<unsigned char>(RedOf(outside)), static_cast<unsigned char>(AlphaOf(outside))};
-        // One pixel, then the filled part copied after itself until the row is full.
-        const size_t outsideLanes = static_cast<size_t>(src.width) * bytes;
-        std::memcpy(outsideRow, channels, static_cast<size_t>(bytes));
-        for (size_t filled = static_cast<size_t>(bytes); filled < outsideLanes; filled *= 2)
-            std::memcpy(outsideRow + filled, outsideRow, std::min(filled, outsideLanes - filled));
         // The border columns of each row, read and written directly while the
         // row is cached; windows beyond kBorderRowsMax rows pixel by pixel.
         auto interior = [&](auto bytesConstant) {
@@ -544,28 +539,27 @@ void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremu
             auto directBorder = [&](int64_t y) {
 #if defined(__SSE2__)
                 if (vectorise && size == 3 && extremum == Extremum::Minimum)
-                    ExtremumBorder3<kBytes, Extremum::Minimum>(src, dst, y, outsideRow);
+                    ExtremumBorder3<kBytes, Extremum::Minimum>(src, dst, y, outsideRow.Data());
                 else if (vectorise && size == 3 && extremum == Extremum::Maximum)
-                    ExtremumBorder3<kBytes, Extremum::Maximum>(src, dst, y, outsideRow);
+                    ExtremumBorder3<kBytes, Extremum::Maximum>(src, dst, y, outsideRow.Data());
                 else if (vectorise && size == 3)
-                    ExtremumBorder3<kBytes, Extremum::Range>(src, dst, y, outsideRow);
+                    ExtremumBorder3<kBytes, Extremum::Range>(src, dst, y, outsideRow.Data());
                 else
 #endif
                     if (size == 3)
-                    ExtremumBorderRow<kBytes, 3>(src, dst, extremum, size, xs, y, outsideRow);
+                    ExtremumBorderRow<kBytes, 3>(src, dst, extremum, size, xs, y, outsideRow.Data());
                 else if (size <= kBorderRowsMax)
-                    ExtremumBorderRow<kBytes, 0>(src, dst, extremum, size, xs, y, outsideRow);
+                    ExtremumBorderRow<kBytes, 0>(src, dst, extremum, size, xs, y, outsideRow.Data());
                 else
                     borderColumns(y);
             };
-            ExtremumInterior<kBytes>(src, dst, extremum, size, xs, ys, scratch, outsideRow, vectorise, wide,
-                                     directBorder);
+            ExtremumInterior<kBytes>(src, dst, extremum, size, xs, ys, scratch.Data(), outsideRow.Data(),
+                                     vectorise, wide, directBorder);
         };
         if (bytes == 1) interior(std::integral_constant<int, 1>{});
         if (bytes == 3) interior(std::integral_constant<int, 3>{});
         if (bytes == 4) interior(std::integral_constant<int, 4>{});
     });
-    std::free(scratch);
 }
 
 void ContourView(const ImageView& src, const ImageView& dst, FilterPath path) {
@@ -589,7 +583,8 @@ void ContourView(const ImageView& src, const ImageView& dst, FilterPath path) {
                 if (innerRow && x >= 1 && x + 1 < src.width)
                     c = ContourPixel(centre, [&](int i, int j) { return Kind::Read(src, x + i, y + j); });
                 else
-                    c = ContourPixel(centre, [&](int i, int j) { return NeighbourColor(src, x + i, y + j); });
+                    c = ContourPixel(centre,
+                                     [&](int i, int j) { return ReadOrOutside<Kind>(src, x + i, y + j); });
                 Kind::Write(dst, x, y, c);
             }
         }
