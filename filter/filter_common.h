@@ -29,13 +29,13 @@ struct FilterTarget {
 // `writes` says whether the filter writes every pixel at the depths with a
 // direct kind. QEL_E_FAIL when no image could be made (results of the image
 // calls are not checked).
-QResult MakeFilterTarget(IQEL* source, DestinationRoad road, Writes writes, FilterTarget* target);
+QResult MakeFilterTarget(IQEL* source, DestinationRoad road, Writes writes, FilterTarget* target /*out*/);
 
 // Stores the new image in `result`, or, with `result` null, copies it into the
 // source through Assign and releases it. Returns the operation's result, which
 // is QEL_OK in every case: a source that offers no IQELImage is left unchanged
 // without an error.
-QResult HandOverResult(IQEL* source, SmartPtr<IQELImage>* image, IQEL** result);
+QResult HandOverResult(IQEL* source, SmartPtr<IQELImage>* image, IQEL** result /*out*/);
 
 // Which code runs: Fast takes the direct-buffer loops with the vector steps of
 // the tier in use, Baseline the same loops with the 16-byte steps at most,
