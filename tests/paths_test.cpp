@@ -344,6 +344,23 @@ TEST(TransformPaths, SkewAndCircleOfEveryDepth) {
         }
 }
 
+// Folding draws whole runs per row: widths beyond two 32-column blocks, so
+// that runs fold onto columns past the right edge, and a height taller than
+// wide, so that whole rows lie outside the circle.
+TEST(TransformPaths, FoldRunsOfEveryDepth) {
+    for (int bpp : {1, 8, 24, 32})
+        for (int alpha : {0, 1})
+            for (auto [w, h] : {std::pair{77, 41}, std::pair{70, 3}, std::pair{3, 70}, std::pair{1, 1}}) {
+                Owned src(BufferImage::Make(w, h, bpp, QEL_MODEL_ARGB, 1, bpp == 8));
+                src->FillRandom(static_cast<uint32_t>(bpp * 3 + alpha));
+                const ImageView s = ReadImageView(src.Get());
+                const CircleParams fold{5, alpha != 0, 1.0f};
+                ExpectPathsAgree("fold " + std::to_string(w) + "x" + std::to_string(h), w, h, alpha ? 32 : bpp, 0,
+                                 {PixelPath::General, PixelPath::Fast},
+                                 [&](const ImageView& d, PixelPath p) { CirclePixels(s, d, fold, p); });
+            }
+}
+
 // Enlarging by whole and odd factors, one axis shrinking while the other
 // grows, images barely larger than the 12-tap window, widths leaving a partial
 // group of eight; whole ratios repeat weight sets (kept column x row
