@@ -344,6 +344,32 @@ TEST(TransformPaths, SkewAndCircleOfEveryDepth) {
         }
 }
 
+// Skew's 16-pixel rows: widths with and without a remainder, rows of 4 to 6
+// bytes (the narrowest the gathers take), points beyond int and NaN, pivots
+// far outside, and 32-bit sources whose own alpha is the outside marker 1.
+TEST(TransformPaths, SkewRowsOfSixteen) {
+    const float nan = std::nanf("");
+    const SkewParams shears[] = {{0.37f, -0.61f, 6, 2, false}, {0.2f, 0.0f, 20, 11, false},
+                                 {-3.5f, 0.05f, -40, 100, false}, {nan, 0.0f, 5, 5, false},
+                                 {0.0f, nan, 5, 5, false}, {3e9f, 1e-3f, 1, 1, false}, {0.01f, 7e8f, 1000000, -9, false}};
+    for (int bpp : {8, 24, 32})
+        for (auto [w, h] : {std::pair{37, 23}, std::pair{16, 5}, std::pair{50, 3}, std::pair{4, 40}, std::pair{2, 19}})
+            for (int alpha : {0, 1}) {
+                Owned src(BufferImage::Make(w, h, bpp, QEL_MODEL_ARGB, 2, bpp != 24));
+                src->FillRandom(static_cast<uint32_t>(bpp + w));
+                if (bpp == 32)
+                    for (int y = 0; y < h; y += 2) src->Row(y)[4 * (y % w) + 3] = 1;
+                const ImageView s = ReadImageView(src.Get());
+                for (SkewParams shear : shears) {
+                    shear.forceAlpha = alpha != 0;
+                    ExpectPathsAgree("skew " + std::to_string(w) + "x" + std::to_string(h) + " gain " +
+                                         std::to_string(shear.xGain) + "," + std::to_string(shear.yGain),
+                                     w, h, alpha ? 32 : bpp, 0, {PixelPath::General, PixelPath::Fast},
+                                     [&](const ImageView& d, PixelPath p) { SkewPixels(s, d, shear, p); });
+                }
+            }
+}
+
 // Folding draws whole runs per row: widths beyond two 32-column blocks, so
 // that runs fold onto columns past the right edge, and a height taller than
 // wide, so that whole rows lie outside the circle.
