@@ -19,6 +19,7 @@
 #include "transform/kernel_grid.h"
 #include "transform/skew_quad.h"
 #include "transform/turn_drawing.h"
+#include "transform/warp_kernels.h"
 
 namespace {
 
@@ -368,6 +369,46 @@ TEST(TransformPaths, SkewRowsOfSixteen) {
                                      [&](const ImageView& d, PixelPath p) { SkewPixels(s, d, shear, p); });
                 }
             }
+}
+
+// TransformPaste rounds half up without taking a floor: points a hair either
+// side of the halves at both edges of the target, held to floor itself.
+struct ListedColumns final : ITransform {
+    std::vector<double> columns;
+    QResult QueryInterface(const IID&, void** object) override {
+        *object = nullptr;
+        return QEL_E_NOINTERFACE;
+    }
+    uint32_t AddRef() override { return 2; }
+    uint32_t Release() override { return 1; }
+    QResult TransformPoint(double* x, double* y, double*) override {
+        *x = columns[static_cast<size_t>(*x)];
+        *y = *x / 3;
+        return QEL_OK;
+    }
+};
+
+TEST(TransformPaths, PasteRoundsHalfUpAtTheEdges) {
+    ListedColumns map;
+    const double below = std::nextafter(-0.5, -1.0), above = std::nextafter(-0.5, 0.0);
+    for (double edge : {0.0, 6.0})  // the left edge, then the right (target width 7, offset -1)
+        for (double v : {below, -0.5, above, 0.4999999999999999, 1.5, -1.5})
+            map.columns.push_back(edge + v);
+    map.columns.push_back(std::nan(""));
+    const int count = static_cast<int>(map.columns.size());
+    Owned src(BufferImage::Make(count, 1, 32, QEL_MODEL_BGR));
+    src->FillRandom(5);
+    Owned dest(BufferImage::Make(7, 5, 32, QEL_MODEL_BGR, 1, true)), expected(BufferImage::Make(7, 5, 32, QEL_MODEL_BGR));
+    TransformPastePixels(&map, ReadImageView(src.Get()), ReadImageView(dest.Get()), 1, 0, false);
+    for (int x = 0; x < count; ++x) {
+        const double X = map.columns[static_cast<size_t>(x)];
+        const double dx = std::floor(1 + X + 0.5), dy = std::floor(X / 3 + 0.5);
+        if (!(dx >= 0 && dy >= 0 && dx < 7 && dy < 5)) continue;
+        for (auto [px, py] : {std::pair{dx, dy}, std::pair{dx + 1, dy}, std::pair{dx, dy + 1}})
+            if (px < 7 && py < 5) PutColour(expected.Get(), int(px), int(py), ColourAt(src.Get(), x, 0));
+    }
+    EXPECT_EQ(PixelBytes(dest.Get()), PixelBytes(expected.Get()))
+        << HexRows(PixelBytes(dest.Get()), 28) << "expected\n" << HexRows(PixelBytes(expected.Get()), 28);
 }
 
 // Folding draws whole runs per row: widths beyond two 32-column blocks, so

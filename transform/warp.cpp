@@ -24,7 +24,7 @@ constexpr int kMaxSize = 65536;  // sizes from here up ask for the source's size
 void CopyPixel(unsigned char* to, const unsigned char* from, int bytes) { std::memcpy(to, from, bytes); }
 
 template <int Bytes>
-void TransformRows(ITransform* transform, const ImageView& source, const ImageView& target, int xOffset,
+void TransformRows(ITransform* transform, ImageView source, ImageView target, int xOffset,
                    int yOffset) {
     const double width = source.width, height = source.height;
     for (int y = 0; y < target.height; ++y) {
@@ -41,16 +41,18 @@ void TransformRows(ITransform* transform, const ImageView& source, const ImageVi
 }
 
 // Where the transform sends source pixel (x, y) in the target, rounded half
-// up; false when that is outside the target (or not a number).
-bool PasteSpot(ITransform* transform, int x, int y, int xOffset, int yOffset, const ImageView& target,
-               int* dx, int* dy) {
+// up; false when that is outside the target (or not a number). With v the
+// shifted point plus one half, floor(v) lies in [0, size) exactly when v
+// does, and is then trunc(v), so no floor is taken.
+inline bool PasteSpot(ITransform* transform, int x, int y, int xOffset, int yOffset, int width, int height,
+                      int* dx, int* dy) {
     double X = x, Y = y, Z = 0;
     transform->TransformPoint(&X, &Y, &Z);
-    const double fx = std::floor(xOffset + X + 0.5);
-    const double fy = std::floor(yOffset + Y + 0.5);
-    if (!(fx >= 0 && fy >= 0 && fx < target.width && fy < target.height)) return false;
-    *dx = static_cast<int>(fx);
-    *dy = static_cast<int>(fy);
+    const double vx = xOffset + X + 0.5;
+    const double vy = yOffset + Y + 0.5;
+    if (!(vx >= 0 && vy >= 0 && vx < width && vy < height)) return false;
+    *dx = static_cast<int>(vx);
+    *dy = static_cast<int>(vy);
     return true;
 }
 
@@ -61,13 +63,13 @@ unsigned char* PixelAt(const ImageView& view, int x, int y, int bytes) {
 // 8 and 32 bits without voids to fill: the pixel and its right and lower
 // neighbours. The 8-bit path never pastes the source's last column.
 template <int Bytes>
-void PasteWithNeighbours(ITransform* transform, const ImageView& source, const ImageView& target, int xOffset,
+void PasteWithNeighbours(ITransform* transform, ImageView source, ImageView target, int xOffset,
                          int yOffset) {
     const int columns = Bytes == 1 ? source.width - 1 : source.width;
     for (int y = 0; y < source.height; ++y) {
         for (int x = 0; x < columns; ++x) {
             int dx, dy;
-            if (!PasteSpot(transform, x, y, xOffset, yOffset, target, &dx, &dy)) continue;
+            if (!PasteSpot(transform, x, y, xOffset, yOffset, target.width, target.height, &dx, &dy)) continue;
             const unsigned char* in = PixelAt(source, x, y, Bytes);
             CopyPixel(PixelAt(target, dx, dy, Bytes), in, Bytes);
             if (dx < target.width - 1) CopyPixel(PixelAt(target, dx + 1, dy, Bytes), in, Bytes);
@@ -79,13 +81,13 @@ void PasteWithNeighbours(ITransform* transform, const ImageView& source, const I
 // 24 bits without voids to fill: closes horizontal gaps back to the previous
 // write of the same source row (none before the first write or after a write
 // at column 0), in this row and the next.
-void PasteClosingGaps(ITransform* transform, const ImageView& source, const ImageView& target, int xOffset,
+void PasteClosingGaps(ITransform* transform, ImageView source, ImageView target, int xOffset,
                       int yOffset) {
     for (int y = 0; y < source.height; ++y) {
         int previous = 0;
         for (int x = 0; x < source.width; ++x) {
             int dx, dy;
-            if (!PasteSpot(transform, x, y, xOffset, yOffset, target, &dx, &dy)) continue;
+            if (!PasteSpot(transform, x, y, xOffset, yOffset, target.width, target.height, &dx, &dy)) continue;
             const unsigned char* in = PixelAt(source, x, y, 3);
             CopyPixel(PixelAt(target, dx, dy, 3), in, 3);
             const int gap = dx - previous;
@@ -103,12 +105,12 @@ void PasteClosingGaps(ITransform* transform, const ImageView& source, const Imag
 // 24 and 32 bits with voids to fill: zero pixels mark unpainted places, so
 // nothing written is all zero.
 template <int Bytes>
-void PasteNeverZero(ITransform* transform, const ImageView& source, const ImageView& target, int xOffset,
+void PasteNeverZero(ITransform* transform, ImageView source, ImageView target, int xOffset,
                     int yOffset) {
     for (int y = 0; y < source.height; ++y) {
         for (int x = 0; x < source.width; ++x) {
             int dx, dy;
-            if (!PasteSpot(transform, x, y, xOffset, yOffset, target, &dx, &dy)) continue;
+            if (!PasteSpot(transform, x, y, xOffset, yOffset, target.width, target.height, &dx, &dy)) continue;
             const unsigned char* in = PixelAt(source, x, y, Bytes);
             unsigned char* out = PixelAt(target, dx, dy, Bytes);
             if (Bytes == 3) {
