@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <type_traits>
 
+#include "image/pixel_kinds.h"
 #include "module/host_services.h"
 #include "transform/circle_kernel.h"
 #include "transform/image_deform.h"
@@ -64,19 +66,19 @@ struct CircleKernel {
         *sy = cy - oy;
     }
 
-    // Opaque, except colours from outside, which keep their marker 1.
+    // Opaque, except colours from outside, which keep their marker.
     uint32_t WithAlpha(uint32_t color) const {
-        return params.withAlpha && AlphaOf(color) != 1 ? color | 0xFF000000u : color;
+        return params.withAlpha && AlphaOf(color) != kOutsideAlpha ? color | 0xFF000000u : color;
     }
 
     // Folding row by row: the pixels inside the circle are one run about the
     // centre column, since the distance grows with |cx - x|; the run's end is
     // found by bisection on the same distance test the pixels use.
-    template <int SourceDepth, int TargetDepth>
+    template <class SourceKind, class TargetKind>
     void FoldRows(int cx, int cy, int rmax) {
-        const uint32_t outside = WithAlpha(ReadNearest<SourceDepth>(source, -1, -1));
-        constexpr bool kSameDepth = SourceDepth == TargetDepth && SourceDepth != 0;
-        const bool copies = kSameDepth && !params.withAlpha && source.width == target.width &&
+        const uint32_t outside = WithAlpha(OutsideColour(source));
+        constexpr bool kSameKind = std::is_same_v<SourceKind, TargetKind> && SourceKind::kBytes != 0;
+        const bool copies = kSameKind && !params.withAlpha && source.width == target.width &&
                             source.height == target.height;
         for (int y = 0; y < target.height; ++y) {
             const int64_t dy = static_cast<int64_t>(cy) - y;
@@ -99,17 +101,17 @@ struct CircleKernel {
                 copyEnd = std::clamp(source.width - 15, copyBegin, end);
             }
             int x = 0;
-            for (; x < begin; ++x) WriteNearest<TargetDepth>(target, x, y, outside);
-            for (; x < copyBegin; ++x) FoldPixel<SourceDepth, TargetDepth>(x, y);
-            if (copyBegin < copyEnd) FoldCopy<SourceDepth / 8>(source.Row(y), target.Row(y), copyBegin, copyEnd);
-            for (x = copyEnd; x < end; ++x) FoldPixel<SourceDepth, TargetDepth>(x, y);
-            for (; x < target.width; ++x) WriteNearest<TargetDepth>(target, x, y, outside);
+            for (; x < begin; ++x) TargetKind::Write(target, x, y, outside);
+            for (; x < copyBegin; ++x) FoldPixel<SourceKind, TargetKind>(x, y);
+            if (copyBegin < copyEnd) FoldCopy<SourceKind::kBytes>(source.Row(y), target.Row(y), copyBegin, copyEnd);
+            for (x = copyEnd; x < end; ++x) FoldPixel<SourceKind, TargetKind>(x, y);
+            for (; x < target.width; ++x) TargetKind::Write(target, x, y, outside);
         }
     }
 
-    template <int SourceDepth, int TargetDepth>
+    template <class SourceKind, class TargetKind>
     void FoldPixel(int x, int y) const {
-        WriteNearest<TargetDepth>(target, x, y, WithAlpha(ReadNearest<SourceDepth>(source, FoldedColumn(x), y)));
+        TargetKind::Write(target, x, y, WithAlpha(ReadOrOutside<SourceKind>(source, FoldedColumn(x), y)));
     }
 
     // Within each block of 32 columns the folded column steps by two.
@@ -125,18 +127,18 @@ struct CircleKernel {
         }
     }
 
-    template <int SourceDepth, int TargetDepth>
+    template <class SourceKind, class TargetKind>
     void Run() {
         const int cx = source.width / 2, cy = source.height / 2;
         const int rmax =
             static_cast<int>(std::sqrt(static_cast<double>(cx) * cx + static_cast<double>(cy) * cy));
-        if (params.mode >= 4 && path == PixelPath::Fast) return FoldRows<SourceDepth, TargetDepth>(cx, cy, rmax);
+        if (params.mode >= 4 && path == PixelPath::Fast) return FoldRows<SourceKind, TargetKind>(cx, cy, rmax);
         const float swirlScale = static_cast<float>(rmax / 2) * params.factor;
         for (int y = 0; y < target.height; ++y) {
             for (int x = 0; x < target.width; ++x) {
                 int sx, sy;
                 SamplePoint(x, y, cx, cy, rmax, swirlScale, &sx, &sy);
-                WriteNearest<TargetDepth>(target, x, y, WithAlpha(ReadNearest<SourceDepth>(source, sx, sy)));
+                TargetKind::Write(target, x, y, WithAlpha(ReadOrOutside<SourceKind>(source, sx, sy)));
             }
         }
     }
@@ -147,7 +149,9 @@ struct CircleKernel {
 void CirclePixels(const ImageView& source, const ImageView& target, const CircleParams& params,
                   PixelPath path) {
     CircleKernel kernel{source, target, params, path};
-    DispatchNearest(kernel, FastDepthOf(source, path), FastDepthOf(target, path));
+    WithPixelKinds(source, target, path == PixelPath::Fast, [&](auto sourceKind, auto targetKind) {
+        kernel.Run<decltype(sourceKind), decltype(targetKind)>();
+    });
 }
 
 QResult CQELImageDeform::CircleTransform(IQEL* image, int mode, int withAlpha, float factor) {
@@ -155,21 +159,22 @@ QResult CQELImageDeform::CircleTransform(IQEL* image, int mode, int withAlpha, f
     const ImageView sourceView = ReadImageView(image);
     const int bitCount = withAlpha != 0 ? 32 : sourceView.bitCount;
 
-    SmartPtr<IQELImageDIB> working = NewImageDIB();
-    if (!working) return QEL_E_FAIL;
     // The colour model is the source's even when the depth is forced to 32.
-    working->Create(sourceView.width, sourceView.height, sourceView.planes, bitCount, sourceView.colourModel);
-    const ImageView workingView = ReadImageView(working.Get());
-    // A working image without the asked layout cannot be drawn; the source stays.
-    if (!HasLayout(workingView, sourceView.width, sourceView.height, bitCount)) return QEL_E_FAIL;
+    ImageShape shape = ShapeOf(sourceView);
+    shape.bitCount = bitCount;
+    Destination working = MakeDestination(shape, DestinationRoad::ImageDIB, WarpWrites(bitCount));
+    if (!working.image) return QEL_E_FAIL;
+    // A working image without the asked layout cannot be drawn; the source
+    // stays. An empty image has nothing to draw and is handed over as made.
+    if (working.Canvas() == nullptr && !sourceView.Empty()) return QEL_E_FAIL;
 
     CircleParams params;
     params.mode = mode;
     params.withAlpha = withAlpha != 0;
     params.factor = factor;
-    CirclePixels(sourceView, workingView, params);
+    CirclePixels(sourceView, working.view, params);
 
     SmartPtr<IQELImage> target = QueryAs<IQELImage>(image, IID_IQELImage);
-    if (target) target->Assign(working.Get(), 0);
+    if (target) target->Assign(working.image.Get(), 0);
     return QEL_OK;
 }

@@ -4,22 +4,22 @@
 
 #include <climits>
 #include <cmath>
+#include <type_traits>
 
 #include <immintrin.h>
 
 #include "image/cpu.h"
+#include "image/pixel_kinds.h"
 #include "module/host_services.h"
 #include "transform/image_transform.h"
 
 namespace {
 
-constexpr uint32_t kOutsideAlpha = 1;  // reserved byte GetPixelColor gives a point outside
-
 // The depth pairs Skew draws with 16 pixels a step: the source's depth kept,
 // or forced to 32 bits with alpha.
-template <int SourceDepth, int TargetDepth>
-constexpr bool kWideSkew = (SourceDepth == 8 || SourceDepth == 24 || SourceDepth == 32) &&
-                           (TargetDepth == SourceDepth || TargetDepth == 32);
+template <class SourceKind, class TargetKind>
+constexpr bool kWideSkew = SourceKind::kBytes != 0 && (std::is_same_v<TargetKind, SourceKind> ||
+                                                       std::is_same_v<TargetKind, BgraPixels>);
 
 // Pixels x0 to x0 + 15 of the row whose rowShift is given, as the pixel loop
 // of SkewKernel draws them: the coordinates in float lanes with the same
@@ -28,12 +28,12 @@ constexpr bool kWideSkew = (SourceDepth == 8 || SourceDepth == 24 || SourceDepth
 // whole 32-bit words ending at the pixel, or starting there near the row's
 // start, so no read leaves the pixels of the row (needs rows of at least 4
 // bytes). Returns how many columns it drew, a multiple of 16.
-template <int SourceDepth, int TargetDepth>
+template <class SourceKind, class TargetKind>
 __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int SkewRowWide(const ImageView& source,
                                                                        const ImageView& target, int y,
                                                                        float rowShift, const SkewParams& params,
                                                                        uint32_t outside) {
-    constexpr int kIn = SourceDepth / 8;
+    constexpr int kIn = SourceKind::kBytes;
     // Bytes before the pixel that a word ending at the pixel starts with.
     constexpr int kBack = 4 - kIn;
     // Zero-masking forms with full masks throughout: GCC 12's unmasked forms
@@ -47,7 +47,7 @@ __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int SkewRowWide(const Ima
     const __m512i width = _mm512_set1_epi32(source.width), height = _mm512_set1_epi32(source.height);
     const __m512i stride = _mm512_set1_epi64(source.stride);
     const __m512i outsideColour = _mm512_set1_epi32(static_cast<int>(outside));
-    const __m512i one = _mm512_set1_epi32(1), opaque = _mm512_set1_epi32(static_cast<int>(0xFF000000u));
+    const __m512i marker = _mm512_set1_epi32(kOutsideAlpha), opaque = _mm512_set1_epi32(static_cast<int>(0xFF000000u));
     // 24-bit output: the three low bytes of each of the 16 words, in order.
     alignas(64) unsigned char packIndex[64] = {};
     for (int n = 0; n < 48; ++n) packIndex[n] = static_cast<unsigned char>(4 * (n / 3) + n % 3);
@@ -79,17 +79,17 @@ __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int SkewRowWide(const Ima
             const __m512i bits =
                 _mm512_mask_mov_epi32(_mm512_maskz_slli_epi32(kAll16, at, 3), ending, _mm512_set1_epi32(8 * kBack));
             colour = _mm512_maskz_srlv_epi32(kAll16, colour, bits);
-            colour = _mm512_and_si512(colour, _mm512_set1_epi32(SourceDepth == 8 ? 0xFF : 0xFFFFFF));
+            colour = _mm512_and_si512(colour, _mm512_set1_epi32(kIn == 1 ? 0xFF : 0xFFFFFF));
         }
-        if (SourceDepth == 8) colour = _mm512_mullo_epi32(colour, _mm512_set1_epi32(0x010101));  // the grey ramp
+        if (kIn == 1) colour = _mm512_mullo_epi32(colour, _mm512_set1_epi32(0x010101));  // the grey ramp
         colour = _mm512_mask_blend_epi32(inside, outsideColour, colour);
         if (params.forceAlpha) {
-            const __mmask16 marked = _mm512_cmpeq_epi32_mask(_mm512_maskz_srli_epi32(kAll16, colour, 24), one);
+            const __mmask16 marked = _mm512_cmpeq_epi32_mask(_mm512_maskz_srli_epi32(kAll16, colour, 24), marker);
             colour = _mm512_mask_or_epi32(colour, static_cast<__mmask16>(~marked), colour, opaque);
         }
-        if (TargetDepth == 32) {
+        if (TargetKind::kBytes == 4) {
             _mm512_storeu_si512(out + static_cast<ptrdiff_t>(x0) * 4, colour);
-        } else if (TargetDepth == 24) {
+        } else if (TargetKind::kBytes == 3) {
             _mm512_mask_storeu_epi8(out + static_cast<ptrdiff_t>(x0) * 3, 0xFFFFFFFFFFFFull,
                                     _mm512_maskz_permutexvar_epi8(~__mmask64{0}, pack, colour));
         } else {
@@ -114,30 +114,25 @@ struct SkewKernel {
                params.xPivot > -(1 << 30) && params.xPivot < (1 << 30);
     }
 
-    template <int SourceDepth, int TargetDepth>
+    template <class SourceKind, class TargetKind>
     void Run() {
-        bool wide = false;
-        uint32_t outside = 0;
-        if constexpr (kWideSkew<SourceDepth, TargetDepth>) {
-            wide = WideRuns();
-            outside = ReadNearest<SourceDepth>(source, -1, -1);
-        }
+        const bool wide = kWideSkew<SourceKind, TargetKind> && WideRuns();
+        const uint32_t outside = OutsideColour(source);
         for (int y = 0; y < target.height; ++y) {
             // Distances from the pivots in 64 bits: a pivot far out must not overflow.
             const float rowShift = static_cast<float>(static_cast<int64_t>(y) - params.yPivot) * params.xGain;
             int x = 0;
-            if constexpr (kWideSkew<SourceDepth, TargetDepth>) {
-                if (wide) x = SkewRowWide<SourceDepth, TargetDepth>(source, target, y, rowShift, params, outside);
+            if constexpr (kWideSkew<SourceKind, TargetKind>) {
+                if (wide) x = SkewRowWide<SourceKind, TargetKind>(source, target, y, rowShift, params, outside);
             }
             for (; x < target.width; ++x) {
                 const float columnShift =
                     static_cast<float>(static_cast<int64_t>(x) - params.xPivot) * params.yGain;
                 const int sx = TruncOrNowhere(static_cast<float>(x) + rowShift);
                 const int sy = TruncOrNowhere(static_cast<float>(y) + columnShift);
-                uint32_t color = ReadNearest<SourceDepth>(source, sx, sy);
-                if (params.forceAlpha && static_cast<uint32_t>(AlphaOf(color)) != kOutsideAlpha)
-                    color |= 0xFF000000u;
-                WriteNearest<TargetDepth>(target, x, y, color);
+                uint32_t color = ReadOrOutside<SourceKind>(source, sx, sy);
+                if (params.forceAlpha && AlphaOf(color) != kOutsideAlpha) color |= 0xFF000000u;
+                TargetKind::Write(target, x, y, color);
             }
         }
     }
@@ -229,7 +224,9 @@ void QuadRows(const ImageView& source, const ImageView& target, const QuadCorner
 
 void SkewPixels(const ImageView& source, const ImageView& target, const SkewParams& params, PixelPath path) {
     SkewKernel kernel{source, target, params, path};
-    DispatchNearest(kernel, FastDepthOf(source, path), FastDepthOf(target, path));
+    WithPixelKinds(source, target, path == PixelPath::Fast, [&](auto sourceKind, auto targetKind) {
+        kernel.Run<decltype(sourceKind), decltype(targetKind)>();
+    });
 }
 
 int QuadSideLength(double ax, double ay, double bx, double by, double cx, double cy, double dx, double dy) {
@@ -270,10 +267,11 @@ QResult CQELImageTransform::Skew(IQEL* source, IQEL** result, float xGain, float
     const int bitCount = forceAlpha != 0 ? 32 : sourceView.bitCount;
     const unsigned model = forceAlpha != 0 ? QEL_MODEL_ARGB : sourceView.colourModel;
 
-    SmartPtr<IQELImage> image = NewImageThroughCollection();
-    if (!image) return QEL_E_FAIL;
-    image->Create(sourceView.width, sourceView.height, sourceView.planes, bitCount, model);
-    const ImageView targetView = ReadImageView(image.Get());
+    ImageShape shape = ShapeOf(sourceView);
+    shape.bitCount = bitCount;
+    shape.colourModel = model;
+    Destination made = MakeDestination(shape, DestinationRoad::Collection, WarpWrites(bitCount));
+    if (!made.image) return QEL_E_FAIL;
 
     SkewParams params;
     params.xGain = xGain;
@@ -283,9 +281,8 @@ QResult CQELImageTransform::Skew(IQEL* source, IQEL** result, float xGain, float
     params.yPivot = yPivot != 0 ? yPivot : static_cast<int>(static_cast<unsigned>(sourceView.height) / 2);
     params.forceAlpha = forceAlpha != 0;
     // A Create that did not give the asked layout is left undrawn.
-    if (HasLayout(targetView, sourceView.width, sourceView.height, bitCount))
-        SkewPixels(sourceView, targetView, params);
-    *result = image.Detach();
+    if (const ImageView* canvas = made.Canvas()) SkewPixels(sourceView, *canvas, params);
+    *result = made.image.Detach();
     return QEL_OK;
 }
 
@@ -303,12 +300,11 @@ QResult CQELImageTransform::Quad(IQEL* source, IQEL** result, double x1, double 
     const int height = newHeight == 0 || newHeight >= 65536 ? QuadSideLength(x1, y1, x3, y3, x2, y2, x4, y4)
                                                             : static_cast<int>(newHeight);
 
-    SmartPtr<IQELImageDIB> image = NewImageDIB();
-    if (!image) return QEL_E_FAIL;
-    image->Create(width, height, 1, sourceView.bitCount, sourceView.colourModel);
-    const ImageView targetView = ReadImageView(image.Get());
-    if (HasLayout(targetView, width, height, sourceView.bitCount))
-        QuadPixels(sourceView, targetView, corners, blend != 0 && sourceView.bitCount > 8);
-    *result = image.Detach();
+    const ImageShape shape{width, height, 1, sourceView.bitCount, sourceView.colourModel};
+    Destination made = MakeDestination(shape, DestinationRoad::ImageDIB, WarpWrites(sourceView.bitCount));
+    if (!made.image) return QEL_E_FAIL;
+    if (const ImageView* canvas = made.Canvas())
+        QuadPixels(sourceView, *canvas, corners, blend != 0 && sourceView.bitCount > 8);
+    *result = made.image.Detach();
     return QEL_OK;
 }

@@ -12,10 +12,10 @@
 #include <cmath>
 #include <cstring>
 
+#include "image/destination.h"
 #include "module/host_services.h"
 #include "transform/image_transform.h"
 #include "transform/warp_kernels.h"
-#include "transform/warp_nearest.h"
 
 namespace {
 
@@ -181,14 +181,12 @@ QResult CQELImageTransform::Transform(ITransform* transform, IQEL* source, IQEL*
     const int height =
         newHeight > 0 && newHeight < kMaxSize ? static_cast<int>(newHeight) : sourceView.height;
 
-    SmartPtr<IQELImageDIB> image = NewImageDIB();
-    if (!image) return QEL_E_FAIL;
-    image->Create(width, height, 1, sourceView.bitCount, sourceView.colourModel);
-    image->Fill(sourceView.HasAlpha() ? 0xFF000000u : 0u);  // opaque black only where there is alpha
-    const ImageView targetView = ReadImageView(image.Get());
-    if (HasLayout(targetView, width, height, sourceView.bitCount))
-        TransformPixels(transform, sourceView, targetView, xOffset, yOffset);
-    *result = image.Detach();
+    const ImageShape shape{width, height, 1, sourceView.bitCount, sourceView.colourModel};
+    Destination made = MakeDestination(shape, DestinationRoad::ImageDIB, Writes::SomePixels);
+    if (!made.image) return QEL_E_FAIL;
+    made.dib->Fill(sourceView.HasAlpha() ? 0xFF000000u : 0u);  // opaque black only where there is alpha
+    if (const ImageView* canvas = made.Canvas()) TransformPixels(transform, sourceView, *canvas, xOffset, yOffset);
+    *result = made.image.Detach();
     return QEL_OK;
 }
 
