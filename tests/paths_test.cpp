@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <random>
@@ -409,6 +410,45 @@ TEST(TransformPaths, PasteRoundsHalfUpAtTheEdges) {
     }
     EXPECT_EQ(PixelBytes(dest.Get()), PixelBytes(expected.Get()))
         << HexRows(PixelBytes(dest.Get()), 28) << "expected\n" << HexRows(PixelBytes(expected.Get()), 28);
+}
+
+// The kernels ask a row's points before drawing it; the caller's transform
+// must still see each point once, in row order, with z 0, whatever it
+// writes back (here a doubling that sends most points outside).
+struct RecordedPoints final : ITransform {
+    std::vector<std::array<double, 3>> asked;
+    QResult QueryInterface(const IID&, void** object) override {
+        *object = nullptr;
+        return QEL_E_NOINTERFACE;
+    }
+    uint32_t AddRef() override { return 2; }
+    uint32_t Release() override { return 1; }
+    QResult TransformPoint(double* x, double* y, double* z) override {
+        asked.push_back({*x, *y, *z});
+        *x *= 2, *y *= 2, *z = 7;
+        return QEL_OK;
+    }
+};
+
+TEST(TransformPaths, TransformAsksEachPointOnceInRowOrder) {
+    auto rowOrder = [](int columns, int rows, int xOffset, int yOffset) {
+        std::vector<std::array<double, 3>> points;
+        for (int y = 0; y < rows; ++y)
+            for (int x = 0; x < columns; ++x) points.push_back({double(x + xOffset), double(y + yOffset), 0.0});
+        return points;
+    };
+    for (int bpp : {8, 24, 32}) {
+        Owned src(BufferImage::Make(5, 3, bpp, QEL_MODEL_BGR)), dest(BufferImage::Make(4, 2, bpp, QEL_MODEL_BGR));
+        RecordedPoints map;
+        TransformPixels(&map, ReadImageView(src.Get()), ReadImageView(dest.Get()), -2, 1);
+        EXPECT_EQ(map.asked, rowOrder(4, 2, -2, 1)) << bpp;
+        for (bool fillVoids : {false, true}) {
+            map.asked.clear();
+            TransformPastePixels(&map, ReadImageView(src.Get()), ReadImageView(dest.Get()), 3, 3, fillVoids);
+            // 8 bits never paste, nor ask about, the last source column.
+            EXPECT_EQ(map.asked, rowOrder(bpp == 8 ? 4 : 5, 3, 0, 0)) << bpp;
+        }
+    }
 }
 
 // Folding draws whole runs per row: widths beyond two 32-column blocks, so

@@ -9,10 +9,12 @@
 //                              that gap also in the row below
 // 32     set        all        (dx, dy), an all-black pixel as the value 1, then FillVoids
 // 32     0          all        (dx, dy), its right and lower neighbours
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
 #include "image/destination.h"
+#include "image/scratch.h"
 #include "module/host_services.h"
 #include "transform/image_transform.h"
 #include "transform/warp_kernels.h"
@@ -23,15 +25,43 @@ constexpr int kMaxSize = 65536;  // sizes from here up ask for the source's size
 
 void CopyPixel(unsigned char* to, const unsigned char* from, int bytes) { std::memcpy(to, from, bytes); }
 
+// The points of one row, asked of the caller's transform in order before any
+// pixel of the row is drawn, so that the transform and the pixel reads and
+// writes do not wait on each other. Empty when the memory cannot be had; the
+// kernels then draw nothing.
+class RowPoints {
+public:
+    explicit RowPoints(int count) : points_(2 * static_cast<size_t>(std::max(count, 0))), count_(count) {}
+    bool Ready() const { return count_ <= 0 || points_; }
+
+    // Sends (first + x, y) for x from 0 to count - 1 through the transform.
+    void Map(ITransform* transform, int first, int y) {
+        for (int x = 0; x < count_; ++x) {
+            double* point = &points_[2 * static_cast<size_t>(x)];
+            point[0] = static_cast<double>(x) + first;
+            point[1] = y;
+            double z = 0;
+            transform->TransformPoint(&point[0], &point[1], &z);
+        }
+    }
+    double X(int x) const { return points_[2 * static_cast<size_t>(x)]; }
+    double Y(int x) const { return points_[2 * static_cast<size_t>(x) + 1]; }
+
+private:
+    ScratchBuffer<double> points_;
+    int count_;
+};
+
 template <int Bytes>
-void TransformRows(ITransform* transform, ImageView source, ImageView target, int xOffset,
-                   int yOffset) {
+void TransformRows(ITransform* transform, ImageView source, ImageView target, int xOffset, int yOffset) {
+    RowPoints points(target.width);
+    if (!points.Ready()) return;
     const double width = source.width, height = source.height;
     for (int y = 0; y < target.height; ++y) {
+        points.Map(transform, xOffset, y + yOffset);
         unsigned char* out = target.Row(y);
         for (int x = 0; x < target.width; ++x, out += Bytes) {
-            double X = static_cast<double>(x) + xOffset, Y = static_cast<double>(y) + yOffset, Z = 0;
-            transform->TransformPoint(&X, &Y, &Z);
+            const double X = points.X(x), Y = points.Y(x);
             // Written so that NaN fails the test and counts as outside.
             if (!(X >= 0 && X < width && Y >= 0 && Y < height)) continue;
             const unsigned char* in = source.Row(static_cast<int>(Y)) + static_cast<ptrdiff_t>(X) * Bytes;
@@ -40,16 +70,14 @@ void TransformRows(ITransform* transform, ImageView source, ImageView target, in
     }
 }
 
-// Where the transform sends source pixel (x, y) in the target, rounded half
-// up; false when that is outside the target (or not a number). With v the
-// shifted point plus one half, floor(v) lies in [0, size) exactly when v
-// does, and is then trunc(v), so no floor is taken.
-inline bool PasteSpot(ITransform* transform, int x, int y, int xOffset, int yOffset, int width, int height,
-                      int* dx, int* dy) {
-    double X = x, Y = y, Z = 0;
-    transform->TransformPoint(&X, &Y, &Z);
-    const double vx = xOffset + X + 0.5;
-    const double vy = yOffset + Y + 0.5;
+// Where point x of the row lands in the target, rounded half up; false when
+// that is outside the target (or not a number). With v the shifted point plus
+// one half, floor(v) lies in [0, size) exactly when v does, and is then
+// trunc(v), so no floor is taken.
+inline bool PasteSpot(const RowPoints& points, int x, int xOffset, int yOffset, int width, int height, int* dx,
+                      int* dy) {
+    const double vx = xOffset + points.X(x) + 0.5;
+    const double vy = yOffset + points.Y(x) + 0.5;
     if (!(vx >= 0 && vy >= 0 && vx < width && vy < height)) return false;
     *dx = static_cast<int>(vx);
     *dy = static_cast<int>(vy);
@@ -61,15 +89,19 @@ unsigned char* PixelAt(const ImageView& view, int x, int y, int bytes) {
 }
 
 // 8 and 32 bits without voids to fill: the pixel and its right and lower
-// neighbours. The 8-bit path never pastes the source's last column.
+// neighbours. The 8-bit path never pastes the source's last column (nor asks
+// the transform about it).
 template <int Bytes>
 void PasteWithNeighbours(ITransform* transform, ImageView source, ImageView target, int xOffset,
                          int yOffset) {
     const int columns = Bytes == 1 ? source.width - 1 : source.width;
+    RowPoints points(columns);
+    if (!points.Ready()) return;
     for (int y = 0; y < source.height; ++y) {
+        points.Map(transform, 0, y);
         for (int x = 0; x < columns; ++x) {
             int dx, dy;
-            if (!PasteSpot(transform, x, y, xOffset, yOffset, target.width, target.height, &dx, &dy)) continue;
+            if (!PasteSpot(points, x, xOffset, yOffset, target.width, target.height, &dx, &dy)) continue;
             const unsigned char* in = PixelAt(source, x, y, Bytes);
             CopyPixel(PixelAt(target, dx, dy, Bytes), in, Bytes);
             if (dx < target.width - 1) CopyPixel(PixelAt(target, dx + 1, dy, Bytes), in, Bytes);
@@ -83,11 +115,14 @@ void PasteWithNeighbours(ITransform* transform, ImageView source, ImageView targ
 // at column 0), in this row and the next.
 void PasteClosingGaps(ITransform* transform, ImageView source, ImageView target, int xOffset,
                       int yOffset) {
+    RowPoints points(source.width);
+    if (!points.Ready()) return;
     for (int y = 0; y < source.height; ++y) {
+        points.Map(transform, 0, y);
         int previous = 0;
         for (int x = 0; x < source.width; ++x) {
             int dx, dy;
-            if (!PasteSpot(transform, x, y, xOffset, yOffset, target.width, target.height, &dx, &dy)) continue;
+            if (!PasteSpot(points, x, xOffset, yOffset, target.width, target.height, &dx, &dy)) continue;
             const unsigned char* in = PixelAt(source, x, y, 3);
             CopyPixel(PixelAt(target, dx, dy, 3), in, 3);
             const int gap = dx - previous;
@@ -107,10 +142,13 @@ void PasteClosingGaps(ITransform* transform, ImageView source, ImageView target,
 template <int Bytes>
 void PasteNeverZero(ITransform* transform, ImageView source, ImageView target, int xOffset,
                     int yOffset) {
+    RowPoints points(source.width);
+    if (!points.Ready()) return;
     for (int y = 0; y < source.height; ++y) {
+        points.Map(transform, 0, y);
         for (int x = 0; x < source.width; ++x) {
             int dx, dy;
-            if (!PasteSpot(transform, x, y, xOffset, yOffset, target.width, target.height, &dx, &dy)) continue;
+            if (!PasteSpot(points, x, xOffset, yOffset, target.width, target.height, &dx, &dy)) continue;
             const unsigned char* in = PixelAt(source, x, y, Bytes);
             unsigned char* out = PixelAt(target, dx, dy, Bytes);
             if (Bytes == 3) {
