@@ -351,11 +351,13 @@ TEST(TransformPaths, SkewAndCircleOfEveryDepth) {
 // far outside, and 32-bit sources whose own alpha is the outside marker 1.
 TEST(TransformPaths, SkewRowsOfSixteen) {
     const float nan = std::nanf("");
-    const SkewParams shears[] = {{0.37f, -0.61f, 6, 2, false}, {0.2f, 0.0f, 20, 11, false},
-                                 {-3.5f, 0.05f, -40, 100, false}, {nan, 0.0f, 5, 5, false},
-                                 {0.0f, nan, 5, 5, false}, {3e9f, 1e-3f, 1, 1, false}, {0.01f, 7e8f, 1000000, -9, false}};
+    const SkewParams shears[] = {{0.37f, -0.61f, 6, 2, false},     {0.2f, 0.0f, 20, 11, false},
+                                 {-3.5f, 0.05f, -40, 100, false},  {nan, 0.0f, 5, 5, false},
+                                 {0.0f, nan, 5, 5, false},         {3e9f, 1e-3f, 1, 1, false},
+                                 {0.01f, 7e8f, 1000000, -9, false}};
     for (int bpp : {8, 24, 32})
-        for (auto [w, h] : {std::pair{37, 23}, std::pair{16, 5}, std::pair{50, 3}, std::pair{4, 40}, std::pair{2, 19}})
+        for (auto [w, h] :
+             {std::pair{37, 23}, std::pair{16, 5}, std::pair{50, 3}, std::pair{4, 40}, std::pair{2, 19}})
             for (int alpha : {0, 1}) {
                 Owned src(BufferImage::Make(w, h, bpp, QEL_MODEL_ARGB, 2, bpp != 24));
                 src->FillRandom(static_cast<uint32_t>(bpp + w));
@@ -393,13 +395,13 @@ TEST(TransformPaths, PasteRoundsHalfUpAtTheEdges) {
     ListedColumns map;
     const double below = std::nextafter(-0.5, -1.0), above = std::nextafter(-0.5, 0.0);
     for (double edge : {0.0, 6.0})  // the left edge, then the right (target width 7, offset -1)
-        for (double v : {below, -0.5, above, 0.4999999999999999, 1.5, -1.5})
-            map.columns.push_back(edge + v);
+        for (double v : {below, -0.5, above, 0.4999999999999999, 1.5, -1.5}) map.columns.push_back(edge + v);
     map.columns.push_back(std::nan(""));
     const int count = static_cast<int>(map.columns.size());
     Owned src(BufferImage::Make(count, 1, 32, QEL_MODEL_BGR));
     src->FillRandom(5);
-    Owned dest(BufferImage::Make(7, 5, 32, QEL_MODEL_BGR, 1, true)), expected(BufferImage::Make(7, 5, 32, QEL_MODEL_BGR));
+    Owned dest(BufferImage::Make(7, 5, 32, QEL_MODEL_BGR, 1, true)),
+        expected(BufferImage::Make(7, 5, 32, QEL_MODEL_BGR));
     TransformPastePixels(&map, ReadImageView(src.Get()), ReadImageView(dest.Get()), 1, 0, false);
     for (int x = 0; x < count; ++x) {
         const double X = map.columns[static_cast<size_t>(x)];
@@ -409,7 +411,8 @@ TEST(TransformPaths, PasteRoundsHalfUpAtTheEdges) {
             if (px < 7 && py < 5) PutColour(expected.Get(), int(px), int(py), ColourAt(src.Get(), x, 0));
     }
     EXPECT_EQ(PixelBytes(dest.Get()), PixelBytes(expected.Get()))
-        << HexRows(PixelBytes(dest.Get()), 28) << "expected\n" << HexRows(PixelBytes(expected.Get()), 28);
+        << HexRows(PixelBytes(dest.Get()), 28) << "expected\n"
+        << HexRows(PixelBytes(expected.Get()), 28);
 }
 
 // The kernels ask a row's points before drawing it; the caller's transform
@@ -434,11 +437,13 @@ TEST(TransformPaths, TransformAsksEachPointOnceInRowOrder) {
     auto rowOrder = [](int columns, int rows, int xOffset, int yOffset) {
         std::vector<std::array<double, 3>> points;
         for (int y = 0; y < rows; ++y)
-            for (int x = 0; x < columns; ++x) points.push_back({double(x + xOffset), double(y + yOffset), 0.0});
+            for (int x = 0; x < columns; ++x)
+                points.push_back({double(x + xOffset), double(y + yOffset), 0.0});
         return points;
     };
     for (int bpp : {8, 24, 32}) {
-        Owned src(BufferImage::Make(5, 3, bpp, QEL_MODEL_BGR)), dest(BufferImage::Make(4, 2, bpp, QEL_MODEL_BGR));
+        Owned src(BufferImage::Make(5, 3, bpp, QEL_MODEL_BGR)),
+            dest(BufferImage::Make(4, 2, bpp, QEL_MODEL_BGR));
         RecordedPoints map;
         TransformPixels(&map, ReadImageView(src.Get()), ReadImageView(dest.Get()), -2, 1);
         EXPECT_EQ(map.asked, rowOrder(4, 2, -2, 1)) << bpp;
@@ -462,8 +467,8 @@ TEST(TransformPaths, FoldRunsOfEveryDepth) {
                 src->FillRandom(static_cast<uint32_t>(bpp * 3 + alpha));
                 const ImageView s = ReadImageView(src.Get());
                 const CircleParams fold{5, alpha != 0, 1.0f};
-                ExpectPathsAgree("fold " + std::to_string(w) + "x" + std::to_string(h), w, h, alpha ? 32 : bpp, 0,
-                                 {PixelPath::General, PixelPath::Fast},
+                ExpectPathsAgree("fold " + std::to_string(w) + "x" + std::to_string(h), w, h,
+                                 alpha ? 32 : bpp, 0, {PixelPath::General, PixelPath::Fast},
                                  [&](const ImageView& d, PixelPath p) { CirclePixels(s, d, fold, p); });
             }
 }

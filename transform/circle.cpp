@@ -22,7 +22,9 @@ struct CircleKernel {
 
     // Distance of (cx - dx, cy - dy) from the centre: the float root of the
     // integer square sum, as every mode measures it.
-    static double Distance(int64_t dx, int64_t dy) { return std::sqrt(static_cast<float>(dx * dx + dy * dy)); }
+    static double Distance(int64_t dx, int64_t dy) {
+        return std::sqrt(static_cast<float>(dx * dx + dy * dy));
+    }
     // Column folding: each run of 32 columns samples every other column of
     // the 64 about its centre.
     static int FoldedColumn(int x) { return x - 16 + x % 32; }
@@ -78,13 +80,14 @@ struct CircleKernel {
     void FoldRows(int cx, int cy, int rmax) {
         const uint32_t outside = WithAlpha(OutsideColour(source));
         constexpr bool kSameKind = std::is_same_v<SourceKind, TargetKind> && SourceKind::kBytes != 0;
-        const bool copies = kSameKind && !params.withAlpha && source.width == target.width &&
-                            source.height == target.height;
+        const bool copies =
+            kSameKind && !params.withAlpha && source.width == target.width && source.height == target.height;
         for (int y = 0; y < target.height; ++y) {
             const int64_t dy = static_cast<int64_t>(cy) - y;
             int64_t inside = -1;  // largest |cx - x| inside the circle; -1 for none
             if (Distance(0, dy) < rmax) {
-                int64_t out = static_cast<int64_t>(target.width) + 1;  // beyond every column: outside or absent
+                int64_t out =
+                    static_cast<int64_t>(target.width) + 1;  // beyond every column: outside or absent
                 inside = 0;
                 while (out - inside > 1) {
                     const int64_t middle = inside + (out - inside) / 2;
@@ -103,7 +106,8 @@ struct CircleKernel {
             int x = 0;
             for (; x < begin; ++x) TargetKind::Write(target, x, y, outside);
             for (; x < copyBegin; ++x) FoldPixel<SourceKind, TargetKind>(x, y);
-            if (copyBegin < copyEnd) FoldCopy<SourceKind::kBytes>(source.Row(y), target.Row(y), copyBegin, copyEnd);
+            if (copyBegin < copyEnd)
+                FoldCopy<SourceKind::kBytes>(source.Row(y), target.Row(y), copyBegin, copyEnd);
             for (x = copyEnd; x < end; ++x) FoldPixel<SourceKind, TargetKind>(x, y);
             for (; x < target.width; ++x) TargetKind::Write(target, x, y, outside);
         }
@@ -132,7 +136,8 @@ struct CircleKernel {
         const int cx = source.width / 2, cy = source.height / 2;
         const int rmax =
             static_cast<int>(std::sqrt(static_cast<double>(cx) * cx + static_cast<double>(cy) * cy));
-        if (params.mode >= 4 && path == PixelPath::Fast) return FoldRows<SourceKind, TargetKind>(cx, cy, rmax);
+        if (params.mode >= 4 && path == PixelPath::Fast)
+            return FoldRows<SourceKind, TargetKind>(cx, cy, rmax);
         const float swirlScale = static_cast<float>(rmax / 2) * params.factor;
         for (int y = 0; y < target.height; ++y) {
             for (int x = 0; x < target.width; ++x) {

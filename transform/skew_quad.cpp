@@ -2,11 +2,11 @@
 // rectangle in 16.16 fixed point).
 #include "transform/skew_quad.h"
 
+#include <immintrin.h>
+
 #include <climits>
 #include <cmath>
 #include <type_traits>
-
-#include <immintrin.h>
 
 #include "image/cpu.h"
 #include "image/pixel_kinds.h"
@@ -18,8 +18,8 @@ namespace {
 // The depth pairs Skew draws with 16 pixels a step: the source's depth kept,
 // or forced to 32 bits with alpha.
 template <class SourceKind, class TargetKind>
-constexpr bool kWideSkew = SourceKind::kBytes != 0 && (std::is_same_v<TargetKind, SourceKind> ||
-                                                       std::is_same_v<TargetKind, BgraPixels>);
+constexpr bool kWideSkew = SourceKind::kBytes != 0 &&
+                           (std::is_same_v<TargetKind, SourceKind> || std::is_same_v<TargetKind, BgraPixels>);
 
 // Pixels x0 to x0 + 15 of the row whose rowShift is given, as the pixel loop
 // of SkewKernel draws them: the coordinates in float lanes with the same
@@ -31,7 +31,8 @@ constexpr bool kWideSkew = SourceKind::kBytes != 0 && (std::is_same_v<TargetKind
 template <class SourceKind, class TargetKind>
 __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int SkewRowWide(const ImageView& source,
                                                                        const ImageView& target, int y,
-                                                                       float rowShift, const SkewParams& params,
+                                                                       float rowShift,
+                                                                       const SkewParams& params,
                                                                        uint32_t outside) {
     constexpr int kIn = SourceKind::kBytes;
     // Bytes before the pixel that a word ending at the pixel starts with.
@@ -47,7 +48,8 @@ __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int SkewRowWide(const Ima
     const __m512i width = _mm512_set1_epi32(source.width), height = _mm512_set1_epi32(source.height);
     const __m512i stride = _mm512_set1_epi64(source.stride);
     const __m512i outsideColour = _mm512_set1_epi32(static_cast<int>(outside));
-    const __m512i marker = _mm512_set1_epi32(kOutsideAlpha), opaque = _mm512_set1_epi32(static_cast<int>(0xFF000000u));
+    const __m512i marker = _mm512_set1_epi32(kOutsideAlpha),
+                  opaque = _mm512_set1_epi32(static_cast<int>(0xFF000000u));
     // 24-bit output: the three low bytes of each of the 16 words, in order.
     alignas(64) unsigned char packIndex[64] = {};
     for (int n = 0; n < 48; ++n) packIndex[n] = static_cast<unsigned char>(4 * (n / 3) + n % 3);
@@ -57,7 +59,8 @@ __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int SkewRowWide(const Ima
     for (; x0 + 16 <= target.width; x0 += 16) {
         const __m512i x = _mm512_add_epi32(_mm512_set1_epi32(x0), lanes);
         const __m512 fx = _mm512_add_ps(_mm512_maskz_cvtepi32_ps(kAll16, x), shift);
-        const __m512 fy = _mm512_add_ps(row, _mm512_mul_ps(_mm512_maskz_cvtepi32_ps(kAll16, _mm512_sub_epi32(x, pivot)), gain));
+        const __m512 fy = _mm512_add_ps(
+            row, _mm512_mul_ps(_mm512_maskz_cvtepi32_ps(kAll16, _mm512_sub_epi32(x, pivot)), gain));
         const __m512i sx = _mm512_maskz_cvttps_epi32(kAll16, fx), sy = _mm512_maskz_cvttps_epi32(kAll16, fy);
         const __mmask16 inside = _mm512_cmplt_epu32_mask(sx, width) & _mm512_cmplt_epu32_mask(sy, height);
         // Words ending at the pixel, except in the first columns, where the
@@ -65,26 +68,32 @@ __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int SkewRowWide(const Ima
         const __m512i at = _mm512_mullo_epi32(sx, _mm512_set1_epi32(kIn));
         const __mmask16 ending = kBack == 0 ? kAll16 : _mm512_cmpge_epi32_mask(sx, _mm512_set1_epi32(kBack));
         const __m512i start = _mm512_maskz_sub_epi32(ending, at, _mm512_set1_epi32(kBack));
-        const __m512i low = _mm512_add_epi64(_mm512_maskz_mul_epi32(kAll8, _mm512_maskz_cvtepi32_epi64(kAll8, _mm512_maskz_extracti64x4_epi64(0xF, sy, 0)), stride),
-                                             _mm512_maskz_cvtepi32_epi64(kAll8, _mm512_maskz_extracti64x4_epi64(0xF, start, 0)));
-        const __m512i high =
-            _mm512_add_epi64(_mm512_maskz_mul_epi32(kAll8, _mm512_maskz_cvtepi32_epi64(kAll8, _mm512_maskz_extracti64x4_epi64(0xF, sy, 1)), stride),
-                             _mm512_maskz_cvtepi32_epi64(kAll8, _mm512_maskz_extracti64x4_epi64(0xF, start, 1)));
-        const __m256i lowWords = _mm512_mask_i64gather_epi32(_mm256_setzero_si256(), static_cast<__mmask8>(inside),
-                                                             low, source.bits, 1);
+        const __m512i low = _mm512_add_epi64(
+            _mm512_maskz_mul_epi32(
+                kAll8, _mm512_maskz_cvtepi32_epi64(kAll8, _mm512_maskz_extracti64x4_epi64(0xF, sy, 0)),
+                stride),
+            _mm512_maskz_cvtepi32_epi64(kAll8, _mm512_maskz_extracti64x4_epi64(0xF, start, 0)));
+        const __m512i high = _mm512_add_epi64(
+            _mm512_maskz_mul_epi32(
+                kAll8, _mm512_maskz_cvtepi32_epi64(kAll8, _mm512_maskz_extracti64x4_epi64(0xF, sy, 1)),
+                stride),
+            _mm512_maskz_cvtepi32_epi64(kAll8, _mm512_maskz_extracti64x4_epi64(0xF, start, 1)));
+        const __m256i lowWords = _mm512_mask_i64gather_epi32(
+            _mm256_setzero_si256(), static_cast<__mmask8>(inside), low, source.bits, 1);
         const __m256i highWords = _mm512_mask_i64gather_epi32(
             _mm256_setzero_si256(), static_cast<__mmask8>(inside >> 8), high, source.bits, 1);
         __m512i colour = _mm512_maskz_inserti64x4(kAll8, _mm512_castsi256_si512(lowWords), highWords, 1);
         if (kBack != 0) {
-            const __m512i bits =
-                _mm512_mask_mov_epi32(_mm512_maskz_slli_epi32(kAll16, at, 3), ending, _mm512_set1_epi32(8 * kBack));
+            const __m512i bits = _mm512_mask_mov_epi32(_mm512_maskz_slli_epi32(kAll16, at, 3), ending,
+                                                       _mm512_set1_epi32(8 * kBack));
             colour = _mm512_maskz_srlv_epi32(kAll16, colour, bits);
             colour = _mm512_and_si512(colour, _mm512_set1_epi32(kIn == 1 ? 0xFF : 0xFFFFFF));
         }
         if (kIn == 1) colour = _mm512_mullo_epi32(colour, _mm512_set1_epi32(0x010101));  // the grey ramp
         colour = _mm512_mask_blend_epi32(inside, outsideColour, colour);
         if (params.forceAlpha) {
-            const __mmask16 marked = _mm512_cmpeq_epi32_mask(_mm512_maskz_srli_epi32(kAll16, colour, 24), marker);
+            const __mmask16 marked =
+                _mm512_cmpeq_epi32_mask(_mm512_maskz_srli_epi32(kAll16, colour, 24), marker);
             colour = _mm512_mask_or_epi32(colour, static_cast<__mmask16>(~marked), colour, opaque);
         }
         if (TargetKind::kBytes == 4) {
@@ -94,7 +103,8 @@ __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int SkewRowWide(const Ima
                                     _mm512_maskz_permutexvar_epi8(~__mmask64{0}, pack, colour));
         } else {
             // Grey in, grey out: the nearest ramp entry is the grey itself.
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + x0), _mm512_maskz_cvtepi32_epi8(kAll16, colour));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + x0),
+                             _mm512_maskz_cvtepi32_epi8(kAll16, colour));
         }
     }
     return x0;
@@ -123,7 +133,8 @@ struct SkewKernel {
             const float rowShift = static_cast<float>(static_cast<int64_t>(y) - params.yPivot) * params.xGain;
             int x = 0;
             if constexpr (kWideSkew<SourceKind, TargetKind>) {
-                if (wide) x = SkewRowWide<SourceKind, TargetKind>(source, target, y, rowShift, params, outside);
+                if (wide)
+                    x = SkewRowWide<SourceKind, TargetKind>(source, target, y, rowShift, params, outside);
             }
             for (; x < target.width; ++x) {
                 const float columnShift =

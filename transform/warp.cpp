@@ -27,16 +27,18 @@ void CopyPixel(unsigned char* to, const unsigned char* from, int bytes) { std::m
 
 // The points of one row, asked of the caller's transform in order before any
 // pixel of the row is drawn, so that the transform and the pixel reads and
-// writes do not wait on each other. Empty when the memory cannot be had; the
-// kernels then draw nothing.
+// writes do not wait on each other. Empty when the memory cannot be had;
+// nothing is then drawn.
 class RowPoints {
 public:
-    explicit RowPoints(int count) : points_(2 * static_cast<size_t>(std::max(count, 0))), count_(count) {}
-    bool Ready() const { return count_ <= 0 || points_; }
+    explicit RowPoints(int capacity)
+        : points_(2 * static_cast<size_t>(std::max(capacity, 0))), capacity_(capacity) {}
+    bool Ready() const { return capacity_ <= 0 || points_; }
 
-    // Sends (first + x, y) for x from 0 to count - 1 through the transform.
-    void Map(ITransform* transform, int first, int y) {
-        for (int x = 0; x < count_; ++x) {
+    // Sends (first + x, y) for x from 0 to count - 1 (at most the capacity)
+    // through the transform.
+    void Map(ITransform* transform, int first, int y, int count) {
+        for (int x = 0; x < count; ++x) {
             double* point = &points_[2 * static_cast<size_t>(x)];
             point[0] = static_cast<double>(x) + first;
             point[1] = y;
@@ -49,16 +51,15 @@ public:
 
 private:
     ScratchBuffer<double> points_;
-    int count_;
+    int capacity_;
 };
 
 template <int Bytes>
-void TransformRows(ITransform* transform, ImageView source, ImageView target, int xOffset, int yOffset) {
-    RowPoints points(target.width);
-    if (!points.Ready()) return;
+void TransformRows(ITransform* transform, RowPoints& points, ImageView source, ImageView target, int xOffset,
+                   int yOffset) {
     const double width = source.width, height = source.height;
     for (int y = 0; y < target.height; ++y) {
-        points.Map(transform, xOffset, y + yOffset);
+        points.Map(transform, xOffset, y + yOffset, target.width);
         unsigned char* out = target.Row(y);
         for (int x = 0; x < target.width; ++x, out += Bytes) {
             const double X = points.X(x), Y = points.Y(x);
@@ -74,8 +75,8 @@ void TransformRows(ITransform* transform, ImageView source, ImageView target, in
 // that is outside the target (or not a number). With v the shifted point plus
 // one half, floor(v) lies in [0, size) exactly when v does, and is then
 // trunc(v), so no floor is taken.
-inline bool PasteSpot(const RowPoints& points, int x, int xOffset, int yOffset, int width, int height, int* dx,
-                      int* dy) {
+inline bool PasteSpot(const RowPoints& points, int x, int xOffset, int yOffset, int width, int height,
+                      int* dx, int* dy) {
     const double vx = xOffset + points.X(x) + 0.5;
     const double vy = yOffset + points.Y(x) + 0.5;
     if (!(vx >= 0 && vy >= 0 && vx < width && vy < height)) return false;
@@ -92,13 +93,11 @@ unsigned char* PixelAt(const ImageView& view, int x, int y, int bytes) {
 // neighbours. The 8-bit path never pastes the source's last column (nor asks
 // the transform about it).
 template <int Bytes>
-void PasteWithNeighbours(ITransform* transform, ImageView source, ImageView target, int xOffset,
-                         int yOffset) {
+void PasteWithNeighbours(ITransform* transform, RowPoints& points, ImageView source, ImageView target,
+                         int xOffset, int yOffset) {
     const int columns = Bytes == 1 ? source.width - 1 : source.width;
-    RowPoints points(columns);
-    if (!points.Ready()) return;
     for (int y = 0; y < source.height; ++y) {
-        points.Map(transform, 0, y);
+        points.Map(transform, 0, y, columns);
         for (int x = 0; x < columns; ++x) {
             int dx, dy;
             if (!PasteSpot(points, x, xOffset, yOffset, target.width, target.height, &dx, &dy)) continue;
@@ -113,12 +112,10 @@ void PasteWithNeighbours(ITransform* transform, ImageView source, ImageView targ
 // 24 bits without voids to fill: closes horizontal gaps back to the previous
 // write of the same source row (none before the first write or after a write
 // at column 0), in this row and the next.
-void PasteClosingGaps(ITransform* transform, ImageView source, ImageView target, int xOffset,
-                      int yOffset) {
-    RowPoints points(source.width);
-    if (!points.Ready()) return;
+void PasteClosingGaps(ITransform* transform, RowPoints& points, ImageView source, ImageView target,
+                      int xOffset, int yOffset) {
     for (int y = 0; y < source.height; ++y) {
-        points.Map(transform, 0, y);
+        points.Map(transform, 0, y, source.width);
         int previous = 0;
         for (int x = 0; x < source.width; ++x) {
             int dx, dy;
@@ -140,12 +137,10 @@ void PasteClosingGaps(ITransform* transform, ImageView source, ImageView target,
 // 24 and 32 bits with voids to fill: zero pixels mark unpainted places, so
 // nothing written is all zero.
 template <int Bytes>
-void PasteNeverZero(ITransform* transform, ImageView source, ImageView target, int xOffset,
+void PasteNeverZero(ITransform* transform, RowPoints& points, ImageView source, ImageView target, int xOffset,
                     int yOffset) {
-    RowPoints points(source.width);
-    if (!points.Ready()) return;
     for (int y = 0; y < source.height; ++y) {
-        points.Map(transform, 0, y);
+        points.Map(transform, 0, y, source.width);
         for (int x = 0; x < source.width; ++x) {
             int dx, dy;
             if (!PasteSpot(points, x, xOffset, yOffset, target.width, target.height, &dx, &dy)) continue;
@@ -168,15 +163,17 @@ void PasteNeverZero(ITransform* transform, ImageView source, ImageView target, i
 void TransformPixels(ITransform* transform, const ImageView& source, const ImageView& target, int xOffset,
                      int yOffset) {
     if (source.bits == nullptr || target.bits == nullptr || source.bitCount != target.bitCount) return;
+    RowPoints points(target.width);
+    if (!points.Ready()) return;
     switch (source.bitCount) {
         case 8:
-            TransformRows<1>(transform, source, target, xOffset, yOffset);
+            TransformRows<1>(transform, points, source, target, xOffset, yOffset);
             break;
         case 24:
-            TransformRows<3>(transform, source, target, xOffset, yOffset);
+            TransformRows<3>(transform, points, source, target, xOffset, yOffset);
             break;
         case 32:
-            TransformRows<4>(transform, source, target, xOffset, yOffset);
+            TransformRows<4>(transform, points, source, target, xOffset, yOffset);
             break;
         default:
             break;
@@ -187,19 +184,20 @@ bool TransformPastePixels(ITransform* transform, const ImageView& source, const 
                           int xOffset, int yOffset, bool fillVoids) {
     const int depth = source.bitCount;
     if (depth != 8 && depth != 24 && depth != 32) return false;
-    if (source.bits != nullptr && target.bits != nullptr && target.bitCount == depth) {
+    RowPoints points(source.width);
+    if (source.bits != nullptr && target.bits != nullptr && target.bitCount == depth && points.Ready()) {
         if (depth == 8) {
-            PasteWithNeighbours<1>(transform, source, target, xOffset, yOffset);
+            PasteWithNeighbours<1>(transform, points, source, target, xOffset, yOffset);
         } else if (fillVoids) {
             if (depth == 24)
-                PasteNeverZero<3>(transform, source, target, xOffset, yOffset);
+                PasteNeverZero<3>(transform, points, source, target, xOffset, yOffset);
             else
-                PasteNeverZero<4>(transform, source, target, xOffset, yOffset);
+                PasteNeverZero<4>(transform, points, source, target, xOffset, yOffset);
         } else {
             if (depth == 24)
-                PasteClosingGaps(transform, source, target, xOffset, yOffset);
+                PasteClosingGaps(transform, points, source, target, xOffset, yOffset);
             else
-                PasteWithNeighbours<4>(transform, source, target, xOffset, yOffset);
+                PasteWithNeighbours<4>(transform, points, source, target, xOffset, yOffset);
         }
     }
     return fillVoids && depth != 8;
@@ -223,7 +221,8 @@ QResult CQELImageTransform::Transform(ITransform* transform, IQEL* source, IQEL*
     Destination made = MakeDestination(shape, DestinationRoad::ImageDIB, Writes::SomePixels);
     if (!made.image) return QEL_E_FAIL;
     made.dib->Fill(sourceView.HasAlpha() ? 0xFF000000u : 0u);  // opaque black only where there is alpha
-    if (const ImageView* canvas = made.Canvas()) TransformPixels(transform, sourceView, *canvas, xOffset, yOffset);
+    if (const ImageView* canvas = made.Canvas())
+        TransformPixels(transform, sourceView, *canvas, xOffset, yOffset);
     *result = made.image.Detach();
     return QEL_OK;
 }
