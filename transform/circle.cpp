@@ -170,14 +170,19 @@ QResult CQELImageDeform::CircleTransform(IQEL* image, int mode, int withAlpha, f
     Destination working = MakeDestination(shape, DestinationRoad::ImageDIB, WarpWrites(bitCount));
     if (!working.image) return QEL_E_FAIL;
     // A working image without the asked layout cannot be drawn; the source
-    // stays. An empty image has nothing to draw and is handed over as made.
-    if (working.Canvas() == nullptr && !sourceView.Empty()) return QEL_E_FAIL;
+    // stays. An empty image made as asked has nothing to draw and is handed over.
+    const ImageView& made = working.view;
+    const bool emptyAsAsked = sourceView.Empty() && made.width == shape.width && made.height == shape.height &&
+                              made.bitCount == bitCount;
+    if (working.Canvas() == nullptr && !emptyAsAsked) return QEL_E_FAIL;
 
-    CircleParams params;
-    params.mode = mode;
-    params.withAlpha = withAlpha != 0;
-    params.factor = factor;
-    CirclePixels(sourceView, working.view, params);
+    if (working.Canvas() != nullptr) {
+        CircleParams params;
+        params.mode = mode;
+        params.withAlpha = withAlpha != 0;
+        params.factor = factor;
+        CirclePixels(sourceView, made, params);
+    }
 
     SmartPtr<IQELImage> target = QueryAs<IQELImage>(image, IID_IQELImage);
     if (target) target->Assign(working.image.Get(), 0);
