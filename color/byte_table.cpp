@@ -13,30 +13,33 @@ namespace {
 // Byte 3 of every 4-byte pixel is its alpha, which a 32-bit lookup keeps.
 constexpr unsigned long long kColourBytesMask = 0x7777777777777777ull;
 
+// `out` may be `in`; with kKeepAlpha every fourth byte is copied unchanged.
 template <bool kKeepAlpha>
-void LookupRowScalar(unsigned char* row, size_t count, const unsigned char table[256]) {
-    for (size_t i = 0; i < count; ++i)
-        if (!kKeepAlpha || i % 4 != 3) row[i] = table[row[i]];
+void LookupRowScalar(unsigned char* out, const unsigned char* in, size_t count,
+                     const unsigned char table[256]) {
+    for (size_t i = 0; i < count; ++i) out[i] = kKeepAlpha && i % 4 == 3 ? in[i] : table[in[i]];
 }
 
 // The 256-entry table as four 64-byte registers: two-table permutes look up
 // the low seven bits in each half, and bit 7 picks the half. The last step
 // loads and stores only the bytes left, so no tail loop is needed.
 template <bool kKeepAlpha>
-__attribute__((target("avx512f,avx512bw,avx512vbmi"))) void LookupRowAvx512(unsigned char* row, size_t count,
+__attribute__((target("avx512f,avx512bw,avx512vbmi"))) void LookupRowAvx512(unsigned char* out,
+                                                                            const unsigned char* in,
+                                                                            size_t count,
                                                                             const unsigned char table[256]) {
     const __m512i quarter0 = _mm512_loadu_si512(table), quarter1 = _mm512_loadu_si512(table + 64);
     const __m512i quarter2 = _mm512_loadu_si512(table + 128), quarter3 = _mm512_loadu_si512(table + 192);
     for (size_t i = 0; i < count; i += 64) {
-        __mmask64 lanes = count - i >= 64 ? ~0ull : (1ull << (count - i)) - 1;
-        const __m512i bytes = _mm512_maskz_loadu_epi8(lanes, row + i);
+        const __mmask64 lanes = count - i >= 64 ? ~0ull : (1ull << (count - i)) - 1;
+        const __m512i bytes = _mm512_maskz_loadu_epi8(lanes, in + i);
         const __m512i low = _mm512_permutex2var_epi8(quarter0, bytes, quarter1);
         const __m512i high = _mm512_permutex2var_epi8(quarter2, bytes, quarter3);
-        const __m512i looked = _mm512_mask_blend_epi8(_mm512_movepi8_mask(bytes), low, high);
+        __m512i looked = _mm512_mask_blend_epi8(_mm512_movepi8_mask(bytes), low, high);
         // Rows start at pixel boundaries and steps are 64 bytes, so the
         // alpha positions are the same in every step.
-        if (kKeepAlpha) lanes &= kColourBytesMask;
-        _mm512_mask_storeu_epi8(row + i, lanes, looked);
+        if (kKeepAlpha) looked = _mm512_mask_blend_epi8(kColourBytesMask, bytes, looked);
+        _mm512_mask_storeu_epi8(out + i, lanes, looked);
     }
 }
 
@@ -69,14 +72,14 @@ __attribute__((target("avx2"))) ShuffleSlices MakeShuffleSlices(const unsigned c
 }
 
 template <bool kKeepAlpha>
-__attribute__((target("avx2"))) void LookupRowAvx2(unsigned char* row, size_t count,
+__attribute__((target("avx2"))) void LookupRowAvx2(unsigned char* out, const unsigned char* in, size_t count,
                                                    const unsigned char table[256]) {
     const ShuffleSlices slices = MakeShuffleSlices(table);
     const __m256i flip = _mm256_set1_epi8(static_cast<char>(0x80));
     const __m256i alpha = _mm256_set1_epi32(static_cast<int>(0xFF000000u));
     size_t i = 0;
     for (; i + 32 <= count; i += 32) {
-        const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row + i));
+        const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + i));
         const __m256i flipped = _mm256_xor_si256(bytes, flip);
         __m256i looked = _mm256_setzero_si256();
         for (int m = 1; m <= 8; ++m) {
@@ -87,34 +90,46 @@ __attribute__((target("avx2"))) void LookupRowAvx2(unsigned char* row, size_t co
                 looked, _mm256_shuffle_epi8(slices.upper[m - 1], _mm256_adds_epu8(flipped, lift)));
         }
         if (kKeepAlpha) looked = _mm256_blendv_epi8(looked, bytes, alpha);
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(row + i), looked);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), looked);
     }
-    LookupRowScalar<kKeepAlpha>(row + i, count - i, table);
+    LookupRowScalar<kKeepAlpha>(out + i, in + i, count - i, table);
+}
+
+SimdTier LookupLanes(SimdTier widest) {
+    return SimdRuns(SimdTier::Avx512, widest) ? SimdTier::Avx512
+           : SimdRuns(SimdTier::Avx2, widest) ? SimdTier::Avx2
+                                              : SimdTier::Scalar;
 }
 
 template <bool kKeepAlpha>
-void LookupRow(unsigned char* row, size_t count, const unsigned char table[256], SimdTier lanes) {
+void LookupRow(unsigned char* out, const unsigned char* in, size_t count, const unsigned char table[256],
+               SimdTier lanes) {
     if (lanes == SimdTier::Avx512)
-        LookupRowAvx512<kKeepAlpha>(row, count, table);
+        LookupRowAvx512<kKeepAlpha>(out, in, count, table);
     else if (lanes == SimdTier::Avx2)
-        LookupRowAvx2<kKeepAlpha>(row, count, table);
+        LookupRowAvx2<kKeepAlpha>(out, in, count, table);
     else
-        LookupRowScalar<kKeepAlpha>(row, count, table);
+        LookupRowScalar<kKeepAlpha>(out, in, count, table);
 }
 
 }  // namespace
 
+void LookupBytes(unsigned char* out, const unsigned char* in, size_t count, const unsigned char table[256],
+                 SimdTier widest) {
+    LookupRow<false>(out, in, count, table, LookupLanes(widest));
+}
+
 void ApplyByteTable(const ImageView& image, const unsigned char table[256], SimdTier widest) {
     if (!HasPixels(image)) return;
-    const SimdTier lanes = SimdRuns(SimdTier::Avx512, widest) ? SimdTier::Avx512
-                           : SimdRuns(SimdTier::Avx2, widest) ? SimdTier::Avx2
-                                                              : SimdTier::Scalar;
+    const SimdTier lanes = LookupLanes(widest);
     if (image.bitCount == 8 || image.bitCount == 24) {
         const size_t rowBytes = static_cast<size_t>(image.width) * static_cast<size_t>(image.bitCount / 8);
-        for (int y = 0; y < image.height; ++y) LookupRow<false>(image.Row(y), rowBytes, table, lanes);
+        for (int y = 0; y < image.height; ++y)
+            LookupRow<false>(image.Row(y), image.Row(y), rowBytes, table, lanes);
     } else if (image.bitCount == 32) {
         const size_t rowBytes = static_cast<size_t>(image.width) * 4;
-        for (int y = 0; y < image.height; ++y) LookupRow<true>(image.Row(y), rowBytes, table, lanes);
+        for (int y = 0; y < image.height; ++y)
+            LookupRow<true>(image.Row(y), image.Row(y), rowBytes, table, lanes);
     }
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 
 #include "image/cpu.h"
@@ -31,6 +32,9 @@ inline unsigned char ClampToByte(int64_t value) {
 void ApplyByteTable(const ImageView& image, const unsigned char table[256],
                     SimdTier widest = SimdTier::Avx512);
 void InvertColourBytes(const ImageView& image);
+// One row of `count` bytes through `table` with the same lanes; `out` may be `in`.
+void LookupBytes(unsigned char* out, const unsigned char* in, size_t count, const unsigned char table[256],
+                 SimdTier widest = SimdTier::Avx512);
 
 // ---- Per-pixel colour maps (ShiftRGB, Threshold, Colorize) -----------------
 // A map rewrites the blue, green, red bytes it is handed. MapPixels runs it
@@ -130,7 +134,8 @@ private:
 // bits: the channel mean in all three channels, alpha copied. Other bit counts
 // write nothing. With SSSE3 allowed, 24 bits take eight pixels a step with
 // byte shuffles and 32 bits four; with AVX-512 allowed, 24 bits first take
-// 32 pixels a step with VBMI byte permutes.
+// 32 pixels a step with VBMI byte permutes, and 8 bits 32 pixels a step with
+// word multiply-adds.
 void WriteGreyInto(const ImageView& source, const ImageView& grey, SimdTier widest = SimdTier::Avx512);
 
 // ---- Alpha ------------------------------------------------------------------
