@@ -122,10 +122,21 @@ public:
         bgr[2] = static_cast<unsigned char>((tintRed_[lightness] * newWeight_ + red * oldWeight_) >> 8);
     }
 
+    // 0 blue, 1 green, 2 red: the channel's tint by lightness.
+    const unsigned char* Tint(int channel) const {
+        return channel == 0 ? tintBlue_ : channel == 1 ? tintGreen_ : tintRed_;
+    }
+    int NewWeight() const { return newWeight_; }
+    int OldWeight() const { return oldWeight_; }
+
 private:
     unsigned char tintBlue_[256], tintGreen_[256], tintRed_[256];  // by lightness 0..255
     int newWeight_ = 0, oldWeight_ = 256;
 };
+
+// MapPixels with `tint`; with AVX-512 allowed, 3-byte pixels first take 64
+// pixels a step with VBMI byte permutes.
+void ColorizePixels(const ImageView& image, const ColorizeTint& tint, SimdTier widest = SimdTier::Avx512);
 
 // ---- Grey conversion --------------------------------------------------------
 // Writes the grey version of `source` into `grey`, an image of the same size

@@ -490,7 +490,7 @@ TEST(ColourPaths, ByteWiseMapsMatchThePixelHelpers) {
 // ---- colour: grey rows and byte tables, each tier's lanes against one pixel at a time ----
 
 // The grey and table lanes of one tier: SSSE3 grey rows, AVX2 table rows,
-// and at AVX-512 the VBMI grey and table rows and the 8-bit grey rows.
+// and at AVX-512 the VBMI grey, table and colorize rows and the 8-bit grey rows.
 class ColourLanes : public testing::TestWithParam<SimdTier> {};
 
 TEST_P(ColourLanes, GreyRowsAndByteTablesOfEveryWidth) {
@@ -512,6 +512,16 @@ TEST_P(ColourLanes, GreyRowsAndByteTablesOfEveryWidth) {
                 ExpectPathsAgree(
                     "byte table", width, height, bpp, QEL_MODEL_BGR, {SimdTier::Scalar, tier},
                     [&](const ImageView& d, SimdTier lanes) { color::ApplyByteTable(d, table, lanes); });
+            if (tier == SimdTier::Avx512) {
+                const color::ColorizeTint tint(static_cast<unsigned char>(seed * 37), 200,
+                                               seed % 2 ? 0.6f : 1.0f);
+                ExpectPathsAgree("colorize", width, height, bpp, QEL_MODEL_BGR, {SimdTier::Scalar, tier},
+                                 [&](const ImageView& d, SimdTier lanes) {
+                                     for (int y = 0; y < height; ++y)
+                                         std::copy(s.Row(y), s.Row(y) + s.RowBytes(), d.Row(y));
+                                     color::ColorizePixels(d, tint, lanes);
+                                 });
+            }
             if (tier != SimdTier::Ssse3)
                 ExpectPathsAgree("byte table into another image", width, height, bpp, QEL_MODEL_BGR,
                                  {SimdTier::Scalar, tier}, [&](const ImageView& d, SimdTier lanes) {
