@@ -6,6 +6,7 @@
 
 #include "color/color_kernels.h"
 #include "color/color_transform.h"
+#include "image/destination.h"
 #include "module/host_services.h"
 
 namespace color {
@@ -274,26 +275,18 @@ QResult CQELColorTransform::GrayScale(IQEL* image) {
     const ImageView source = ReadImageView(image);
     if (source.width <= 0 || source.height <= 0) return QEL_OK;
 
-    SmartPtr<IQELImage> grey = NewImageThroughCollection();
-    if (!grey) return QEL_E_FAIL;
     // At 8, 24 and 32 bits every byte of every row is written below.
     const bool writesEveryByte =
         source.bits != nullptr && (source.bitCount == 8 || source.bitCount == 24 || source.bitCount == 32);
-    if (writesEveryByte)
-        CreateToOverwrite(grey.Get(), source.width, source.height, source.planes, source.bitCount,
-                          source.colourModel);
-    else
-        grey->Create(source.width, source.height, source.planes, source.bitCount, source.colourModel);
-    const ImageView target = ReadImageView(grey.Get());
-    // Written only when the host made what was asked for.
-    if (target.bits != nullptr && target.width == source.width && target.height == source.height &&
-        target.bitCount == source.bitCount)
-        color::WriteGreyInto(source, target);
+    const Destination grey = MakeDestination(ShapeOf(source), DestinationRoad::Collection,
+                                             writesEveryByte ? Writes::EveryPixel : Writes::SomePixels);
+    if (!grey.image) return QEL_E_FAIL;
+    if (const ImageView* target = grey.Canvas()) color::WriteGreyInto(source, *target);
 
     // The source takes over the new image's content, also for bit counts
     // that were not written.
     SmartPtr<IQELImage> sourceImage = QueryAs<IQELImage>(image, IID_IQELImage);
-    if (sourceImage) sourceImage->Assign(grey.Get(), 0);
+    if (sourceImage) sourceImage->Assign(grey.image.Get(), 0);
     return QEL_OK;
 }
 
