@@ -188,7 +188,7 @@ uint64_t SubtractPlane(const MathsPlane& dest, const MathsPlane& a, const MathsP
 
 inline unsigned char Mix(const LinearMix& mix, unsigned char a, unsigned char b) {
     return ClampFloatToByte(static_cast<float>(a) * mix.factorA + static_cast<float>(b) * mix.factorB +
-                       mix.offset);
+                            mix.offset);
 }
 
 // True when both pointers reach the same object (compared by identity).
@@ -202,7 +202,7 @@ bool SameObject(IUnknown* x, IUnknown* y) {
 // Add writes every byte of every row of a one-plane 8- or 24-bit result
 // whose sources hand out their pixels. A destination that is also a source
 // must be cleared by Create, as the sums then read it.
-bool AddWritesEveryByte(IQELImage* dest, IQEL* a, IQEL* b, const ImageInfo& infoA) {
+bool AddWritesEveryByte(IQELImage* dest, IQEL* a, IQEL* b, const ImageView& infoA) {
     if ((infoA.bitCount != 8 && infoA.bitCount != 24) || infoA.planes != 1) return false;
     if (SameObject(dest, a) || SameObject(dest, b)) return false;
     unsigned char *bitsA = nullptr, *bitsB = nullptr;
@@ -231,7 +231,7 @@ __attribute__((target("avx2"))) inline __m256i MixEightAvx2(const unsigned char*
 
 // The AVX2 form of the step below, eight lanes per operation, for processors
 // that have it (chosen at run time; the build itself assumes only SSE2). The
-// AVX-512 form after it takes sixteen lanes and leaves the rest to this one.
+// AVX-512 form after it takes sixteen lanes, leaving less than 16 bytes.
 __attribute__((target("avx2"))) size_t MixRowAvx2(unsigned char* out, const unsigned char* a,
                                                   const unsigned char* b, size_t count,
                                                   const LinearMix& mix) {
@@ -276,11 +276,9 @@ __attribute__((target("avx512f,avx512bw"))) size_t MixRowAvx512(unsigned char* o
     const __m512 factorA = _mm512_set1_ps(mix.factorA), factorB = _mm512_set1_ps(mix.factorB);
     const __m512 offset = _mm512_set1_ps(mix.offset);
     size_t i = 0;
-    for (; i + 64 <= count; i += 64) {
-        for (size_t part = 0; part < 64; part += 16)
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + part),
-                             MixSixteenAvx512(a + i + part, b + i + part, factorA, factorB, offset));
-    }
+    for (; i + 16 <= count; i += 16)
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i),
+                         MixSixteenAvx512(a + i, b + i, factorA, factorB, offset));
     return i;
 }
 
@@ -396,7 +394,7 @@ void AddScaleMixedDepth(const MathsPlane& dest, const MathsPlane& a, const Maths
 
 QResult CQELMaths::Add(IQELImage* dest, IQEL* a, IQEL* b, float divisor) {
     if (dest == nullptr || a == nullptr || b == nullptr) return QEL_E_FAIL;
-    ImageInfo infoA, infoB;
+    ImageView infoA, infoB;
     if (!ReadMatchingFormats(a, b, &infoA, &infoB)) return QEL_E_FAIL;
     ReadSize(a, &infoA);
     if (AddWritesEveryByte(dest, a, b, infoA))
@@ -405,7 +403,7 @@ QResult CQELMaths::Add(IQELImage* dest, IQEL* a, IQEL* b, float divisor) {
         dest->Create(infoA.width, infoA.height, infoA.planes, infoA.bitCount, infoA.colourModel);
     // b's size only bounds its rows: a b smaller than a reads as 0 past its end.
     ReadSize(b, &infoB);
-    ImageInfo infoDest;
+    ImageView infoDest;
     ReadInfo(dest, &infoDest);
 
     // 32-bit rows are walked as if packed at three bytes per pixel (deliberately).
@@ -427,14 +425,14 @@ QResult CQELMaths::Add(IQELImage* dest, IQEL* a, IQEL* b, float divisor) {
 
 QResult CQELMaths::Subtract(IQEL* dest, IQEL* a, IQEL* b, int flags) {
     if (dest == nullptr || a == nullptr || b == nullptr) return QEL_E_INVALIDARG;
-    ImageInfo infoA, infoB;
+    ImageView infoA, infoB;
     if (!ReadMatchingFormats(a, b, &infoA, &infoB)) return QEL_E_FAIL;
     ReadSize(a, &infoA);
     ReadSize(b, &infoB);
     const int width = UnsignedMin(infoA.width, infoB.width);
     const int height = UnsignedMin(infoA.height, infoB.height);
     // dest's own geometry only bounds the writes: the caller promises it fits.
-    ImageInfo infoDest;
+    ImageView infoDest;
     ReadInfo(dest, &infoDest);
 
     const int bitCount = infoA.bitCount;
@@ -457,7 +455,7 @@ QResult CQELMaths::Subtract(IQEL* dest, IQEL* a, IQEL* b, int flags) {
 QResult CQELMaths::AddScale(IQEL* dest, IQEL* a, IQEL* b, IQEL* mask, float factorA, float factorB,
                             float offset) {
     if (dest == nullptr || a == nullptr || b == nullptr) return QEL_E_FAIL;
-    ImageInfo infoA, infoB, infoDest;
+    ImageView infoA, infoB, infoDest;
     ReadInfo(a, &infoA);
     ReadInfo(b, &infoB);
     ReadInfo(dest, &infoDest);
@@ -474,7 +472,7 @@ QResult CQELMaths::AddScale(IQEL* dest, IQEL* a, IQEL* b, IQEL* mask, float fact
     // The mask is one byte per pixel whatever its format; its own geometry only bounds the reads.
     MathsPlane planeMask;
     if (mask != nullptr) {
-        ImageInfo infoMask;
+        ImageView infoMask;
         ReadInfo(mask, &infoMask);
         planeMask = GetPlane(mask, 0, infoMask);
     }

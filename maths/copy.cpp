@@ -106,7 +106,7 @@ QResult CQELMaths::CreateDestImage(IQEL** dest, IQEL* model, int bitCount, int c
     if (dest == nullptr) return QEL_E_POINTER;
     SmartPtr<IQELImage> image = NewImageThroughCollection();
     if (!image) return QEL_E_FAIL;
-    ImageInfo info;
+    ImageView info;
     ReadInfo(model, &info);
     image->Create(info.width, info.height, info.planes, bitCount != 0 ? bitCount : info.bitCount,
                   colourModel != 0 ? static_cast<unsigned>(colourModel) : info.colourModel);
@@ -116,7 +116,7 @@ QResult CQELMaths::CreateDestImage(IQEL** dest, IQEL* model, int bitCount, int c
 
 QResult CQELMaths::Copy(IQEL* dest, IQEL* source, IQEL* mask, int x, int y) {
     if (dest == nullptr || source == nullptr) return QEL_E_FAIL;
-    ImageInfo infoDest, infoSource;
+    ImageView infoDest, infoSource;
     ReadInfo(dest, &infoDest);
     ReadInfo(source, &infoSource);
     // Unsigned comparison: a negative offset is rejected too.

@@ -4,25 +4,23 @@
 #include <cstring>
 #include <new>
 
-MathsPlane PlaneOf(unsigned char* bits, int stride, const ImageInfo& info) {
+MathsPlane PlaneOf(const ImageView& view) {
     MathsPlane plane;
-    plane.bits = bits;
-    plane.stride = stride;
-    plane.step = stride;
-    if (bits == nullptr || info.width <= 0 || info.height <= 0 || info.bitCount <= 0) return plane;
-    const auto rowBytes = static_cast<ptrdiff_t>((static_cast<int64_t>(info.width) * info.bitCount + 7) / 8);
-    const ptrdiff_t lastRow = static_cast<ptrdiff_t>(info.height - 1) * stride;
+    static_cast<ImageView&>(plane) = view;
+    plane.step = view.stride;
+    if (view.bits == nullptr || view.width <= 0 || view.height <= 0 || view.bitCount <= 0) return plane;
+    const auto rowBytes = static_cast<ptrdiff_t>(view.RowBytes());
+    const ptrdiff_t lastRow = static_cast<ptrdiff_t>(view.height - 1) * view.stride;
     plane.first = lastRow < 0 ? lastRow : 0;
     plane.last = (lastRow < 0 ? 0 : lastRow) + rowBytes;
     return plane;
 }
 
-MathsPlane GetPlane(IQEL* image, int index, const ImageInfo& info) {
-    unsigned char* bits = nullptr;
-    int stride = 0;
+MathsPlane GetPlane(IQEL* image, int index, const ImageView& info) {
+    ImageView view = info;
     int reserved = 0;
-    if (image->GetBits(index, &reserved, &bits, &stride) < 0) bits = nullptr;
-    return PlaneOf(bits, stride, info);
+    if (image->GetBits(index, &reserved, &view.bits, &view.stride) < 0) view.bits = nullptr;
+    return PlaneOf(view);
 }
 
 RowStage::~RowStage() {

@@ -127,7 +127,7 @@ RowBytes RowBytesOf(ScaleCase scaleCase, size_t w) {
 
 }  // namespace
 
-ScaleCase ChooseScaleCase(const ImageInfo& source, const ImageInfo& dest) {
+ScaleCase ChooseScaleCase(const ImageView& source, const ImageView& dest) {
     const bool sourceMono = source.colourModel == QEL_MODEL_MONO;
     const bool destMono = dest.colourModel == QEL_MODEL_MONO;
     switch (source.bitCount) {
@@ -259,7 +259,7 @@ void Scale8Rows(const MathsPlane& dest, const MathsPlane& source, int width, int
 
 QResult CQELMaths::Scale(IQEL* dest, IQEL* source, IQEL* mask, float factor, float offset) {
     if (dest == nullptr || source == nullptr) return QEL_E_FAIL;
-    ImageInfo infoSource, infoDest;
+    ImageView infoSource, infoDest;
     ReadFormat(source, &infoSource);
     ReadFormat(dest, &infoDest);
     ReadSize(source, &infoSource);
@@ -279,7 +279,7 @@ QResult CQELMaths::Scale(IQEL* dest, IQEL* source, IQEL* mask, float factor, flo
         MathsPlane planeMask;
         const bool masked = scaleCase == ScaleCase::kGreyToGrey && mask != nullptr;
         if (masked) {
-            ImageInfo infoMask;
+            ImageView infoMask;
             ReadInfo(mask, &infoMask);
             planeMask = GetPlane(mask, 0, infoMask);
         }
@@ -292,14 +292,14 @@ QResult CQELMaths::Scale(IQEL* dest, IQEL* source, IQEL* mask, float factor, flo
 
 QResult CQELMaths::Scale8(IQELImage* dest, IQEL* source, int offset, double factor) {
     if (dest == nullptr || source == nullptr) return QEL_E_FAIL;
-    ImageInfo infoSource;
+    ImageView infoSource;
     ReadFormat(source, &infoSource);
     if (infoSource.colourModel != QEL_MODEL_MONO) return QEL_E_NOT_MONO;
     ReadSize(source, &infoSource);
     dest->Create(infoSource.width, infoSource.height, infoSource.planes, 8, QEL_MODEL_MONO);
     // An 8-bit source leaves the new image as Create made it, deliberately.
     if (infoSource.bitCount == 8) return QEL_OK;
-    ImageInfo infoDest;
+    ImageView infoDest;
     ReadInfo(dest, &infoDest);
     const int width = UnsignedMin(infoSource.width, infoDest.width);
     const int height = UnsignedMin(infoSource.height, infoDest.height);
