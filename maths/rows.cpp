@@ -2,7 +2,6 @@
 #include "maths/rows.h"
 
 #include <cstring>
-#include <new>
 
 MathsPlane PlaneOf(const ImageView& view) {
     MathsPlane plane;
@@ -23,19 +22,10 @@ MathsPlane GetPlane(IQEL* image, int index, const ImageView& info) {
     return PlaneOf(view);
 }
 
-RowStage::~RowStage() {
-    for (unsigned char* scratch : scratch_) delete[] scratch;
-}
-
 unsigned char* RowStage::Scratch(Slot slot, size_t count) {
     if (count == 0) count = 1;
-    if (capacity_[slot] < count) {
-        delete[] scratch_[slot];
-        scratch_[slot] = new (std::nothrow) unsigned char[count];
-        capacity_[slot] = scratch_[slot] == nullptr ? 0 : count;
-        if (scratch_[slot] == nullptr) failed_ = true;
-    }
-    return scratch_[slot];
+    if (scratch_[slot].Size() < count && !scratch_[slot].Resize(count)) failed_ = true;
+    return scratch_[slot].Data();
 }
 
 // Fills `scratch` with the span's bytes that lie inside the plane, 0 elsewhere.
@@ -65,11 +55,12 @@ unsigned char* RowStage::BeginWrite(Slot slot, const MathsPlane& plane, ptrdiff_
 }
 
 void RowStage::EndWrite(Slot slot, const MathsPlane& plane, ptrdiff_t offset, size_t count) {
-    if (!staged_[slot] || scratch_[slot] == nullptr || plane.bits == nullptr) return;
+    if (!staged_[slot] || !scratch_[slot] || plane.bits == nullptr) return;
     staged_[slot] = false;
     const ptrdiff_t begin = offset > plane.first ? offset : plane.first;
     const ptrdiff_t spanEnd = offset + static_cast<ptrdiff_t>(count);
     const ptrdiff_t end = spanEnd < plane.last ? spanEnd : plane.last;
     if (begin < end)
-        std::memcpy(plane.bits + begin, scratch_[slot] + (begin - offset), static_cast<size_t>(end - begin));
+        std::memcpy(plane.bits + begin, scratch_[slot].Data() + (begin - offset),
+                    static_cast<size_t>(end - begin));
 }

@@ -10,6 +10,7 @@
 
 #include "image/clamp.h"
 #include "image/image_view.h"
+#include "image/scratch.h"
 #include "qel/image.h"
 
 // Size and format of an image into a view, read in whatever order an
@@ -71,7 +72,6 @@ public:
 
     // `alwaysStage` sends every row through scratch memory (for comparisons).
     explicit RowStage(bool alwaysStage = false) : alwaysStage_(alwaysStage) {}
-    ~RowStage();
     RowStage(const RowStage&) = delete;
     RowStage& operator=(const RowStage&) = delete;
 
@@ -92,8 +92,7 @@ private:
     bool alwaysStage_;
     bool failed_ = false;
     bool staged_[kSlotCount] = {};
-    unsigned char* scratch_[kSlotCount] = {};
-    size_t capacity_[kSlotCount] = {};
+    ScratchBuffer<unsigned char> scratch_[kSlotCount];
 };
 
 // Float to 32-bit integer, truncating toward zero; NaN and values outside the
