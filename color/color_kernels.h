@@ -129,8 +129,8 @@ private:
     int newWeight_ = 0, oldWeight_ = 256;
 };
 
-// MapPixels with `tint`; with AVX-512 allowed, 3-byte pixels first take 64
-// pixels a step with VBMI byte permutes.
+// MapPixels with `tint`; with AVX-512 allowed, 3- and 4-byte pixels first
+// take 64 pixels a step with VBMI byte permutes.
 void ColorizePixels(const ImageView& image, const ColorizeTint& tint, SimdTier widest = SimdTier::Avx512);
 
 // ---- Grey conversion --------------------------------------------------------

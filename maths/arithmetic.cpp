@@ -38,20 +38,28 @@ __attribute__((target("avx512f,avx512bw"))) size_t AddRowAvx512(unsigned char* o
 
 // Subtract of every byte, 64 at a time: the saturating difference is the
 // difference clipped at 0, and the OR of both is the absolute one. With
-// Counted, values of 2 or more are added to `tally`.
-template <bool Absolute, bool Counted>
+// Counted, values of 2 or more are added to `tally`. With WithAlpha the rows
+// hold 4-byte pixels (each step 16 whole ones): byte 3 of each is set to
+// `alpha` and left out of the tally.
+template <bool Absolute, bool Counted, bool WithAlpha>
 __attribute__((target("avx512f,avx512bw,popcnt"))) size_t SubtractBytesAvx512(unsigned char* out,
                                                                               const unsigned char* a,
                                                                               const unsigned char* b,
-                                                                              size_t count, uint64_t& tally) {
-    const __m512i two = _mm512_set1_epi8(2);
+                                                                              size_t count, uint64_t& tally,
+                                                                              unsigned char alpha = 0) {
+    constexpr __mmask64 kAlphaBytes = 0x8888888888888888ull;
+    const __m512i two = _mm512_set1_epi8(2), alphas = _mm512_set1_epi8(static_cast<char>(alpha));
     size_t i = 0;
     for (; i + 64 <= count; i += 64) {
         const __m512i va = _mm512_loadu_si512(a + i), vb = _mm512_loadu_si512(b + i);
         __m512i d = _mm512_subs_epu8(va, vb);
         if constexpr (Absolute) d = _mm512_or_si512(d, _mm512_subs_epu8(vb, va));
+        if constexpr (Counted) {
+            const __mmask64 counted = WithAlpha ? ~kAlphaBytes : ~__mmask64{0};
+            tally += static_cast<uint64_t>(_mm_popcnt_u64(_mm512_cmpge_epu8_mask(d, two) & counted));
+        }
+        if constexpr (WithAlpha) d = _mm512_mask_blend_epi8(kAlphaBytes, d, alphas);
         _mm512_storeu_si512(out + i, d);
-        if constexpr (Counted) tally += static_cast<uint64_t>(_mm_popcnt_u64(_mm512_cmpge_epu8_mask(d, two)));
     }
     return i;
 }
@@ -141,7 +149,8 @@ uint64_t SubtractBytesRow(unsigned char* out, const unsigned char* a, const unsi
     uint64_t tally = 0;
     size_t i = 0;
 #if defined(__x86_64__)
-    if (SimdRuns(SimdTier::Avx512)) i = SubtractBytesAvx512<Absolute, Counted>(out, a, b, count, tally);
+    if (SimdRuns(SimdTier::Avx512))
+        i = SubtractBytesAvx512<Absolute, Counted, false>(out, a, b, count, tally);
 #endif
     for (; i < count; ++i) {
         const int d = Difference<Absolute>(a[i], b[i]);
@@ -156,7 +165,14 @@ template <bool Absolute>
 uint64_t SubtractBGRARow(unsigned char* out, const unsigned char* a, const unsigned char* b, int width,
                          unsigned char alpha) {
     uint64_t tally = 0;
-    for (int x = 0; x < width; ++x) {
+    int x = 0;
+#if defined(__x86_64__)
+    if (SimdRuns(SimdTier::Avx512))
+        x = static_cast<int>(SubtractBytesAvx512<Absolute, true, true>(
+                                 out, a, b, 4 * static_cast<size_t>(width), tally, alpha) /
+                             4);
+#endif
+    for (; x < width; ++x) {
         for (int k = 0; k < 3; ++k) {
             const int d = Difference<Absolute>(a[4 * x + k], b[4 * x + k]);
             out[4 * x + k] = static_cast<unsigned char>(d);
@@ -230,8 +246,7 @@ __attribute__((target("avx2"))) inline __m256i MixEightAvx2(const unsigned char*
 }
 
 // The AVX2 form of the step below, eight lanes per operation, for processors
-// that have it (chosen at run time; the build itself assumes only SSE2). The
-// AVX-512 form after it takes sixteen lanes, leaving less than 16 bytes.
+// that have it (chosen at run time; the build itself assumes only SSE2).
 __attribute__((target("avx2"))) size_t MixRowAvx2(unsigned char* out, const unsigned char* a,
                                                   const unsigned char* b, size_t count,
                                                   const LinearMix& mix) {
@@ -251,34 +266,27 @@ __attribute__((target("avx2"))) size_t MixRowAvx2(unsigned char* out, const unsi
     return i;
 }
 
-// Sixteen bytes of each row through the mix: the AVX2 step above at twice
-// the width, the clamped lanes narrowed to bytes by truncation. Zero-masking
-// forms with full masks: GCC 12's unmasked forms warn about an unset source.
-__attribute__((target("avx512f,avx512bw"))) inline __m128i MixSixteenAvx512(const unsigned char* a,
-                                                                            const unsigned char* b,
-                                                                            __m512 factorA, __m512 factorB,
-                                                                            __m512 offset) {
-    const __mmask16 all = 0xFFFF;
-    const __m512 va = _mm512_maskz_cvtepi32_ps(
-        all, _mm512_maskz_cvtepu8_epi32(all, _mm_loadu_si128(reinterpret_cast<const __m128i*>(a))));
-    const __m512 vb = _mm512_maskz_cvtepi32_ps(
-        all, _mm512_maskz_cvtepu8_epi32(all, _mm_loadu_si128(reinterpret_cast<const __m128i*>(b))));
-    const __m512 v =
-        _mm512_add_ps(_mm512_add_ps(_mm512_mul_ps(va, factorA), _mm512_mul_ps(vb, factorB)), offset);
-    const __m512 clamped =
-        _mm512_maskz_min_ps(all, _mm512_maskz_max_ps(all, v, _mm512_setzero_ps()), _mm512_set1_ps(255.0f));
-    return _mm512_maskz_cvtepi32_epi8(all, _mm512_maskz_cvttps_epi32(all, clamped));
-}
-
+// The AVX-512 form: sixteen lanes per operation, the clamped lanes narrowed
+// to bytes by truncation. Zero-masking forms with full masks: GCC 12's
+// unmasked forms warn about an unset source.
 __attribute__((target("avx512f,avx512bw"))) size_t MixRowAvx512(unsigned char* out, const unsigned char* a,
                                                                 const unsigned char* b, size_t count,
                                                                 const LinearMix& mix) {
-    const __m512 factorA = _mm512_set1_ps(mix.factorA), factorB = _mm512_set1_ps(mix.factorB);
-    const __m512 offset = _mm512_set1_ps(mix.offset);
+    const __mmask16 all = 0xFFFF;
     size_t i = 0;
-    for (; i + 16 <= count; i += 16)
+    for (; i + 16 <= count; i += 16) {
+        const __m512 va = _mm512_maskz_cvtepi32_ps(
+            all, _mm512_maskz_cvtepu8_epi32(all, _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i))));
+        const __m512 vb = _mm512_maskz_cvtepi32_ps(
+            all, _mm512_maskz_cvtepu8_epi32(all, _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i))));
+        const __m512 v = _mm512_add_ps(_mm512_add_ps(_mm512_mul_ps(va, _mm512_set1_ps(mix.factorA)),
+                                                     _mm512_mul_ps(vb, _mm512_set1_ps(mix.factorB))),
+                                       _mm512_set1_ps(mix.offset));
+        const __m512 clamped = _mm512_maskz_min_ps(all, _mm512_maskz_max_ps(all, v, _mm512_setzero_ps()),
+                                                   _mm512_set1_ps(255.0f));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i),
-                         MixSixteenAvx512(a + i, b + i, factorA, factorB, offset));
+                         _mm512_maskz_cvtepi32_epi8(all, _mm512_maskz_cvttps_epi32(all, clamped)));
+    }
     return i;
 }
 
