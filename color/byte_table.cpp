@@ -1,11 +1,12 @@
-// Byte table lookups (Lut and the tables built on it), a row of bytes at a time:
-// 64 bytes a step with AVX-512 byte permutes, 32 with AVX2 byte shuffles, or
-// one at a time, chosen once per call.
+// Byte table lookups (Lut and the tables built on it, and ShiftRGB's table per
+// channel), a row of bytes at a time: 64 bytes a step with AVX-512 byte
+// permutes, 32 with AVX2 byte shuffles, or one at a time, chosen once per call.
 #include <immintrin.h>
 
 #include <cstddef>
 
 #include "color/color_kernels.h"
+#include "color/wide_table.h"
 
 namespace color {
 namespace {
@@ -20,27 +21,44 @@ void LookupRowScalar(unsigned char* out, const unsigned char* in, size_t count,
     for (size_t i = 0; i < count; ++i) out[i] = kKeepAlpha && i % 4 == 3 ? in[i] : table[in[i]];
 }
 
-// The 256-entry table as four 64-byte registers: two-table permutes look up
-// the low seven bits in each half, and bit 7 picks the half. The last step
-// loads and stores only the bytes left, so no tail loop is needed.
+// The last step loads and stores only the bytes left, so no tail loop is needed.
 template <bool kKeepAlpha>
 __attribute__((target("avx512f,avx512bw,avx512vbmi"))) void LookupRowAvx512(unsigned char* out,
                                                                             const unsigned char* in,
                                                                             size_t count,
                                                                             const unsigned char table[256]) {
-    const __m512i quarter0 = _mm512_loadu_si512(table), quarter1 = _mm512_loadu_si512(table + 64);
-    const __m512i quarter2 = _mm512_loadu_si512(table + 128), quarter3 = _mm512_loadu_si512(table + 192);
+    const WideTable wide = LoadWideTable(table);
     for (size_t i = 0; i < count; i += 64) {
         const __mmask64 lanes = count - i >= 64 ? ~0ull : (1ull << (count - i)) - 1;
         const __m512i bytes = _mm512_maskz_loadu_epi8(lanes, in + i);
-        const __m512i low = _mm512_permutex2var_epi8(quarter0, bytes, quarter1);
-        const __m512i high = _mm512_permutex2var_epi8(quarter2, bytes, quarter3);
-        __m512i looked = _mm512_mask_blend_epi8(_mm512_movepi8_mask(bytes), low, high);
+        __m512i looked = LookUp(wide, bytes);
         // Rows start at pixel boundaries and steps are 64 bytes, so the
         // alpha positions are the same in every step.
         if (kKeepAlpha) looked = _mm512_mask_blend_epi8(kColourBytesMask, bytes, looked);
         _mm512_mask_storeu_epi8(out + i, lanes, looked);
     }
+}
+
+// Blue, green and red bytes of 3- or 4-byte pixels through their own tables,
+// 64 pixels a step (kBytes registers): each register's bytes of channel c
+// take table c's lookup, alpha bytes stay. Returns the pixels done.
+template <int kBytes>
+__attribute__((target("avx512f,avx512bw,avx512vbmi"))) int ChannelRowAvx512(unsigned char* row, int width,
+                                                                            const WideTable tables[3]) {
+    __mmask64 channelBytes[kBytes][3] = {};
+    for (int k = 0; k < kBytes; ++k)
+        for (int i = 0; i < 64; ++i)
+            if ((64 * k + i) % kBytes < 3) channelBytes[k][(64 * k + i) % kBytes] |= 1ull << i;
+    int x = 0;
+    for (; x + 64 <= width; x += 64, row += 64 * kBytes)
+        for (int k = 0; k < kBytes; ++k) {
+            const __m512i bytes = _mm512_loadu_si512(row + 64 * k);
+            __m512i looked = bytes;
+            for (int c = 0; c < 3; ++c)
+                looked = _mm512_mask_blend_epi8(channelBytes[k][c], looked, LookUp(tables[c], bytes));
+            _mm512_storeu_si512(row + 64 * k, looked);
+        }
+    return x;
 }
 
 // Shuffles look up 16 entries by the low nibble and give 0 where the index
@@ -130,6 +148,22 @@ void ApplyByteTable(const ImageView& image, const unsigned char table[256], Simd
         const size_t rowBytes = static_cast<size_t>(image.width) * 4;
         for (int y = 0; y < image.height; ++y)
             LookupRow<true>(image.Row(y), image.Row(y), rowBytes, table, lanes);
+    }
+}
+
+void ShiftChannels(const ImageView& image, const ChannelShift& shift, SimdTier widest) {
+    if (!HasPixels(image) || image.bitCount < 24 || !SimdRuns(SimdTier::Avx512, widest)) {
+        MapPixels(image, shift);
+        return;
+    }
+    const WideTable tables[3] = {LoadWideTable(shift.Table(0)), LoadWideTable(shift.Table(1)),
+                                 LoadWideTable(shift.Table(2))};
+    const int pixelBytes = image.bitCount == 32 ? 4 : 3;  // as MapPixels walks them
+    for (int y = 0; y < image.height; ++y) {
+        unsigned char* row = image.Row(y);
+        const int done = pixelBytes == 4 ? ChannelRowAvx512<4>(row, image.width, tables)
+                                         : ChannelRowAvx512<3>(row, image.width, tables);
+        for (int x = done; x < image.width; ++x) shift(row + static_cast<ptrdiff_t>(x) * pixelBytes);
     }
 }
 

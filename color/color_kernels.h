@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "image/cpu.h"
 #include "image/clamp.h"
+#include "image/cpu.h"
 #include "image/image_view.h"
 
 namespace color {
@@ -16,7 +16,6 @@ namespace color {
 inline bool HasPixels(const ImageView& image) {
     return image.bits != nullptr && image.width > 0 && image.height > 0;
 }
-
 
 // ---- Byte tables (Lut, Negative) -------------------------------------------
 // 8 bits: every pixel byte; 24 bits: all three bytes of every pixel; 32 bits:
@@ -84,9 +83,18 @@ public:
         bgr[2] = red_[bgr[2]];
     }
 
+    // 0 blue, 1 green, 2 red: the channel's table.
+    const unsigned char* Table(int channel) const {
+        return channel == 0 ? blue_ : channel == 1 ? green_ : red_;
+    }
+
 private:
     unsigned char blue_[256], green_[256], red_[256];
 };
+
+// MapPixels with `shift`; with AVX-512 allowed, 3- and 4-byte pixels first
+// take 64 pixels a step through the byte-table lanes.
+void ShiftChannels(const ImageView& image, const ChannelShift& shift, SimdTier widest = SimdTier::Avx512);
 
 // White when blue + green + red exceeds three times the level, else black.
 class BlackWhiteThreshold {

@@ -3,6 +3,7 @@
 
 #include "color/color_kernels.h"
 #include "color/color_transform.h"
+#include "color/wide_table.h"
 
 namespace color {
 
@@ -68,25 +69,6 @@ ColorizeTint::ColorizeTint(unsigned char hue, unsigned char saturation, float bl
 }
 
 namespace {
-
-// A 256-byte table in four registers, looked up as Lut's rows do: two-table
-// permutes on the low seven bits of each half, bit 7 picking the half.
-struct WideTable {
-    __m512i quarters[4];
-};
-
-__attribute__((target("avx512f,avx512bw,avx512vbmi"))) WideTable LoadWideTable(const unsigned char* table) {
-    WideTable wide;
-    for (int q = 0; q < 4; ++q) wide.quarters[q] = _mm512_loadu_si512(table + 64 * q);
-    return wide;
-}
-
-__attribute__((target("avx512f,avx512bw,avx512vbmi"))) inline __m512i LookUp(const WideTable& table,
-                                                                             __m512i index) {
-    const __m512i low = _mm512_permutex2var_epi8(table.quarters[0], index, table.quarters[1]);
-    const __m512i high = _mm512_permutex2var_epi8(table.quarters[2], index, table.quarters[3]);
-    return _mm512_mask_blend_epi8(_mm512_movepi8_mask(index), low, high);
-}
 
 // (tint x newWeight + old x oldWeight) >> 8 per byte, in 16-bit lanes: the
 // weights sum to 256, so the sum stays below 65536. The unpacks and the pack

@@ -266,7 +266,7 @@ QResult CQELColorTransform::Negative(IQEL* image) {
 
 QResult CQELColorTransform::ShiftRGB(IQEL* image, int red, int green, int blue) {
     if (image == nullptr) return QEL_E_FAIL;
-    color::MapPixels(ReadImageView(image), color::ChannelShift(red, green, blue));
+    color::ShiftChannels(ReadImageView(image), color::ChannelShift(red, green, blue));
     return QEL_OK;
 }
 

@@ -490,7 +490,8 @@ TEST(ColourPaths, ByteWiseMapsMatchThePixelHelpers) {
 // ---- colour: grey rows and byte tables, each tier's lanes against one pixel at a time ----
 
 // The grey and table lanes of one tier: SSSE3 grey rows, AVX2 table rows,
-// and at AVX-512 the VBMI grey, table and colorize rows and the 8-bit grey rows.
+// and at AVX-512 the VBMI grey, table, colorize and channel-shift rows and the
+// 8-bit grey rows.
 class ColourLanes : public testing::TestWithParam<SimdTier> {};
 
 TEST_P(ColourLanes, GreyRowsAndByteTablesOfEveryWidth) {
@@ -520,6 +521,13 @@ TEST_P(ColourLanes, GreyRowsAndByteTablesOfEveryWidth) {
                                      for (int y = 0; y < height; ++y)
                                          std::copy(s.Row(y), s.Row(y) + s.RowBytes(), d.Row(y));
                                      color::ColorizePixels(d, tint, lanes);
+                                 });
+                const color::ChannelShift shift(static_cast<int>(seed % 300) - 150, 40, -70);
+                ExpectPathsAgree("shift", width, height, bpp, QEL_MODEL_BGR, {SimdTier::Scalar, tier},
+                                 [&](const ImageView& d, SimdTier lanes) {
+                                     for (int y = 0; y < height; ++y)
+                                         std::copy(s.Row(y), s.Row(y) + s.RowBytes(), d.Row(y));
+                                     color::ShiftChannels(d, shift, lanes);
                                  });
             }
             if (tier != SimdTier::Ssse3)
