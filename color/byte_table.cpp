@@ -1,11 +1,12 @@
-// Byte table lookups (Lut and the tables built on it), a row of bytes at a time:
-// 64 bytes a step with AVX-512 byte permutes, 32 with AVX2 byte shuffles, or
-// one at a time, chosen once per call.
+// Byte table lookups (Lut and the tables built on it, and ShiftRGB's table per
+// channel), a row of bytes at a time: 64 bytes a step with AVX-512 byte
+// permutes, 32 with AVX2 byte shuffles, or one at a time, chosen once per call.
 #include <immintrin.h>
 
 #include <cstddef>
 
 #include "color/color_kernels.h"
+#include "color/wide_table.h"
 
 namespace color {
 namespace {
@@ -13,31 +14,51 @@ namespace {
 // Byte 3 of every 4-byte pixel is its alpha, which a 32-bit lookup keeps.
 constexpr unsigned long long kColourBytesMask = 0x7777777777777777ull;
 
+// `out` may be `in`; with kKeepAlpha every fourth byte is copied unchanged.
 template <bool kKeepAlpha>
-void LookupRowScalar(unsigned char* row, size_t count, const unsigned char table[256]) {
-    for (size_t i = 0; i < count; ++i)
-        if (!kKeepAlpha || i % 4 != 3) row[i] = table[row[i]];
+void LookupRowScalar(unsigned char* out, const unsigned char* in, size_t count,
+                     const unsigned char table[256]) {
+    for (size_t i = 0; i < count; ++i) out[i] = kKeepAlpha && i % 4 == 3 ? in[i] : table[in[i]];
 }
 
-// The 256-entry table as four 64-byte registers: two-table permutes look up
-// the low seven bits in each half, and bit 7 picks the half. The last step
-// loads and stores only the bytes left, so no tail loop is needed.
+// The last step loads and stores only the bytes left, so no tail loop is needed.
 template <bool kKeepAlpha>
-__attribute__((target("avx512f,avx512bw,avx512vbmi"))) void LookupRowAvx512(unsigned char* row, size_t count,
+__attribute__((target("avx512f,avx512bw,avx512vbmi"))) void LookupRowAvx512(unsigned char* out,
+                                                                            const unsigned char* in,
+                                                                            size_t count,
                                                                             const unsigned char table[256]) {
-    const __m512i quarter0 = _mm512_loadu_si512(table), quarter1 = _mm512_loadu_si512(table + 64);
-    const __m512i quarter2 = _mm512_loadu_si512(table + 128), quarter3 = _mm512_loadu_si512(table + 192);
+    const WideTable wide = LoadWideTable(table);
     for (size_t i = 0; i < count; i += 64) {
-        __mmask64 lanes = count - i >= 64 ? ~0ull : (1ull << (count - i)) - 1;
-        const __m512i bytes = _mm512_maskz_loadu_epi8(lanes, row + i);
-        const __m512i low = _mm512_permutex2var_epi8(quarter0, bytes, quarter1);
-        const __m512i high = _mm512_permutex2var_epi8(quarter2, bytes, quarter3);
-        const __m512i looked = _mm512_mask_blend_epi8(_mm512_movepi8_mask(bytes), low, high);
+        const __mmask64 lanes = count - i >= 64 ? ~0ull : (1ull << (count - i)) - 1;
+        const __m512i bytes = _mm512_maskz_loadu_epi8(lanes, in + i);
+        __m512i looked = LookUp(wide, bytes);
         // Rows start at pixel boundaries and steps are 64 bytes, so the
         // alpha positions are the same in every step.
-        if (kKeepAlpha) lanes &= kColourBytesMask;
-        _mm512_mask_storeu_epi8(row + i, lanes, looked);
+        if (kKeepAlpha) looked = _mm512_mask_blend_epi8(kColourBytesMask, bytes, looked);
+        _mm512_mask_storeu_epi8(out + i, lanes, looked);
     }
+}
+
+// Blue, green and red bytes of 3- or 4-byte pixels through their own tables,
+// 64 pixels a step (kBytes registers): each register's bytes of channel c
+// take table c's lookup, alpha bytes stay. Returns the pixels done.
+template <int kBytes>
+__attribute__((target("avx512f,avx512bw,avx512vbmi"))) int ChannelRowAvx512(unsigned char* row, int width,
+                                                                            const WideTable tables[3]) {
+    __mmask64 channelBytes[kBytes][3] = {};
+    for (int k = 0; k < kBytes; ++k)
+        for (int i = 0; i < 64; ++i)
+            if ((64 * k + i) % kBytes < 3) channelBytes[k][(64 * k + i) % kBytes] |= 1ull << i;
+    int x = 0;
+    for (; x + 64 <= width; x += 64, row += 64 * kBytes)
+        for (int k = 0; k < kBytes; ++k) {
+            const __m512i bytes = _mm512_loadu_si512(row + 64 * k);
+            __m512i looked = bytes;
+            for (int c = 0; c < 3; ++c)
+                looked = _mm512_mask_blend_epi8(channelBytes[k][c], looked, LookUp(tables[c], bytes));
+            _mm512_storeu_si512(row + 64 * k, looked);
+        }
+    return x;
 }
 
 // Shuffles look up 16 entries by the low nibble and give 0 where the index
@@ -69,14 +90,14 @@ __attribute__((target("avx2"))) ShuffleSlices MakeShuffleSlices(const unsigned c
 }
 
 template <bool kKeepAlpha>
-__attribute__((target("avx2"))) void LookupRowAvx2(unsigned char* row, size_t count,
+__attribute__((target("avx2"))) void LookupRowAvx2(unsigned char* out, const unsigned char* in, size_t count,
                                                    const unsigned char table[256]) {
     const ShuffleSlices slices = MakeShuffleSlices(table);
     const __m256i flip = _mm256_set1_epi8(static_cast<char>(0x80));
     const __m256i alpha = _mm256_set1_epi32(static_cast<int>(0xFF000000u));
     size_t i = 0;
     for (; i + 32 <= count; i += 32) {
-        const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row + i));
+        const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + i));
         const __m256i flipped = _mm256_xor_si256(bytes, flip);
         __m256i looked = _mm256_setzero_si256();
         for (int m = 1; m <= 8; ++m) {
@@ -87,34 +108,62 @@ __attribute__((target("avx2"))) void LookupRowAvx2(unsigned char* row, size_t co
                 looked, _mm256_shuffle_epi8(slices.upper[m - 1], _mm256_adds_epu8(flipped, lift)));
         }
         if (kKeepAlpha) looked = _mm256_blendv_epi8(looked, bytes, alpha);
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(row + i), looked);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), looked);
     }
-    LookupRowScalar<kKeepAlpha>(row + i, count - i, table);
+    LookupRowScalar<kKeepAlpha>(out + i, in + i, count - i, table);
+}
+
+SimdTier LookupLanes(SimdTier widest) {
+    return SimdRuns(SimdTier::Avx512, widest) ? SimdTier::Avx512
+           : SimdRuns(SimdTier::Avx2, widest) ? SimdTier::Avx2
+                                              : SimdTier::Scalar;
 }
 
 template <bool kKeepAlpha>
-void LookupRow(unsigned char* row, size_t count, const unsigned char table[256], SimdTier lanes) {
+void LookupRow(unsigned char* out, const unsigned char* in, size_t count, const unsigned char table[256],
+               SimdTier lanes) {
     if (lanes == SimdTier::Avx512)
-        LookupRowAvx512<kKeepAlpha>(row, count, table);
+        LookupRowAvx512<kKeepAlpha>(out, in, count, table);
     else if (lanes == SimdTier::Avx2)
-        LookupRowAvx2<kKeepAlpha>(row, count, table);
+        LookupRowAvx2<kKeepAlpha>(out, in, count, table);
     else
-        LookupRowScalar<kKeepAlpha>(row, count, table);
+        LookupRowScalar<kKeepAlpha>(out, in, count, table);
 }
 
 }  // namespace
 
+void LookupBytes(unsigned char* out, const unsigned char* in, size_t count, const unsigned char table[256],
+                 SimdTier widest) {
+    LookupRow<false>(out, in, count, table, LookupLanes(widest));
+}
+
 void ApplyByteTable(const ImageView& image, const unsigned char table[256], SimdTier widest) {
     if (!HasPixels(image)) return;
-    const SimdTier lanes = SimdRuns(SimdTier::Avx512, widest) ? SimdTier::Avx512
-                           : SimdRuns(SimdTier::Avx2, widest) ? SimdTier::Avx2
-                                                              : SimdTier::Scalar;
+    const SimdTier lanes = LookupLanes(widest);
     if (image.bitCount == 8 || image.bitCount == 24) {
         const size_t rowBytes = static_cast<size_t>(image.width) * static_cast<size_t>(image.bitCount / 8);
-        for (int y = 0; y < image.height; ++y) LookupRow<false>(image.Row(y), rowBytes, table, lanes);
+        for (int y = 0; y < image.height; ++y)
+            LookupRow<false>(image.Row(y), image.Row(y), rowBytes, table, lanes);
     } else if (image.bitCount == 32) {
         const size_t rowBytes = static_cast<size_t>(image.width) * 4;
-        for (int y = 0; y < image.height; ++y) LookupRow<true>(image.Row(y), rowBytes, table, lanes);
+        for (int y = 0; y < image.height; ++y)
+            LookupRow<true>(image.Row(y), image.Row(y), rowBytes, table, lanes);
+    }
+}
+
+void ShiftChannels(const ImageView& image, const ChannelShift& shift, SimdTier widest) {
+    if (!HasPixels(image) || image.bitCount < 24 || !SimdRuns(SimdTier::Avx512, widest)) {
+        MapPixels(image, shift);
+        return;
+    }
+    const WideTable tables[3] = {LoadWideTable(shift.Table(0)), LoadWideTable(shift.Table(1)),
+                                 LoadWideTable(shift.Table(2))};
+    const int pixelBytes = image.bitCount == 32 ? 4 : 3;  // as MapPixels walks them
+    for (int y = 0; y < image.height; ++y) {
+        unsigned char* row = image.Row(y);
+        const int done = pixelBytes == 4 ? ChannelRowAvx512<4>(row, image.width, tables)
+                                         : ChannelRowAvx512<3>(row, image.width, tables);
+        for (int x = done; x < image.width; ++x) shift(row + static_cast<ptrdiff_t>(x) * pixelBytes);
     }
 }
 

@@ -3,10 +3,11 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 
-#include "image/cpu.h"
 #include "image/clamp.h"
+#include "image/cpu.h"
 #include "image/image_view.h"
 
 namespace color {
@@ -15,7 +16,6 @@ namespace color {
 inline bool HasPixels(const ImageView& image) {
     return image.bits != nullptr && image.width > 0 && image.height > 0;
 }
-
 
 // ---- Byte tables (Lut, Negative) -------------------------------------------
 // 8 bits: every pixel byte; 24 bits: all three bytes of every pixel; 32 bits:
@@ -26,6 +26,9 @@ inline bool HasPixels(const ImageView& image) {
 void ApplyByteTable(const ImageView& image, const unsigned char table[256],
                     SimdTier widest = SimdTier::Avx512);
 void InvertColourBytes(const ImageView& image);
+// One row of `count` bytes through `table` with the same lanes; `out` may be `in`.
+void LookupBytes(unsigned char* out, const unsigned char* in, size_t count, const unsigned char table[256],
+                 SimdTier widest = SimdTier::Avx512);
 
 // ---- Per-pixel colour maps (ShiftRGB, Threshold, Colorize) -----------------
 // A map rewrites the blue, green, red bytes it is handed. MapPixels runs it
@@ -80,9 +83,18 @@ public:
         bgr[2] = red_[bgr[2]];
     }
 
+    // 0 blue, 1 green, 2 red: the channel's table.
+    const unsigned char* Table(int channel) const {
+        return channel == 0 ? blue_ : channel == 1 ? green_ : red_;
+    }
+
 private:
     unsigned char blue_[256], green_[256], red_[256];
 };
+
+// MapPixels with `shift`; with AVX-512 allowed, 3- and 4-byte pixels first
+// take 64 pixels a step through the byte-table lanes.
+void ShiftChannels(const ImageView& image, const ChannelShift& shift, SimdTier widest = SimdTier::Avx512);
 
 // White when blue + green + red exceeds three times the level, else black.
 class BlackWhiteThreshold {
@@ -113,10 +125,21 @@ public:
         bgr[2] = static_cast<unsigned char>((tintRed_[lightness] * newWeight_ + red * oldWeight_) >> 8);
     }
 
+    // 0 blue, 1 green, 2 red: the channel's tint by lightness.
+    const unsigned char* Tint(int channel) const {
+        return channel == 0 ? tintBlue_ : channel == 1 ? tintGreen_ : tintRed_;
+    }
+    int NewWeight() const { return newWeight_; }
+    int OldWeight() const { return oldWeight_; }
+
 private:
     unsigned char tintBlue_[256], tintGreen_[256], tintRed_[256];  // by lightness 0..255
     int newWeight_ = 0, oldWeight_ = 256;
 };
+
+// MapPixels with `tint`; with AVX-512 allowed, 3- and 4-byte pixels first
+// take 64 pixels a step with VBMI byte permutes.
+void ColorizePixels(const ImageView& image, const ColorizeTint& tint, SimdTier widest = SimdTier::Avx512);
 
 // ---- Grey conversion --------------------------------------------------------
 // Writes the grey version of `source` into `grey`, an image of the same size
@@ -125,7 +148,8 @@ private:
 // bits: the channel mean in all three channels, alpha copied. Other bit counts
 // write nothing. With SSSE3 allowed, 24 bits take eight pixels a step with
 // byte shuffles and 32 bits four; with AVX-512 allowed, 24 bits first take
-// 32 pixels a step with VBMI byte permutes.
+// 32 pixels a step with VBMI byte permutes, and 8 bits 32 pixels a step with
+// word multiply-adds.
 void WriteGreyInto(const ImageView& source, const ImageView& grey, SimdTier widest = SimdTier::Avx512);
 
 // ---- Alpha ------------------------------------------------------------------

@@ -12,7 +12,7 @@ void MapRowBytes(const ImageView& image, const unsigned char byteMap[256], int f
                  unsigned char tailMask) {
     for (int y = 0; y < image.height; ++y) {
         unsigned char* row = image.Row(y);
-        for (int i = 0; i < fullBytes; ++i) row[i] = byteMap[row[i]];
+        LookupBytes(row, row, static_cast<size_t>(fullBytes), byteMap);
         if (tailMask != 0) {
             unsigned char& tail = row[fullBytes];
             tail = static_cast<unsigned char>((byteMap[tail] & tailMask) | (tail & ~tailMask));

@@ -10,10 +10,10 @@
 //   16 -> 24         5-6-5 expansion, then failure reported all the same
 #include <cstring>
 
+#include "image/destination.h"
 #include "image/pixel.h"
 #include "maths/maths.h"
 #include "maths/rows.h"
-#include "module/host_services.h"
 
 namespace {
 
@@ -104,19 +104,20 @@ void Expand565(const CopyArea& area) {
 QResult CQELMaths::CreateDestImage(IQEL** dest, IQEL* model, int bitCount, int colourModel) {
     if (model == nullptr) return QEL_E_INVALIDARG;
     if (dest == nullptr) return QEL_E_POINTER;
-    SmartPtr<IQELImage> image = NewImageThroughCollection();
-    if (!image) return QEL_E_FAIL;
-    ImageInfo info;
+    ImageView info;
     ReadInfo(model, &info);
-    image->Create(info.width, info.height, info.planes, bitCount != 0 ? bitCount : info.bitCount,
-                  colourModel != 0 ? static_cast<unsigned>(colourModel) : info.colourModel);
-    *dest = image.Detach();
+    ImageShape shape = ShapeOf(info);
+    if (bitCount != 0) shape.bitCount = bitCount;
+    if (colourModel != 0) shape.colourModel = static_cast<unsigned>(colourModel);
+    Destination made = MakeDestination(shape, DestinationRoad::Collection, Writes::SomePixels);
+    if (!made.image) return QEL_E_FAIL;
+    *dest = made.image.Detach();
     return QEL_OK;
 }
 
 QResult CQELMaths::Copy(IQEL* dest, IQEL* source, IQEL* mask, int x, int y) {
     if (dest == nullptr || source == nullptr) return QEL_E_FAIL;
-    ImageInfo infoDest, infoSource;
+    ImageView infoDest, infoSource;
     ReadInfo(dest, &infoDest);
     ReadInfo(source, &infoSource);
     // Unsigned comparison: a negative offset is rejected too.

@@ -93,9 +93,9 @@ void EqualRows(const MathsPlane& image, const MathsPlane* mask, int width, int h
 
 QResult CQELMaths::Equal(IQEL* image, IQEL* mask, int value) {
     if (image == nullptr) return QEL_E_FAIL;
-    ImageInfo info;
+    ImageView info;
     ReadInfo(image, &info);
-    ImageInfo infoMask;
+    ImageView infoMask;
     if (mask != nullptr) {
         ReadInfo(mask, &infoMask);
     }

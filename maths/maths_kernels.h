@@ -52,7 +52,7 @@ enum class ScaleCase {
     kGreyToMono,      // the source read as 32-bit integers
     kUnsupported,
 };
-ScaleCase ChooseScaleCase(const ImageInfo& source, const ImageInfo& dest);
+ScaleCase ChooseScaleCase(const ImageView& source, const ImageView& dest);
 // One plane of a Scale case (planes carry their strides; the case sets the
 // row addressing).
 void ScaleRows(ScaleCase scaleCase, const MathsPlane& dest, const MathsPlane& source, const MathsPlane* mask,

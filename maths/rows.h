@@ -1,5 +1,5 @@
-// Row access for the arithmetic kernels: image planes as plain views with the
-// byte range they own, scratch staging for rows that reach outside that
+// Row access for the arithmetic kernels: image planes as the shared views with
+// the byte range they own, scratch staging for rows that reach outside that
 // range, and the sample conversions shared by the operations.
 #pragma once
 
@@ -9,33 +9,28 @@
 #include <cstring>
 
 #include "image/clamp.h"
+#include "image/image_view.h"
+#include "image/scratch.h"
 #include "qel/image.h"
 
-// Size and format of an image, read in whatever order an operation needs.
-struct ImageInfo {
-    int width = 0;
-    int height = 0;
-    int planes = 0;
-    int bitCount = 0;
-    unsigned colourModel = 0;
-};
-
-inline void ReadSize(IQEL* image, ImageInfo* info) {
+// Size and format of an image into a view, read in whatever order an
+// operation needs (the pixels are read per plane, by GetPlane).
+inline void ReadSize(IQEL* image, ImageView* info) {
     image->GetSize(&info->width, &info->height, &info->planes);
 }
-inline void ReadFormat(IQEL* image, ImageInfo* info) {
+inline void ReadFormat(IQEL* image, ImageView* info) {
     int reserved = 0;
     image->GetFormat(&info->bitCount, &info->colourModel, &reserved);
 }
 
 // Size and format together (the order of the two readings does not matter).
-inline void ReadInfo(IQEL* image, ImageInfo* info) {
+inline void ReadInfo(IQEL* image, ImageView* info) {
     ReadSize(image, info);
     ReadFormat(image, info);
 }
 
 // Reads both formats; false when the bit counts or colour models differ.
-inline bool ReadMatchingFormats(IQEL* a, IQEL* b, ImageInfo* infoA, ImageInfo* infoB) {
+inline bool ReadMatchingFormats(IQEL* a, IQEL* b, ImageView* infoA, ImageView* infoB) {
     ReadFormat(a, infoA);
     ReadFormat(b, infoB);
     return infoA->bitCount == infoB->bitCount && infoA->colourModel == infoB->colourModel;
@@ -44,13 +39,12 @@ inline bool ReadMatchingFormats(IQEL* a, IQEL* b, ImageInfo* infoA, ImageInfo* i
 // The smaller of two sizes, compared as unsigned numbers.
 inline int UnsignedMin(int a, int b) { return static_cast<unsigned>(a) < static_cast<unsigned>(b) ? a : b; }
 
-// One plane as the kernels walk it. Row y starts at byte offset y * step from
-// bits; step is the stride unless an operation addresses rows in other units.
-// The plane owns the bytes at offsets [first, last) from bits: its rows as
-// stride and height lay them out, the last row ending with its pixel bytes.
-struct MathsPlane {
-    unsigned char* bits = nullptr;
-    int stride = 0;
+// One plane as the kernels walk it: its view, with row y starting at byte
+// offset y * step from bits (step is the stride unless an operation
+// addresses rows in other units). The plane owns the bytes at offsets
+// [first, last) from bits: its rows as stride and height lay them out, the
+// last row ending with its pixel bytes.
+struct MathsPlane : ImageView {
     ptrdiff_t step = 0;
     ptrdiff_t first = 0;
     ptrdiff_t last = 0;
@@ -62,10 +56,11 @@ struct MathsPlane {
     ptrdiff_t RowOffset(int y) const { return static_cast<ptrdiff_t>(y) * step; }
 };
 
-// A view over memory laid out as `info` describes (rows of `stride` bytes).
-MathsPlane PlaneOf(unsigned char* bits, int stride, const ImageInfo& info);
-// Plane `index` of `image`; bits stay null when the image has no such plane.
-MathsPlane GetPlane(IQEL* image, int index, const ImageInfo& info);
+// The plane of `view` (its bits and stride; the rest is its geometry).
+MathsPlane PlaneOf(const ImageView& view);
+// Plane `index` of `image`, whose size and format `info` holds; bits stay
+// null when the image has no such plane.
+MathsPlane GetPlane(IQEL* image, int index, const ImageView& info);
 
 // Hands kernels row pointers. A row span that lies inside its plane is used
 // in place; one that reaches outside is staged through scratch memory, where
@@ -77,7 +72,6 @@ public:
 
     // `alwaysStage` sends every row through scratch memory (for comparisons).
     explicit RowStage(bool alwaysStage = false) : alwaysStage_(alwaysStage) {}
-    ~RowStage();
     RowStage(const RowStage&) = delete;
     RowStage& operator=(const RowStage&) = delete;
 
@@ -98,8 +92,7 @@ private:
     bool alwaysStage_;
     bool failed_ = false;
     bool staged_[kSlotCount] = {};
-    unsigned char* scratch_[kSlotCount] = {};
-    size_t capacity_[kSlotCount] = {};
+    ScratchBuffer<unsigned char> scratch_[kSlotCount];
 };
 
 // Float to 32-bit integer, truncating toward zero; NaN and values outside the

@@ -9,6 +9,7 @@
 //   24 (not "MONO")   32                first pixel of each row only    below, low 8 bits
 //   8                 8 / 24            byte(s), mask at 8 -> 8         0..255
 //   8                 32 "MONO"         source read as 32-bit integers  below only
+#include "color/color_kernels.h"
 #include "maths/maths.h"
 #include "maths/maths_kernels.h"
 
@@ -54,28 +55,31 @@ void GreyRow(unsigned char* out, const unsigned char* in, int width, const Sampl
     }
 }
 
+// A byte source has 256 possible samples: the map is computed once for
+// each, in the same single-precision steps, and rows look their bytes up.
+struct ByteTable {
+    unsigned char bytes[256];
+    ByteTable(const SampleMap& map, bool wrapped) {
+        for (int i = 0; i < 256; ++i)
+            bytes[i] = wrapped ? map.WrappedByte(static_cast<float>(i)) : map.Byte(static_cast<float>(i));
+    }
+};
+
 // Bytes 0..2 of SourceBytes-byte pixels to DestBytes-byte pixels.
 template <int SourceBytes, int DestBytes>
-void ChannelsRow(unsigned char* out, const unsigned char* in, int width, const SampleMap& map) {
+void ChannelsRow(unsigned char* out, const unsigned char* in, int width, const ByteTable& table) {
     for (int x = 0; x < width; ++x)
-        for (int k = 0; k < 3; ++k)
-            out[DestBytes * x + k] = map.Byte(static_cast<float>(in[SourceBytes * x + k]));
-}
-
-template <bool Wrapped>
-void EveryByteRow(unsigned char* out, const unsigned char* in, size_t count, const SampleMap& map) {
-    for (size_t i = 0; i < count; ++i)
-        out[i] = Wrapped ? map.WrappedByte(static_cast<float>(in[i])) : map.Byte(static_cast<float>(in[i]));
+        for (int k = 0; k < 3; ++k) out[DestBytes * x + k] = table.bytes[in[SourceBytes * x + k]];
 }
 
 void MaskedBytesRow(unsigned char* out, const unsigned char* in, const unsigned char* mask, int width,
-                    const SampleMap& map) {
-    for (int x = 0; x < width; ++x) out[x] = mask[x] != 0 ? map.Byte(static_cast<float>(in[x])) : out[x];
+                    const ByteTable& table) {
+    for (int x = 0; x < width; ++x) out[x] = mask[x] != 0 ? table.bytes[in[x]] : out[x];
 }
 
-void GreyToBGRRow(unsigned char* out, const unsigned char* in, int width, const SampleMap& map) {
+void GreyToBGRRow(unsigned char* out, const unsigned char* in, int width, const ByteTable& table) {
     for (int x = 0; x < width; ++x) {
-        const unsigned char v = map.Byte(static_cast<float>(in[x]));
+        const unsigned char v = table.bytes[in[x]];
         out[3 * x] = v;
         out[3 * x + 1] = v;
         out[3 * x + 2] = v;
@@ -123,7 +127,7 @@ RowBytes RowBytesOf(ScaleCase scaleCase, size_t w) {
 
 }  // namespace
 
-ScaleCase ChooseScaleCase(const ImageInfo& source, const ImageInfo& dest) {
+ScaleCase ChooseScaleCase(const ImageView& source, const ImageView& dest) {
     const bool sourceMono = source.colourModel == QEL_MODEL_MONO;
     const bool destMono = dest.colourModel == QEL_MODEL_MONO;
     switch (source.bitCount) {
@@ -170,6 +174,10 @@ void ScaleRows(ScaleCase scaleCase, const MathsPlane& dest, const MathsPlane& so
 
     const bool greyFromColour = scaleCase == ScaleCase::kBGRAToGrey || scaleCase == ScaleCase::kBGRToGrey;
     const SampleMap map{greyFromColour ? factor / 3.0f : factor, offset};
+    // Every case that reads single bytes (not integers, not channel sums).
+    const bool byteSamples = !sourceIntegers && !greyFromColour;
+    const bool wrapped = scaleCase == ScaleCase::kBGRAToBGRA || scaleCase == ScaleCase::kBGRToBGRAFirst;
+    const ByteTable table = byteSamples ? ByteTable(map, wrapped) : ByteTable(SampleMap{0.0f, 0.0f}, false);
     const RowBytes bytes = RowBytesOf(scaleCase, static_cast<size_t>(width));
     const RowSpan maskSpan = (scaleCase == ScaleCase::kGreyToGrey && mask != nullptr)
                                  ? RowSpan{mask, static_cast<size_t>(width)}
@@ -198,25 +206,21 @@ void ScaleRows(ScaleCase scaleCase, const MathsPlane& dest, const MathsPlane& so
                     GreyRow<3>(out, in, width, map);
                     break;
                 case ScaleCase::kBGRAToBGR:
-                    ChannelsRow<4, 3>(out, in, width, map);
+                    ChannelsRow<4, 3>(out, in, width, table);
                     break;
                 case ScaleCase::kBGRAToBGRA:
-                    EveryByteRow<true>(out, in, bytes.dest, map);
-                    break;
                 case ScaleCase::kBGRToBGR:
-                    EveryByteRow<false>(out, in, bytes.dest, map);
-                    break;
                 case ScaleCase::kBGRToBGRAFirst:
-                    EveryByteRow<true>(out, in, 3, map);
+                    color::LookupBytes(out, in, bytes.dest, table.bytes);
                     break;
                 case ScaleCase::kGreyToGrey:
                     if (rowMask != nullptr)
-                        MaskedBytesRow(out, in, rowMask, width, map);
+                        MaskedBytesRow(out, in, rowMask, width, table);
                     else
-                        EveryByteRow<false>(out, in, bytes.dest, map);
+                        color::LookupBytes(out, in, bytes.dest, table.bytes);
                     break;
                 case ScaleCase::kGreyToBGR:
-                    GreyToBGRRow(out, in, width, map);
+                    GreyToBGRRow(out, in, width, table);
                     break;
                 case ScaleCase::kUnsupported:
                     break;
@@ -255,7 +259,7 @@ void Scale8Rows(const MathsPlane& dest, const MathsPlane& source, int width, int
 
 QResult CQELMaths::Scale(IQEL* dest, IQEL* source, IQEL* mask, float factor, float offset) {
     if (dest == nullptr || source == nullptr) return QEL_E_FAIL;
-    ImageInfo infoSource, infoDest;
+    ImageView infoSource, infoDest;
     ReadFormat(source, &infoSource);
     ReadFormat(dest, &infoDest);
     ReadSize(source, &infoSource);
@@ -275,7 +279,7 @@ QResult CQELMaths::Scale(IQEL* dest, IQEL* source, IQEL* mask, float factor, flo
         MathsPlane planeMask;
         const bool masked = scaleCase == ScaleCase::kGreyToGrey && mask != nullptr;
         if (masked) {
-            ImageInfo infoMask;
+            ImageView infoMask;
             ReadInfo(mask, &infoMask);
             planeMask = GetPlane(mask, 0, infoMask);
         }
@@ -288,14 +292,14 @@ QResult CQELMaths::Scale(IQEL* dest, IQEL* source, IQEL* mask, float factor, flo
 
 QResult CQELMaths::Scale8(IQELImage* dest, IQEL* source, int offset, double factor) {
     if (dest == nullptr || source == nullptr) return QEL_E_FAIL;
-    ImageInfo infoSource;
+    ImageView infoSource;
     ReadFormat(source, &infoSource);
     if (infoSource.colourModel != QEL_MODEL_MONO) return QEL_E_NOT_MONO;
     ReadSize(source, &infoSource);
     dest->Create(infoSource.width, infoSource.height, infoSource.planes, 8, QEL_MODEL_MONO);
     // An 8-bit source leaves the new image as Create made it, deliberately.
     if (infoSource.bitCount == 8) return QEL_OK;
-    ImageInfo infoDest;
+    ImageView infoDest;
     ReadInfo(dest, &infoDest);
     const int width = UnsignedMin(infoSource.width, infoDest.width);
     const int height = UnsignedMin(infoSource.height, infoDest.height);

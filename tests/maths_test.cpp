@@ -393,7 +393,7 @@ TEST(MathsScale, WordRowsMaskPlanesCommonAreaAndScale8) {
 
 // Plane 0 of a test image as the row kernels see it.
 MathsPlane PlaneOf(BufferImage* image) {
-    ImageInfo info;
+    ImageView info;
     ReadSize(image, &info);
     ReadFormat(image, &info);
     return GetPlane(image, 0, info);
@@ -433,7 +433,7 @@ TEST(MathsKernels, InPlaceAndStagedRowsAgree) {
             for (const auto& from : formats) {
                 SmartPtr<BufferImage> source = Random(w, h, from.first, 21, 3, true);
                 SmartPtr<BufferImage> narrowMask = Random(w - (w > 1), h, 8, 22, 1);
-                ImageInfo infoSource, infoDest;
+                ImageView infoSource, infoDest;
                 ReadFormat(source.Get(), &infoSource);
                 infoDest.bitCount = bits, infoDest.colourModel = to.second;
                 const ScaleCase scaleCase = ChooseScaleCase(infoSource, infoDest);

@@ -685,7 +685,8 @@ TEST(ColourPaths, ByteWiseMapsMatchThePixelHelpers) {
 // ---- colour: grey rows and byte tables, each tier's lanes against one pixel at a time ----
 
 // The grey and table lanes of one tier: SSSE3 grey rows, AVX2 table rows,
-// and at AVX-512 the VBMI grey and table rows.
+// and at AVX-512 the VBMI grey, table, colorize and channel-shift rows and the
+// 8-bit grey rows.
 class ColourLanes : public testing::TestWithParam<SimdTier> {};
 
 TEST_P(ColourLanes, GreyRowsAndByteTablesOfEveryWidth) {
@@ -699,7 +700,7 @@ TEST_P(ColourLanes, GreyRowsAndByteTablesOfEveryWidth) {
             const int height = 1 + width % 5;
             Owned src = Random(width, height, bpp, seed, seed % 4, seed % 2 == 1);
             const ImageView s = ReadImageView(src.Get());
-            if (bpp != 8 && tier != SimdTier::Avx2)
+            if ((bpp != 8 || tier == SimdTier::Avx512) && tier != SimdTier::Avx2)
                 ExpectPathsAgree(
                     "grey", width, height, bpp, QEL_MODEL_BGR, {SimdTier::Scalar, tier},
                     [&](const ImageView& d, SimdTier lanes) { color::WriteGreyInto(s, d, lanes); });
@@ -707,6 +708,29 @@ TEST_P(ColourLanes, GreyRowsAndByteTablesOfEveryWidth) {
                 ExpectPathsAgree(
                     "byte table", width, height, bpp, QEL_MODEL_BGR, {SimdTier::Scalar, tier},
                     [&](const ImageView& d, SimdTier lanes) { color::ApplyByteTable(d, table, lanes); });
+            if (tier == SimdTier::Avx512) {
+                const color::ColorizeTint tint(static_cast<unsigned char>(seed * 37), 200,
+                                               seed % 2 ? 0.6f : 1.0f);
+                ExpectPathsAgree("colorize", width, height, bpp, QEL_MODEL_BGR, {SimdTier::Scalar, tier},
+                                 [&](const ImageView& d, SimdTier lanes) {
+                                     for (int y = 0; y < height; ++y)
+                                         std::copy(s.Row(y), s.Row(y) + s.RowBytes(), d.Row(y));
+                                     color::ColorizePixels(d, tint, lanes);
+                                 });
+                const color::ChannelShift shift(static_cast<int>(seed % 300) - 150, 40, -70);
+                ExpectPathsAgree("shift", width, height, bpp, QEL_MODEL_BGR, {SimdTier::Scalar, tier},
+                                 [&](const ImageView& d, SimdTier lanes) {
+                                     for (int y = 0; y < height; ++y)
+                                         std::copy(s.Row(y), s.Row(y) + s.RowBytes(), d.Row(y));
+                                     color::ShiftChannels(d, shift, lanes);
+                                 });
+            }
+            if (tier != SimdTier::Ssse3)
+                ExpectPathsAgree("byte table into another image", width, height, bpp, QEL_MODEL_BGR,
+                                 {SimdTier::Scalar, tier}, [&](const ImageView& d, SimdTier lanes) {
+                                     for (int y = 0; y < height; ++y)
+                                         color::LookupBytes(d.Row(y), s.Row(y), s.RowBytes(), table, lanes);
+                                 });
         }
 }
 

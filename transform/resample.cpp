@@ -99,10 +99,8 @@ void BoxAverage(const ImageView& source, const ImageView& dest, float xScale, fl
 // bytes beyond it read as 0 and writes beyond it are dropped, as the
 // arithmetic operations treat their planes.
 void BoxAveragePacked(const ImageView& source, const ImageView& dest, float xScale, float yScale) {
-    const MathsPlane from =
-        PlaneOf(source.bits, source.stride, ImageInfo{source.width, source.height, 1, source.bitCount, 0});
-    const MathsPlane to =
-        PlaneOf(dest.bits, dest.stride, ImageInfo{dest.width, dest.height, 1, dest.bitCount, 0});
+    const MathsPlane from = PlaneOf(source);
+    const MathsPlane to = PlaneOf(dest);
     const int blockWidth = static_cast<int>(xScale), blockHeight = static_cast<int>(yScale);
     const unsigned int count = static_cast<unsigned int>(blockWidth) * static_cast<unsigned int>(blockHeight);
     for (int y = 0; y < dest.height; ++y) {

@@ -70,6 +70,6 @@ protected:
 };
 
 // The two entry points every module exports.
-using QELCreateInstanceFn = QResult (*)(void* reserved, const IID* iid, void** object);
-using QELCreateFunctionFn = QResult (*)(tagREFString name, QELCreateInstanceFn* out);
+using QELCreateInstanceFn = QResult (*)(void* reserved, const IID* iid, void** object /*out*/);
+using QELCreateFunctionFn = QResult (*)(tagREFString name, QELCreateInstanceFn* out /*out*/);
 using QELInitializeModuleFn = QResult (*)(void* reserved, IComponentCollection* collection);

@@ -95,7 +95,7 @@ public:
 
     // Loads "CollectionsEx.so" and "QELImaging.so" from `folder` and hands the
     // module the runtime's global collection. Library handles stay open.
-    bool Load(const std::string& folder, std::string* error) {
+    bool Load(const std::string& folder, std::string* error /*out, may be null*/) {
         runtime_ = dlopen((folder + "/CollectionsEx.so").c_str(), RTLD_NOW);
         if (runtime_ == nullptr) return Fail(error);
         module_ = dlopen((folder + "/QELImaging.so").c_str(), RTLD_NOW);
@@ -145,7 +145,7 @@ public:
     }
 
 private:
-    bool Fail(std::string* error) {
+    bool Fail(std::string* error /*out, may be null*/) {
         const char* text = dlerror();
         if (error != nullptr) *error = text != nullptr ? text : "dlopen failed";
         return false;

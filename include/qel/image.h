@@ -6,9 +6,11 @@
 // A host image: size, format and the pixel memory of each plane.
 // Row y of a plane starts at bits + y * stride (stride is signed).
 struct IQEL : IUnknown {
-    virtual QResult GetSize(int* width, int* height, int* planes) = 0;                         // slot 3
-    virtual QResult GetFormat(int* bitCount, unsigned int* colourModel, int* reserved) = 0;    // slot 4
-    virtual QResult GetBits(int plane, int* reserved, unsigned char** bits, int* stride) = 0;  // slot 5
+    virtual QResult GetSize(int* width /*out*/, int* height /*out*/, int* planes /*out*/) = 0;  // slot 3
+    virtual QResult GetFormat(int* bitCount /*out*/, unsigned int* colourModel /*out*/,
+                              int* reserved /*out*/) = 0;  // slot 4
+    virtual QResult GetBits(int plane, int* reserved /*out*/, unsigned char** bits /*out*/,
+                            int* stride /*out*/) = 0;  // slot 5
     // Allocates zeroed pixel memory of that format, replacing any previous content.
     virtual QResult Create(int width, int height, int planes, int bitCount,
                            unsigned int colourModel) = 0;  // slot 6
@@ -39,8 +41,8 @@ protected:
 
 // Answered only by images that carry a palette.
 struct IQELImagePalette : IUnknown {
-    virtual QResult SetPalette(const RGBQUAD* entries, unsigned int count) = 0;      // slot 3
-    virtual QResult GetPalette(RGBQUAD** entries, unsigned int* count /*out*/) = 0;  // slot 4
+    virtual QResult SetPalette(const RGBQUAD* entries, unsigned int count) = 0;              // slot 3
+    virtual QResult GetPalette(RGBQUAD** entries /*out*/, unsigned int* count /*out*/) = 0;  // slot 4
 
 protected:
     ~IQELImagePalette() = default;
@@ -60,7 +62,8 @@ protected:
 
 // A caller's coordinate transform: overwrites the point with its image.
 struct ITransform : IUnknown {
-    virtual QResult TransformPoint(double* x, double* y, double* z) = 0;  // slot 3
+    virtual QResult TransformPoint(double* x /*in, out*/, double* y /*in, out*/,
+                                   double* z /*in, out*/) = 0;  // slot 3
 
 protected:
     ~ITransform() = default;
