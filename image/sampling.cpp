@@ -6,6 +6,7 @@
 #include <cstddef>
 
 #include "image/pixel.h"
+#include "image/sampling_kernels.h"
 
 namespace {
 
@@ -27,29 +28,7 @@ int BaseOf(float value) {
     return value < 0.0f ? truncated - 1 : truncated;
 }
 
-// ---- The 4x4 kernels, K(t) in single precision unless noted ----
-
-float CubedIfPositive(float u) { return u > 0.0f ? u * u * u : 0.0f; }
-
-float CubicBSpline(float t) {  // method 2
-    if (t > 2.0f) return 0.0f;
-    return 0.16666667f * (CubedIfPositive(t + 2.0f) - 4.0f * CubedIfPositive(t + 1.0f) +
-                          6.0f * CubedIfPositive(t) - 4.0f * CubedIfPositive(t - 1.0f));
-}
-
-float CubicConvolution(float t) {  // method 3, a = -1
-    const float a = std::fabs(t);
-    if (a < 1.0f) return 1.0f - 2.0f * t * t + a * a * a;
-    if (a < 2.0f) return 4.0f - 8.0f * a + 5.0f * t * t - a * a * a;
-    return 0.0f;
-}
-
-float CatmullRomAbsolute(float t) {  // method 4
-    const float a = std::fabs(t);
-    if (a < 1.0f) return 1.5f * a * a * a - 2.5f * t * t + 1.0f;
-    if (a < 2.0f) return -0.5f * a * a * a + 2.5f * t * t - 4.0f * a + 2.0f;
-    return 0.0f;
-}
+// ---- The 4x4 kernels, K(t) in single precision unless noted (2 to 4 in image/sampling_kernels.h) ----
 
 float Box(float t) { return t >= -0.5f && t < 0.5f ? 1.0f : 0.0f; }  // method 6
 
@@ -108,7 +87,7 @@ float CatmullRomSigned(float t) {  // method 15
 // Indexed by method number; null where the method is not a 4x4 kernel.
 using KernelFunction = float (*)(float);
 constexpr KernelFunction kFourByFourKernels[16] = {
-    nullptr,         nullptr, CubicBSpline, CubicConvolution, CatmullRomAbsolute,
+    nullptr,         nullptr, CubicBSpline<float>, CubicConvolution<float>, CatmullRomAbsolute<float>,
     nullptr,         Box,     Hermite,      DampedHermite,    Sinc,
     CosineSum,       Jinc,    Gaussian,     QuadraticBSpline, Mitchell,
     CatmullRomSigned};

@@ -1,0 +1,347 @@
+// Drawing a rotated image: every covered output pixel sampled at its position
+// turned back into the source. The plain drawer samples one pixel at a time
+// and is the reference; the AVX2 drawer runs the cubic kernels over eight
+// output pixels at once for 8-, 24- and 32-bit sources and hands the pixels it
+// cannot read directly (near the source's edges) to the same sampler.
+#include "transform/rotate_drawing.h"
+
+#include <immintrin.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+
+#include "image/sampling.h"
+#include "image/sampling_kernels.h"
+
+// Vector arguments of the always-inlined helpers below never cross a call.
+#pragma GCC diagnostic ignored "-Wpsabi"
+
+namespace {
+
+// A whole number of pixels; a turn by a NaN or infinite angle has no extent
+// and covers nothing.
+int PixelSpan(float span) { return span >= 0.0f && span < 2147483520.0f ? static_cast<int>(span) : 0; }
+
+// ---- Which output pixels are drawn ----------------------------------------------
+// For one position (float) or a vector of them (a lane mask).
+
+// Rotate leaves a margin of about four pixels along every source edge unsampled.
+struct RotateCover {
+    float lastX, lastY;
+    explicit RotateCover(const ImageView& source)
+        : lastX(static_cast<float>(source.width - 4)), lastY(static_cast<float>(source.height - 4)) {}
+    template <class V>
+    __attribute__((always_inline)) auto Covers(V sx, V sy) const {
+        return (sx > 3.0f) & (sx < lastX) & (sy > 3.0f) & (sy < lastY);
+    }
+};
+
+// RotatePaste samples up to and including the source's far edges.
+struct PasteCover {
+    float width, height;
+    explicit PasteCover(const ImageView& source)
+        : width(static_cast<float>(source.width)), height(static_cast<float>(source.height)) {}
+    template <class V>
+    __attribute__((always_inline)) auto Covers(V sx, V sy) const {
+        return (sx >= 0.0f) & (sx <= width) & (sy >= 0.0f) & (sy <= height);
+    }
+};
+
+// ---- How a sample is written ----------------------------------------------------
+
+// Rotate: 4 bytes with alpha, 3 bytes, or the red channel as a one-byte grey
+// index. Packed depths and 16 bits, whose pixels are narrower than those
+// steps, go through SetPixelColor.
+template <int kBytes>
+struct RotateWriter {
+    ImageView dest;
+    void Write(int x, int y, uint32_t colour) const {
+        unsigned char* pixel = dest.Row(y) + static_cast<ptrdiff_t>(x) * kBytes;
+        if (kBytes == 1) {
+            pixel[0] = static_cast<unsigned char>(RedOf(colour));
+            return;
+        }
+        pixel[0] = static_cast<unsigned char>(BlueOf(colour));
+        pixel[1] = static_cast<unsigned char>(GreenOf(colour));
+        pixel[2] = static_cast<unsigned char>(RedOf(colour));
+        if (kBytes == 4) pixel[3] = static_cast<unsigned char>(AlphaOf(colour));
+    }
+};
+template <>
+struct RotateWriter<0> {
+    ImageView dest;
+    void Write(int x, int y, uint32_t colour) const {
+        const int grey = RedOf(colour);
+        SetPixelColor(dest.bits, x, y, dest.width, dest.height, dest.stride, PackColor(grey, grey, grey, 0),
+                      dest.bitCount);
+    }
+};
+
+// RotatePaste: blends by the sample's alpha (kBlend, sources of 32 bits) or
+// skips the key colour; a 4-byte target takes the sample's alpha.
+template <int kBytes, bool kBlend>
+struct PasteWriter {
+    ImageView target;
+    uint32_t keyColour;
+    void Write(int x, int y, uint32_t colour) const {
+        unsigned char* pixel = target.Row(y) + static_cast<ptrdiff_t>(x) * kBytes;
+        const int alpha = AlphaOf(colour);
+        if (kBlend) {
+            const double a = alpha / 255.0, b = (255 - alpha) / 255.0;
+            pixel[0] = static_cast<unsigned char>(static_cast<int>(BlueOf(colour) * a + pixel[0] * b));
+            pixel[1] = static_cast<unsigned char>(static_cast<int>(GreenOf(colour) * a + pixel[1] * b));
+            pixel[2] = static_cast<unsigned char>(static_cast<int>(RedOf(colour) * a + pixel[2] * b));
+        } else {
+            if ((colour & 0x00FFFFFFu) == keyColour) return;
+            pixel[0] = static_cast<unsigned char>(BlueOf(colour));
+            pixel[1] = static_cast<unsigned char>(GreenOf(colour));
+            pixel[2] = static_cast<unsigned char>(RedOf(colour));
+        }
+        if (kBytes == 4) pixel[3] = static_cast<unsigned char>(alpha);
+    }
+};
+
+// ---- One pixel at a time: the reference ------------------------------------------
+
+template <class Cover, class Writer>
+void DrawPixels(const ImageView& source, const TurnMap& turn, const Cover& cover, const Writer& writer,
+                int width, int height, int method) {
+    const InterpolatingSampler sampler(source.bits, source.width, source.height, source.stride, method,
+                                       source.bitCount);
+    for (int j = 0; j < height; ++j) {
+        const float turnedY = turn.startY + static_cast<float>(j);
+        for (int i = 0; i < width; ++i) {
+            float sx = 0.0f, sy = 0.0f;
+            turn.SourceOf(turn.startX + static_cast<float>(i), turnedY, &sx, &sy);
+            if (!cover.Covers(sx, sy)) continue;
+            writer.Write(i, j, sampler.Sample(sx, sy));
+        }
+    }
+}
+
+// ---- Eight pixels at a time ------------------------------------------------------
+// Each lane is one output pixel and runs the sampler's own sum: tap rows, then
+// taps, weight = column weight x row weight, sum += weight x tap, in single
+// precision without fused operations, with the sampler's kernels.
+
+#define QEL_AVX2 __attribute__((target("avx2"), always_inline)) inline
+
+// Clamped to [0, 255] and truncated, as the sampler finishes a channel sum.
+QEL_AVX2 __m256i ChannelLanes(__m256 sum) {
+    return _mm256_cvttps_epi32(_mm256_min_ps(_mm256_max_ps(sum, _mm256_setzero_ps()), _mm256_set1_ps(255.0f)));
+}
+
+QEL_AVX2 __m256 ByteLanes(__m256i pixels, int shift) {
+    return _mm256_cvtepi32_ps(_mm256_and_si256(_mm256_srli_epi32(pixels, shift), _mm256_set1_epi32(0xFF)));
+}
+
+// The packed colours of the lanes in `direct`, whose 4x4 blocks lie inside the
+// source with room for a 4-byte read at every tap; other lanes are not read.
+template <int kMethod, int kSourceBytes>
+QEL_AVX2 __m256i SampleLanes(const ImageView& source, __m256 sx, __m256 sy, __m256i baseX, __m256i baseY,
+                             __m256i direct) {
+    __m256 columnWeights[4], rowWeights[4];
+    for (int n = 0; n < 4; ++n) {
+        const __m256i tapOffset = _mm256_set1_epi32(n - 1);
+        columnWeights[n] = CubicWeight<kMethod>(_mm256_cvtepi32_ps(_mm256_add_epi32(baseX, tapOffset)) - sx);
+        rowWeights[n] = CubicWeight<kMethod>(_mm256_cvtepi32_ps(_mm256_add_epi32(baseY, tapOffset)) - sy);
+    }
+    const __m256i one = _mm256_set1_epi32(1);
+    const __m256i stride = _mm256_set1_epi32(source.stride);
+    const __m256i pixelBytes = _mm256_set1_epi32(kSourceBytes);
+    const int* bits = reinterpret_cast<const int*>(source.bits);
+    __m256i rowOffset = _mm256_add_epi32(_mm256_mullo_epi32(_mm256_sub_epi32(baseY, one), stride),
+                                         _mm256_mullo_epi32(_mm256_sub_epi32(baseX, one), pixelBytes));
+    __m256 blue = _mm256_setzero_ps(), green = blue, red = blue, alpha = blue;
+    for (int tapRow = 0; tapRow < 4; ++tapRow, rowOffset = _mm256_add_epi32(rowOffset, stride)) {
+        __m256i offset = rowOffset;
+        for (int tap = 0; tap < 4; ++tap, offset = _mm256_add_epi32(offset, pixelBytes)) {
+            // Four bytes from each tap's first byte: past a 1- or 3-byte tap they
+            // belong to the pixels after it, which the choice of `direct` keeps
+            // inside the row.
+            // qemu-x86_64 7.2 gets this gather wrong when the compiler puts the
+            // offsets in ymm4: it reads every lane at `bits` (it takes index
+            // register 4 for "no index", as in ordinary addressing), so the bytes
+            // under an emulated AVX2 processor are wrong while real ones give the
+            // scalar bytes. CI emulates no AVX2.
+            const __m256i pixel = _mm256_mask_i32gather_epi32(_mm256_setzero_si256(), bits, offset, direct, 1);
+            const __m256 weight = columnWeights[tap] * rowWeights[tapRow];
+            blue = blue + weight * ByteLanes(pixel, 0);
+            if (kSourceBytes == 1) continue;
+            green = green + weight * ByteLanes(pixel, 8);
+            red = red + weight * ByteLanes(pixel, 16);
+            if (kSourceBytes == 4) alpha = alpha + weight * _mm256_cvtepi32_ps(_mm256_srli_epi32(pixel, 24));
+        }
+    }
+    // A grey source reads as (i, i, i) with reserved 0; the sampler leaves alpha 0 there.
+    if (kSourceBytes == 1) {
+        const __m256i grey = ChannelLanes(blue);
+        return _mm256_or_si256(_mm256_or_si256(grey, _mm256_slli_epi32(grey, 8)), _mm256_slli_epi32(grey, 16));
+    }
+    __m256i packed = _mm256_or_si256(_mm256_or_si256(ChannelLanes(blue), _mm256_slli_epi32(ChannelLanes(green), 8)),
+                                     _mm256_slli_epi32(ChannelLanes(red), 16));
+    if (kSourceBytes == 4) packed = _mm256_or_si256(packed, _mm256_slli_epi32(ChannelLanes(alpha), 24));
+    return packed;
+}
+
+template <int kMethod, int kSourceBytes, class Cover, class Writer>
+__attribute__((target("avx2"))) void DrawLanes(const ImageView& source, const TurnMap& turn, const Cover& cover,
+                                               const Writer& writer, int width, int height, int method) {
+    const InterpolatingSampler sampler(source.bits, source.width, source.height, source.stride, method,
+                                       source.bitCount);
+    // Bases whose taps (base - 1 to base + 2) lie inside the source and whose
+    // last tap has the 4 - kSourceBytes bytes of a full read after it in its row.
+    const int pastLastTap = kSourceBytes == 1 ? 3 : kSourceBytes == 3 ? 1 : 0;  // whole pixels
+    const __m256i lastBaseX = _mm256_set1_epi32(source.width - 3 - pastLastTap);
+    const __m256i lastBaseY = _mm256_set1_epi32(source.height - 3);
+    const __m256i zero = _mm256_setzero_si256();
+    const __m256i rowEnd = _mm256_set1_epi32(width);
+    const __m256i laneIndex = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    for (int j = 0; j < height; ++j) {
+        const float turnedY = turn.startY + static_cast<float>(j);
+        for (int i0 = 0; i0 < width; i0 += 8) {
+            const __m256i column = _mm256_add_epi32(_mm256_set1_epi32(i0), laneIndex);
+            __m256 sx, sy;
+            turn.SourceOf(turn.startX + _mm256_cvtepi32_ps(column), turnedY, &sx, &sy);
+            const __m256i covered = _mm256_and_si256((__m256i)cover.Covers(sx, sy),
+                                                     _mm256_cmpgt_epi32(rowEnd, column));
+            const int coveredLanes = _mm256_movemask_ps(_mm256_castsi256_ps(covered));
+            if (coveredLanes == 0) continue;
+            // Covered positions are never negative, so truncation gives the sampler's base.
+            const __m256i baseX = _mm256_cvttps_epi32(sx), baseY = _mm256_cvttps_epi32(sy);
+            const __m256i inside = _mm256_and_si256(
+                _mm256_and_si256(_mm256_cmpgt_epi32(baseX, zero), _mm256_cmpgt_epi32(baseY, zero)),
+                _mm256_andnot_si256(_mm256_or_si256(_mm256_cmpgt_epi32(baseX, lastBaseX),
+                                                    _mm256_cmpgt_epi32(baseY, lastBaseY)),
+                                    covered));
+            const int directLanes = _mm256_movemask_ps(_mm256_castsi256_ps(inside));
+            alignas(32) uint32_t colours[8];
+            if (directLanes != 0)
+                _mm256_store_si256(reinterpret_cast<__m256i*>(colours),
+                                   SampleLanes<kMethod, kSourceBytes>(source, sx, sy, baseX, baseY, inside));
+            alignas(32) float xs[8], ys[8];
+            if (directLanes != coveredLanes) {
+                _mm256_store_ps(xs, sx);
+                _mm256_store_ps(ys, sy);
+            }
+            for (int lane = 0; lane < 8; ++lane) {
+                if ((coveredLanes >> lane & 1) == 0) continue;
+                writer.Write(i0 + lane, j,
+                             (directLanes >> lane & 1) != 0 ? colours[lane] : sampler.Sample(xs[lane], ys[lane]));
+            }
+        }
+    }
+}
+
+#undef QEL_AVX2
+
+// The vector drawer for this call, or null where the plain one must run:
+// other kernels and depths, and sources whose byte offsets would not fit the
+// gather's 32-bit lanes.
+template <class Cover, class Writer>
+using LaneDrawer = void (*)(const ImageView&, const TurnMap&, const Cover&, const Writer&, int, int, int);
+
+template <int kSourceBytes, class Cover, class Writer>
+LaneDrawer<Cover, Writer> LaneDrawerForMethod(int method) {
+    switch (method) {
+        case 2:
+            return &DrawLanes<2, kSourceBytes, Cover, Writer>;
+        case 3:
+            return &DrawLanes<3, kSourceBytes, Cover, Writer>;
+        case 4:
+            return &DrawLanes<4, kSourceBytes, Cover, Writer>;
+        default:
+            return nullptr;
+    }
+}
+
+bool LanesCanRead(const ImageView& source) {
+    const int64_t reach = (int64_t{source.height} + 1) * std::llabs(source.stride) + int64_t{source.width} * 4;
+    return source.bits != nullptr && reach < int64_t{1} << 31;
+}
+
+// Draws with the vector lanes where this call allows them, else pixel by pixel.
+template <int kSourceBytes, class Cover, class Writer>
+void DrawFrom(const ImageView& source, const TurnMap& turn, const Cover& cover, const Writer& writer, int width,
+              int height, int method, SimdTier widest) {
+    if (SimdRuns(SimdTier::Avx2, widest) && LanesCanRead(source)) {
+        if (const LaneDrawer<Cover, Writer> draw = LaneDrawerForMethod<kSourceBytes, Cover, Writer>(method)) {
+            draw(source, turn, cover, writer, width, height, method);
+            return;
+        }
+    }
+    DrawPixels(source, turn, cover, writer, width, height, method);
+}
+
+// Sources the lanes read: 8-bit grey ramps and 24- and 32-bit colour.
+template <class Cover, class Writer>
+void Draw(const ImageView& source, const TurnMap& turn, const Cover& cover, const Writer& writer, int width,
+          int height, int method, SimdTier widest) {
+    switch (source.bitCount) {
+        case 8:
+            return DrawFrom<1>(source, turn, cover, writer, width, height, method, widest);
+        case 24:
+            return DrawFrom<3>(source, turn, cover, writer, width, height, method, widest);
+        case 32:
+            return DrawFrom<4>(source, turn, cover, writer, width, height, method, widest);
+        default:
+            return DrawPixels(source, turn, cover, writer, width, height, method);
+    }
+}
+
+template <int kBytes>
+void PasteInto(const ImageView& source, const ImageView& target, const TurnMap& turn, int width, int height,
+               int method, uint32_t keyColour, SimdTier widest) {
+    const PasteCover cover(source);
+    if (source.bitCount > 24)
+        Draw(source, turn, cover, PasteWriter<kBytes, true>{target, keyColour}, width, height, method, widest);
+    else
+        Draw(source, turn, cover, PasteWriter<kBytes, false>{target, keyColour}, width, height, method, widest);
+}
+
+}  // namespace
+
+TurnedFrame TurnRectangle(int width, int height, float cosine, float sine) {
+    const float right = static_cast<float>(width) - 0.5f, bottom = static_cast<float>(height) - 0.5f;
+    const float cornerX[4] = {-0.5f, right, -0.5f, right};
+    const float cornerY[4] = {-0.5f, -0.5f, bottom, bottom};
+    float minX = 0.0f, maxX = 0.0f, minY = 0.0f, maxY = 0.0f;
+    for (int i = 0; i < 4; ++i) {
+        const float x = cosine * cornerX[i] - sine * cornerY[i];
+        const float y = sine * cornerX[i] + cosine * cornerY[i];
+        if (i == 0 || x < minX) minX = x;
+        if (i == 0 || x > maxX) maxX = x;
+        if (i == 0 || y < minY) minY = y;
+        if (i == 0 || y > maxY) maxY = y;
+    }
+    TurnedFrame frame;
+    frame.width = PixelSpan(std::floor(maxX - minX + 0.5f));
+    frame.height = PixelSpan(std::floor(maxY - minY + 0.5f));
+    frame.startX = (minX + maxX - static_cast<float>(frame.width - 1)) * 0.5f;
+    frame.startY = (minY + maxY - static_cast<float>(frame.height - 1)) * 0.5f;
+    return frame;
+}
+
+void DrawRotated(const ImageView& source, const ImageView& dest, const TurnMap& turn, int method,
+                 SimdTier widest) {
+    const RotateCover cover(source);
+    if (dest.bitCount == 32)
+        Draw(source, turn, cover, RotateWriter<4>{dest}, dest.width, dest.height, method, widest);
+    else if (dest.bitCount >= 24)
+        Draw(source, turn, cover, RotateWriter<3>{dest}, dest.width, dest.height, method, widest);
+    else if (dest.bitCount == 8)
+        Draw(source, turn, cover, RotateWriter<1>{dest}, dest.width, dest.height, method, widest);
+    else
+        DrawPixels(source, turn, cover, RotateWriter<0>{dest}, dest.width, dest.height, method);
+}
+
+void PasteRotated(const ImageView& source, const ImageView& target, const TurnMap& turn, int frameWidth,
+                  int frameHeight, int method, uint32_t keyColour, SimdTier widest) {
+    const int width = std::min(target.width, frameWidth), height = std::min(target.height, frameHeight);
+    if (target.bitCount == 32)
+        PasteInto<4>(source, target, turn, width, height, method, keyColour, widest);
+    else
+        PasteInto<3>(source, target, turn, width, height, method, keyColour, widest);
+}
