@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 #include "image/sampling.h"
 #include "image/sampling_kernels.h"
@@ -133,15 +134,61 @@ QEL_AVX2 __m256i ChannelLanes(__m256 sum) {
     return _mm256_cvttps_epi32(_mm256_min_ps(_mm256_max_ps(sum, _mm256_setzero_ps()), _mm256_set1_ps(255.0f)));
 }
 
-QEL_AVX2 __m256 ByteLanes(__m256i pixels, int shift) {
-    return _mm256_cvtepi32_ps(_mm256_and_si256(_mm256_srli_epi32(pixels, shift), _mm256_set1_epi32(0xFF)));
+inline int32_t LoadWord(const unsigned char* bytes) {
+    int32_t word;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
+// One tap row of the eight lanes' blocks: tap n of every lane in taps[n], as
+// four bytes. `rows[lane]` is where the lane's tap row starts.
+template <int kSourceBytes>
+QEL_AVX2 void LoadTapRow(const unsigned char* const* rows, __m256i taps[4]) {
+    if (kSourceBytes == 1) {
+        // The four taps are the four bytes of one word; tap n is byte n.
+        __m256i words = _mm256_setr_epi32(LoadWord(rows[0]), LoadWord(rows[1]), LoadWord(rows[2]),
+                                          LoadWord(rows[3]), LoadWord(rows[4]), LoadWord(rows[5]),
+                                          LoadWord(rows[6]), LoadWord(rows[7]));
+        for (int n = 0; n < 4; ++n) taps[n] = _mm256_and_si256(_mm256_srli_epi32(words, 8 * n), _mm256_set1_epi32(0xFF));
+        return;
+    }
+    // Lanes k and k + 4 share a register, one per 128-bit half; a 4x4 transpose
+    // of words in each half then gives every tap its own register.
+    __m256i pair[4];
+    for (int k = 0; k < 4; ++k) {
+        pair[k] = _mm256_inserti128_si256(
+            _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[k]))),
+            _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[k + 4])), 1);
+        if (kSourceBytes == 3)  // 3-byte pixels spread to words, the fourth byte 0
+            pair[k] = _mm256_shuffle_epi8(
+                pair[k], _mm256_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1, 0, 1, 2, -1, 3,
+                                          4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1));
+    }
+    const __m256i low01 = _mm256_unpacklo_epi32(pair[0], pair[1]), high01 = _mm256_unpackhi_epi32(pair[0], pair[1]);
+    const __m256i low23 = _mm256_unpacklo_epi32(pair[2], pair[3]), high23 = _mm256_unpackhi_epi32(pair[2], pair[3]);
+    taps[0] = _mm256_unpacklo_epi64(low01, low23);
+    taps[1] = _mm256_unpackhi_epi64(low01, low23);
+    taps[2] = _mm256_unpacklo_epi64(high01, high23);
+    taps[3] = _mm256_unpackhi_epi64(high01, high23);
+}
+
+// Byte `n` of every word, as floats.
+QEL_AVX2 __m256 ByteOfLanes(__m256i words, int n) {
+    const char b = static_cast<char>(n);
+    const __m256i pick = _mm256_setr_epi8(b, -1, -1, -1, static_cast<char>(b + 4), -1, -1, -1,
+                                          static_cast<char>(b + 8), -1, -1, -1, static_cast<char>(b + 12), -1, -1,
+                                          -1, b, -1, -1, -1, static_cast<char>(b + 4), -1, -1, -1,
+                                          static_cast<char>(b + 8), -1, -1, -1, static_cast<char>(b + 12), -1, -1,
+                                          -1);
+    return _mm256_cvtepi32_ps(_mm256_shuffle_epi8(words, pick));
 }
 
 // The packed colours of the lanes in `direct`, whose 4x4 blocks lie inside the
-// source with room for a 4-byte read at every tap; other lanes are not read.
+// source with room for a 16-byte read (a 4-byte one from grey sources) at the
+// start of every tap row. Other lanes read the block of the first direct lane.
 template <int kMethod, int kSourceBytes>
 QEL_AVX2 __m256i SampleLanes(const ImageView& source, __m256 sx, __m256 sy, __m256i baseX, __m256i baseY,
-                             __m256i direct) {
+                             int directLanes) {
     __m256 columnWeights[4], rowWeights[4];
     for (int n = 0; n < 4; ++n) {
         const __m256i tapOffset = _mm256_set1_epi32(n - 1);
@@ -149,30 +196,29 @@ QEL_AVX2 __m256i SampleLanes(const ImageView& source, __m256 sx, __m256 sy, __m2
         rowWeights[n] = CubicWeight<kMethod>(_mm256_cvtepi32_ps(_mm256_add_epi32(baseY, tapOffset)) - sy);
     }
     const __m256i one = _mm256_set1_epi32(1);
-    const __m256i stride = _mm256_set1_epi32(source.stride);
-    const __m256i pixelBytes = _mm256_set1_epi32(kSourceBytes);
-    const int* bits = reinterpret_cast<const int*>(source.bits);
-    __m256i rowOffset = _mm256_add_epi32(_mm256_mullo_epi32(_mm256_sub_epi32(baseY, one), stride),
-                                         _mm256_mullo_epi32(_mm256_sub_epi32(baseX, one), pixelBytes));
+    alignas(32) int32_t offsets[8];
+    const __m256i offset = _mm256_add_epi32(_mm256_mullo_epi32(_mm256_sub_epi32(baseY, one), _mm256_set1_epi32(source.stride)),
+                                            _mm256_mullo_epi32(_mm256_sub_epi32(baseX, one), _mm256_set1_epi32(kSourceBytes)));
+    _mm256_store_si256(reinterpret_cast<__m256i*>(offsets), offset);
+    const int firstDirect = __builtin_ctz(static_cast<unsigned>(directLanes));
+    const unsigned char* rows[8];
+    for (int lane = 0; lane < 8; ++lane)
+        rows[lane] = source.bits + offsets[(directLanes >> lane & 1) != 0 ? lane : firstDirect];
     __m256 blue = _mm256_setzero_ps(), green = blue, red = blue, alpha = blue;
-    for (int tapRow = 0; tapRow < 4; ++tapRow, rowOffset = _mm256_add_epi32(rowOffset, stride)) {
-        __m256i offset = rowOffset;
-        for (int tap = 0; tap < 4; ++tap, offset = _mm256_add_epi32(offset, pixelBytes)) {
-            // Four bytes from each tap's first byte: past a 1- or 3-byte tap they
-            // belong to the pixels after it, which the choice of `direct` keeps
-            // inside the row.
-            // qemu-x86_64 7.2 gets this gather wrong when the compiler puts the
-            // offsets in ymm4: it reads every lane at `bits` (it takes index
-            // register 4 for "no index", as in ordinary addressing), so the bytes
-            // under an emulated AVX2 processor are wrong while real ones give the
-            // scalar bytes. CI emulates no AVX2.
-            const __m256i pixel = _mm256_mask_i32gather_epi32(_mm256_setzero_si256(), bits, offset, direct, 1);
+    for (int tapRow = 0; tapRow < 4; ++tapRow) {
+        __m256i taps[4];
+        LoadTapRow<kSourceBytes>(rows, taps);
+        for (int lane = 0; lane < 8; ++lane) rows[lane] += source.stride;
+        for (int tap = 0; tap < 4; ++tap) {
             const __m256 weight = columnWeights[tap] * rowWeights[tapRow];
-            blue = blue + weight * ByteLanes(pixel, 0);
-            if (kSourceBytes == 1) continue;
-            green = green + weight * ByteLanes(pixel, 8);
-            red = red + weight * ByteLanes(pixel, 16);
-            if (kSourceBytes == 4) alpha = alpha + weight * _mm256_cvtepi32_ps(_mm256_srli_epi32(pixel, 24));
+            if (kSourceBytes == 1) {
+                blue = blue + weight * _mm256_cvtepi32_ps(taps[tap]);
+                continue;
+            }
+            blue = blue + weight * _mm256_cvtepi32_ps(_mm256_and_si256(taps[tap], _mm256_set1_epi32(0xFF)));
+            green = green + weight * ByteOfLanes(taps[tap], 1);
+            red = red + weight * ByteOfLanes(taps[tap], 2);
+            if (kSourceBytes == 4) alpha = alpha + weight * _mm256_cvtepi32_ps(_mm256_srli_epi32(taps[tap], 24));
         }
     }
     // A grey source reads as (i, i, i) with reserved 0; the sampler leaves alpha 0 there.
@@ -192,8 +238,8 @@ __attribute__((target("avx2"))) void DrawLanes(const ImageView& source, const Tu
     const InterpolatingSampler sampler(source.bits, source.width, source.height, source.stride, method,
                                        source.bitCount);
     // Bases whose taps (base - 1 to base + 2) lie inside the source and whose
-    // last tap has the 4 - kSourceBytes bytes of a full read after it in its row.
-    const int pastLastTap = kSourceBytes == 1 ? 3 : kSourceBytes == 3 ? 1 : 0;  // whole pixels
+    // tap rows can be read as 16 bytes (4 from grey sources) without leaving the row.
+    const int pastLastTap = kSourceBytes == 3 ? 2 : 0;  // whole pixels
     const __m256i lastBaseX = _mm256_set1_epi32(source.width - 3 - pastLastTap);
     const __m256i lastBaseY = _mm256_set1_epi32(source.height - 3);
     const __m256i zero = _mm256_setzero_si256();
@@ -220,7 +266,7 @@ __attribute__((target("avx2"))) void DrawLanes(const ImageView& source, const Tu
             alignas(32) uint32_t colours[8];
             if (directLanes != 0)
                 _mm256_store_si256(reinterpret_cast<__m256i*>(colours),
-                                   SampleLanes<kMethod, kSourceBytes>(source, sx, sy, baseX, baseY, inside));
+                                   SampleLanes<kMethod, kSourceBytes>(source, sx, sy, baseX, baseY, directLanes));
             alignas(32) float xs[8], ys[8];
             if (directLanes != coveredLanes) {
                 _mm256_store_ps(xs, sx);
@@ -239,7 +285,7 @@ __attribute__((target("avx2"))) void DrawLanes(const ImageView& source, const Tu
 
 // The vector drawer for this call, or null where the plain one must run:
 // other kernels and depths, and sources whose byte offsets would not fit the
-// gather's 32-bit lanes.
+// lanes' 32-bit offsets.
 template <class Cover, class Writer>
 using LaneDrawer = void (*)(const ImageView&, const TurnMap&, const Cover&, const Writer&, int, int, int);
 
