@@ -42,31 +42,48 @@ QEL_KERNEL V CubicBSpline(V t) {
     return Choose(t > 2.0f, V{}, 0.16666667f * sum);
 }
 
-// Method 3, a = -1.
+// Method 3, a = -1: the piece for |t| below 1 and the piece for 1 to 2.
+template <class V>
+QEL_KERNEL V CubicConvolutionNear(V t, V a) {
+    return 1.0f - 2.0f * t * t + a * a * a;
+}
+template <class V>
+QEL_KERNEL V CubicConvolutionFar(V t, V a) {
+    return 4.0f - 8.0f * a + 5.0f * t * t - a * a * a;
+}
 template <class V>
 QEL_KERNEL V CubicConvolution(V t) {
     const V a = AbsoluteOf(t);
-    const V nearPiece = 1.0f - 2.0f * t * t + a * a * a;
-    const V farPiece = 4.0f - 8.0f * a + 5.0f * t * t - a * a * a;
-    return Choose(a < 1.0f, nearPiece, Choose(a < 2.0f, farPiece, V{}));
+    return Choose(a < 1.0f, CubicConvolutionNear(t, a), Choose(a < 2.0f, CubicConvolutionFar(t, a), V{}));
 }
 
-// Method 4.
+// Method 4, in the same two pieces.
+template <class V>
+QEL_KERNEL V CatmullRomAbsoluteNear(V t, V a) {
+    return 1.5f * a * a * a - 2.5f * t * t + 1.0f;
+}
+template <class V>
+QEL_KERNEL V CatmullRomAbsoluteFar(V t, V a) {
+    return -0.5f * a * a * a + 2.5f * t * t - 4.0f * a + 2.0f;
+}
 template <class V>
 QEL_KERNEL V CatmullRomAbsolute(V t) {
     const V a = AbsoluteOf(t);
-    const V nearPiece = 1.5f * a * a * a - 2.5f * t * t + 1.0f;
-    const V farPiece = -0.5f * a * a * a + 2.5f * t * t - 4.0f * a + 2.0f;
-    return Choose(a < 1.0f, nearPiece, Choose(a < 2.0f, farPiece, V{}));
+    return Choose(a < 1.0f, CatmullRomAbsoluteNear(t, a), Choose(a < 2.0f, CatmullRomAbsoluteFar(t, a), V{}));
 }
 
-// The kernel of `kMethod` (2, 3 or 4).
-template <int kMethod, class V>
-QEL_KERNEL V CubicWeight(V t) {
-    static_assert(kMethod >= 2 && kMethod <= 4, "only the cubic kernels have vector forms");
+// The weight of tap `kTap` (0 to 3, at base - 1 to base + 2) for a position
+// of at least 1, whose t = tap - position is then exact: t lies in (-2, -1]
+// for tap 0, (-1, 0] for tap 1, (0, 1] for tap 2 and (1, 2] for tap 3. The
+// piecewise kernels need one piece per tap: where t reaches a join (|t| = 1
+// or 2) both pieces give exactly 0, as the full kernel does.
+template <int kMethod, int kTap, class V>
+QEL_KERNEL V CubicTapWeight(V t) {
     if (kMethod == 2) return CubicBSpline(t);
-    if (kMethod == 3) return CubicConvolution(t);
-    return CatmullRomAbsolute(t);
+    const V a = AbsoluteOf(t);
+    const bool outer = kTap == 0 || kTap == 3;
+    if (kMethod == 3) return outer ? CubicConvolutionFar(t, a) : CubicConvolutionNear(t, a);
+    return outer ? CatmullRomAbsoluteFar(t, a) : CatmullRomAbsoluteNear(t, a);
 }
 
 #undef QEL_KERNEL

@@ -140,6 +140,16 @@ inline int32_t LoadWord(const unsigned char* bytes) {
     return word;
 }
 
+// The weights of the four taps of one axis; `base` holds whole numbers of at
+// least 1, so base - 1 to base + 2 convert exactly either way.
+template <int kMethod>
+QEL_AVX2 void TapWeights(__m256 base, __m256 position, __m256 weights[4]) {
+    weights[0] = CubicTapWeight<kMethod, 0>((base - 1.0f) - position);
+    weights[1] = CubicTapWeight<kMethod, 1>(base - position);
+    weights[2] = CubicTapWeight<kMethod, 2>((base + 1.0f) - position);
+    weights[3] = CubicTapWeight<kMethod, 3>((base + 2.0f) - position);
+}
+
 // One tap row of the eight lanes' blocks: tap n of every lane in taps[n], as
 // four bytes. `rows[lane]` is where the lane's tap row starts.
 template <int kSourceBytes>
@@ -189,12 +199,11 @@ QEL_AVX2 __m256 ByteOfLanes(__m256i words, int n) {
 template <int kMethod, int kSourceBytes>
 QEL_AVX2 __m256i SampleLanes(const ImageView& source, __m256 sx, __m256 sy, __m256i baseX, __m256i baseY,
                              int directLanes) {
+    // Direct lanes have bases of at least 1, so each tap needs one piece of the kernel.
+    const __m256 columnBase = _mm256_cvtepi32_ps(baseX), rowBase = _mm256_cvtepi32_ps(baseY);
     __m256 columnWeights[4], rowWeights[4];
-    for (int n = 0; n < 4; ++n) {
-        const __m256i tapOffset = _mm256_set1_epi32(n - 1);
-        columnWeights[n] = CubicWeight<kMethod>(_mm256_cvtepi32_ps(_mm256_add_epi32(baseX, tapOffset)) - sx);
-        rowWeights[n] = CubicWeight<kMethod>(_mm256_cvtepi32_ps(_mm256_add_epi32(baseY, tapOffset)) - sy);
-    }
+    TapWeights<kMethod>(columnBase, sx, columnWeights);
+    TapWeights<kMethod>(rowBase, sy, rowWeights);
     const __m256i one = _mm256_set1_epi32(1);
     alignas(32) int32_t offsets[8];
     const __m256i offset = _mm256_add_epi32(_mm256_mullo_epi32(_mm256_sub_epi32(baseY, one), _mm256_set1_epi32(source.stride)),
@@ -230,6 +239,34 @@ QEL_AVX2 __m256i SampleLanes(const ImageView& source, __m256 sx, __m256 sy, __m2
                                      _mm256_slli_epi32(ChannelLanes(red), 16));
     if (kSourceBytes == 4) packed = _mm256_or_si256(packed, _mm256_slli_epi32(ChannelLanes(alpha), 24));
     return packed;
+}
+
+// Eight colours written at once where the writer allows: Rotate's writers
+// store whole pixels, RotatePaste's look at the target first.
+template <class Writer>
+QEL_AVX2 bool StoreEight(const Writer&, int, int, const uint32_t*) {
+    return false;
+}
+QEL_AVX2 bool StoreEight(const RotateWriter<4>& writer, int x, int y, const uint32_t* colours) {
+    std::memcpy(writer.dest.Row(y) + static_cast<ptrdiff_t>(x) * 4, colours, 32);
+    return true;
+}
+QEL_AVX2 bool StoreEight(const RotateWriter<3>& writer, int x, int y, const uint32_t* colours) {
+    const __m256i packed = _mm256_shuffle_epi8(
+        _mm256_load_si256(reinterpret_cast<const __m256i*>(colours)),
+        _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13,
+                         14, -1, -1, -1, -1));
+    alignas(32) unsigned char bytes[32];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(bytes), packed);
+    unsigned char* out = writer.dest.Row(y) + static_cast<ptrdiff_t>(x) * 3;
+    std::memcpy(out, bytes, 12);
+    std::memcpy(out + 12, bytes + 16, 12);
+    return true;
+}
+QEL_AVX2 bool StoreEight(const RotateWriter<1>& writer, int x, int y, const uint32_t* colours) {
+    unsigned char* out = writer.dest.Row(y) + x;
+    for (int lane = 0; lane < 8; ++lane) out[lane] = static_cast<unsigned char>(RedOf(colours[lane]));
+    return true;
 }
 
 template <int kMethod, int kSourceBytes, class Cover, class Writer>
@@ -272,6 +309,7 @@ __attribute__((target("avx2"))) void DrawLanes(const ImageView& source, const Tu
                 _mm256_store_ps(xs, sx);
                 _mm256_store_ps(ys, sy);
             }
+            if (directLanes == 0xFF && StoreEight(writer, i0, j, colours)) continue;
             for (int lane = 0; lane < 8; ++lane) {
                 if ((coveredLanes >> lane & 1) == 0) continue;
                 writer.Write(i0 + lane, j,
