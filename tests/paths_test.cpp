@@ -477,15 +477,17 @@ TEST(TransformPaths, HalvingRowsGiveTheScalarBytes) {
     EXPECT_FALSE(BlocksFollowEachOther(skipping, 3, 3));
 }
 
-// 24-bit Mirror stores four pixels a step, past the step: every width 1-40.
+// Mirror steps 16 grey, 4 (storing past the step) 24-bit and 4 32-bit pixels
+// at a time: every width 1-40.
 TEST(TransformPaths, MirrorRowsOfEveryWidth) {
+    for (int bpp : {8, 24, 32})
     for (int width = 1; width <= 40; ++width) {
-        Owned src = Random(width, 1 + width % 3, 24, width, width % 4, width % 2);
+        Owned src = Random(width, 1 + width % 3, bpp, width, width % 4, width % 2);
         SmartPtr<IQEL> mirrored;
         ASSERT_EQ(Transform()->Mirror(src.Get(), mirrored.Out()), QEL_OK);
         for (int y = 0; y < 1 + width % 3; ++y)
             for (int x = 0; x < width; ++x)
-                ASSERT_EQ(ColourAt(mirrored.Get(), x, y), ColourAt(src.Get(), width - 1 - x, y)) << width;
+                ASSERT_EQ(ColourAt(mirrored.Get(), x, y), ColourAt(src.Get(), width - 1 - x, y)) << bpp << " " << width;
         EXPECT_TRUE(src->GuardsIntact());
     }
 }
