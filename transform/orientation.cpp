@@ -7,24 +7,11 @@
 #include <cstring>
 
 #include "image/cpu.h"
+#include "image/destination.h"
 #include "image/image_view.h"
-#include "module/host_services.h"
 #include "transform/image_transform.h"
 
 namespace {
-
-// A new image of the source's geometry and format, or an empty holder; left
-// uncleared where the host allows when the caller writes every row byte.
-SmartPtr<IQELImage> NewImageLike(const ImageView& source, bool writesEveryByte) {
-    SmartPtr<IQELImage> image = NewImageThroughCollection();
-    if (!image) return image;
-    if (writesEveryByte)
-        CreateToOverwrite(image.Get(), source.width, source.height, source.planes, source.bitCount,
-                          source.colourModel);
-    else
-        image->Create(source.width, source.height, source.planes, source.bitCount, source.colourModel);
-    return image;
-}
 
 void FlipRows(const ImageView& source, const ImageView& dest) {
     // Whole stored rows, padding included; never more than the smaller row holds.
@@ -66,8 +53,8 @@ __attribute__((target("ssse3"))) int MirrorRow8Ssse3(const unsigned char* row, u
 int MirrorRow32Sse2(const unsigned char* row, unsigned char* to, int width) {
     int x = 0;
     for (; x + 4 <= width; x += 4) {
-        const __m128i pixels =
-            _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + static_cast<ptrdiff_t>(width - 4 - x) * 4));
+        const __m128i pixels = _mm_loadu_si128(
+            reinterpret_cast<const __m128i*>(row + static_cast<ptrdiff_t>(width - 4 - x) * 4));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(to + static_cast<ptrdiff_t>(x) * 4),
                          _mm_shuffle_epi32(pixels, _MM_SHUFFLE(0, 1, 2, 3)));
     }
@@ -161,7 +148,8 @@ void TurnPlane(const ImageView& source, const ImageView& dest, int pixelBytes) {
         for (int x0 = 0; x0 < dest.width; x0 += kTile) {
             const int xEnd = std::min(x0 + kTile, dest.width);
             for (int y = y0; y < yEnd; ++y) {
-                unsigned char* to = dest.bits + destStep * y + static_cast<ptrdiff_t>(x0) * static_cast<ptrdiff_t>(size);
+                unsigned char* to =
+                    dest.bits + destStep * y + static_cast<ptrdiff_t>(x0) * static_cast<ptrdiff_t>(size);
                 for (int x = x0; x < xEnd; ++x, to += size) {
                     int sx = 0, sy = 0;
                     QuarterTurnSource<kAngle, kShiftLeft>(x, y, source.width, source.height, &sx, &sy);
@@ -214,22 +202,24 @@ QResult CQELImageTransform::Flip(IQEL* source, IQEL** result) {
     if (source == nullptr) return QEL_E_FAIL;
     const ImageView from = ReadImageView(source);
     // Every depth is copied as whole rows.
-    SmartPtr<IQELImage> flipped = NewImageLike(from, from.bits != nullptr);
-    if (!flipped) return QEL_E_FAIL;
-    const ImageView to = ReadImageView(flipped.Get());
-    if (from.bits != nullptr && to.bits != nullptr && to.height == from.height) FlipRows(from, to);
-    if (result != nullptr) *result = flipped.Detach();
+    Destination flipped = MakeDestination(ShapeOf(from), DestinationRoad::Collection,
+                                          from.bits != nullptr ? Writes::EveryPixel : Writes::SomePixels);
+    if (!flipped.image) return QEL_E_FAIL;
+    if (from.bits != nullptr && flipped.Canvas() != nullptr) FlipRows(from, *flipped.Canvas());
+    if (result != nullptr) *result = flipped.image.Detach();
     return QEL_OK;
 }
 
 QResult CQELImageTransform::Mirror(IQEL* source, IQEL** result) {
     if (source == nullptr) return QEL_E_FAIL;
     const ImageView from = ReadImageView(source);
-    SmartPtr<IQELImage> mirrored = NewImageLike(
-        from, from.bits != nullptr && (from.bitCount == 8 || from.bitCount == 24 || from.bitCount == 32));
-    if (!mirrored) return QEL_E_FAIL;
-    const ImageView to = ReadImageView(mirrored.Get());
-    if (from.bits != nullptr && to.bits != nullptr && to.width == from.width && to.height == from.height) {
+    const bool mirrors =
+        from.bits != nullptr && (from.bitCount == 8 || from.bitCount == 24 || from.bitCount == 32);
+    Destination mirrored = MakeDestination(ShapeOf(from), DestinationRoad::Collection,
+                                           mirrors ? Writes::EveryPixel : Writes::SomePixels);
+    if (!mirrored.image) return QEL_E_FAIL;
+    if (mirrors && mirrored.Canvas() != nullptr) {
+        const ImageView& to = *mirrored.Canvas();
         switch (from.bitCount) {
             case 8:
                 MirrorRows<1>(from, to);
@@ -237,14 +227,12 @@ QResult CQELImageTransform::Mirror(IQEL* source, IQEL** result) {
             case 24:
                 MirrorRows<3>(from, to);
                 break;
-            case 32:
+            default:
                 MirrorRows<4>(from, to);
                 break;
-            default:  // other depths stay as created
-                break;
         }
-    }
-    if (result != nullptr) *result = mirrored.Detach();
+    }  // other depths stay as created
+    if (result != nullptr) *result = mirrored.image.Detach();
     return QEL_OK;
 }
 
@@ -279,13 +267,14 @@ QResult CQELImageTransform::Rotate4(IQEL* source, IQELImage* dest, int angle) {
                  from.bitCount, from.colourModel);
     if (from.bitCount < 8) return QEL_OK;
     ImageView to = ReadImageView(dest);
-    if (to.width != (sideways ? from.height : from.width) || to.height != (sideways ? from.width : from.height) ||
-        to.bitCount != from.bitCount)
+    if (to.width != (sideways ? from.height : from.width) ||
+        to.height != (sideways ? from.width : from.height) || to.bitCount != from.bitCount)
         return QEL_OK;  // not made as asked: nothing to fill
     for (int plane = 0; plane < from.planes; ++plane) {
         const ImageView destPlane = PlaneOf(dest, to, plane);
         const ImageView sourcePlane = PlaneOf(source, from, plane);
-        if (destPlane.bits != nullptr && sourcePlane.bits != nullptr) TurnQuarter(sourcePlane, destPlane, angle);
+        if (destPlane.bits != nullptr && sourcePlane.bits != nullptr)
+            TurnQuarter(sourcePlane, destPlane, angle);
     }
     return QEL_OK;
 }

@@ -2,6 +2,7 @@
 #include <cmath>
 #include <cstdint>
 
+#include "image/destination.h"
 #include "image/image_view.h"
 #include "module/host_services.h"
 #include "transform/image_transform.h"
@@ -49,18 +50,16 @@ QResult CQELImageTransform::Rotate(IQEL* source, IQEL** result, int angle, int m
     turn.startX = frame.startX;
     turn.startY = frame.startY;
 
-    SmartPtr<IQELImageDIB> turned = NewImageDIB();
-    if (!turned) return QEL_E_FAIL;
-    if (turned->Create(frame.width, frame.height, from.planes, outBitCount, outModel) < 0) {
-        *result = turned.Detach();  // handed over undrawn
-        return QEL_OK;
+    Destination turned =
+        MakeDestination(ImageShape{frame.width, frame.height, from.planes, outBitCount, outModel},
+                        DestinationRoad::ImageDIB, Writes::SomePixels);
+    if (!turned.image) return QEL_E_FAIL;
+    if (turned.created >= 0) {  // a failed Create is handed over undrawn
+        turned.dib->Fill(GetPixelColor(from.bits, 0, 0, from.width, from.height, from.stride, from.bitCount) |
+                         0xFF000000u);
+        if (const ImageView* canvas = turned.Canvas()) DrawRotated(from, *canvas, turn, method);
     }
-    const ImageView to = ReadImageView(turned.Get());
-    turned->Fill(GetPixelColor(from.bits, 0, 0, from.width, from.height, from.stride, from.bitCount) |
-                 0xFF000000u);
-    if (to.bits != nullptr && to.width == frame.width && to.height == frame.height)
-        DrawRotated(from, to, turn, method);
-    *result = turned.Detach();
+    *result = turned.image.Detach();
     return QEL_OK;
 }
 

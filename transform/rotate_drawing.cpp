@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "image/pixel_kinds.h"
 #include "image/sampling.h"
 #include "image/sampling_kernels.h"
 
@@ -52,55 +53,40 @@ struct PasteCover {
 
 // ---- How a sample is written ----------------------------------------------------
 
-// Rotate: 4 bytes with alpha, 3 bytes, or the red channel as a one-byte grey
-// index. Packed depths and 16 bits, whose pixels are narrower than those
-// steps, go through SetPixelColor.
-template <int kBytes>
+// Rotate: blue, green, red and, into 32 bits, alpha; into fewer than 24 bits
+// the red channel as a grey level (a grey index for grey sources).
+template <class Kind>
 struct RotateWriter {
+    static constexpr bool kDirect = Kind::kBytes != 0;  // the lanes write direct kinds only
     ImageView dest;
     void Write(int x, int y, uint32_t colour) const {
-        unsigned char* pixel = dest.Row(y) + static_cast<ptrdiff_t>(x) * kBytes;
-        if (kBytes == 1) {
-            pixel[0] = static_cast<unsigned char>(RedOf(colour));
-            return;
+        if (Kind::kBytes == 1 || (Kind::kBytes == 0 && dest.bitCount < 24)) {
+            const int grey = RedOf(colour);
+            colour = PackColor(grey, grey, grey, 0);
         }
-        pixel[0] = static_cast<unsigned char>(BlueOf(colour));
-        pixel[1] = static_cast<unsigned char>(GreenOf(colour));
-        pixel[2] = static_cast<unsigned char>(RedOf(colour));
-        if (kBytes == 4) pixel[3] = static_cast<unsigned char>(AlphaOf(colour));
-    }
-};
-template <>
-struct RotateWriter<0> {
-    ImageView dest;
-    void Write(int x, int y, uint32_t colour) const {
-        const int grey = RedOf(colour);
-        SetPixelColor(dest.bits, x, y, dest.width, dest.height, dest.stride, PackColor(grey, grey, grey, 0),
-                      dest.bitCount);
+        Kind::Write(dest, x, y, colour);
     }
 };
 
 // RotatePaste: blends by the sample's alpha (kBlend, sources of 32 bits) or
-// skips the key colour; a 4-byte target takes the sample's alpha.
-template <int kBytes, bool kBlend>
+// skips the key colour; a 32-bit target takes the sample's alpha.
+template <class Kind, bool kBlend>
 struct PasteWriter {
+    static constexpr bool kDirect = Kind::kBytes != 0;
     ImageView target;
     uint32_t keyColour;
     void Write(int x, int y, uint32_t colour) const {
-        unsigned char* pixel = target.Row(y) + static_cast<ptrdiff_t>(x) * kBytes;
-        const int alpha = AlphaOf(colour);
         if (kBlend) {
+            const uint32_t under = Kind::Read(target, x, y);
+            const int alpha = AlphaOf(colour);
             const double a = alpha / 255.0, b = (255 - alpha) / 255.0;
-            pixel[0] = static_cast<unsigned char>(static_cast<int>(BlueOf(colour) * a + pixel[0] * b));
-            pixel[1] = static_cast<unsigned char>(static_cast<int>(GreenOf(colour) * a + pixel[1] * b));
-            pixel[2] = static_cast<unsigned char>(static_cast<int>(RedOf(colour) * a + pixel[2] * b));
-        } else {
-            if ((colour & 0x00FFFFFFu) == keyColour) return;
-            pixel[0] = static_cast<unsigned char>(BlueOf(colour));
-            pixel[1] = static_cast<unsigned char>(GreenOf(colour));
-            pixel[2] = static_cast<unsigned char>(RedOf(colour));
+            colour = PackColor(static_cast<int>(BlueOf(colour) * a + BlueOf(under) * b),
+                               static_cast<int>(GreenOf(colour) * a + GreenOf(under) * b),
+                               static_cast<int>(RedOf(colour) * a + RedOf(under) * b), alpha);
+        } else if ((colour & 0x00FFFFFFu) == keyColour) {
+            return;
         }
-        if (kBytes == 4) pixel[3] = static_cast<unsigned char>(alpha);
+        Kind::Write(target, x, y, colour);
     }
 };
 
@@ -131,7 +117,8 @@ void DrawPixels(const ImageView& source, const TurnMap& turn, const Cover& cover
 
 // Clamped to [0, 255] and truncated, as the sampler finishes a channel sum.
 QEL_AVX2 __m256i ChannelLanes(__m256 sum) {
-    return _mm256_cvttps_epi32(_mm256_min_ps(_mm256_max_ps(sum, _mm256_setzero_ps()), _mm256_set1_ps(255.0f)));
+    return _mm256_cvttps_epi32(
+        _mm256_min_ps(_mm256_max_ps(sum, _mm256_setzero_ps()), _mm256_set1_ps(255.0f)));
 }
 
 inline int32_t LoadWord(const unsigned char* bytes) {
@@ -156,10 +143,11 @@ template <int kSourceBytes>
 QEL_AVX2 void LoadTapRow(const unsigned char* const* rows, __m256i taps[4]) {
     if (kSourceBytes == 1) {
         // The four taps are the four bytes of one word; tap n is byte n.
-        __m256i words = _mm256_setr_epi32(LoadWord(rows[0]), LoadWord(rows[1]), LoadWord(rows[2]),
-                                          LoadWord(rows[3]), LoadWord(rows[4]), LoadWord(rows[5]),
-                                          LoadWord(rows[6]), LoadWord(rows[7]));
-        for (int n = 0; n < 4; ++n) taps[n] = _mm256_and_si256(_mm256_srli_epi32(words, 8 * n), _mm256_set1_epi32(0xFF));
+        __m256i words =
+            _mm256_setr_epi32(LoadWord(rows[0]), LoadWord(rows[1]), LoadWord(rows[2]), LoadWord(rows[3]),
+                              LoadWord(rows[4]), LoadWord(rows[5]), LoadWord(rows[6]), LoadWord(rows[7]));
+        for (int n = 0; n < 4; ++n)
+            taps[n] = _mm256_and_si256(_mm256_srli_epi32(words, 8 * n), _mm256_set1_epi32(0xFF));
         return;
     }
     // Lanes k and k + 4 share a register, one per 128-bit half; a 4x4 transpose
@@ -171,11 +159,13 @@ QEL_AVX2 void LoadTapRow(const unsigned char* const* rows, __m256i taps[4]) {
             _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[k + 4])), 1);
         if (kSourceBytes == 3)  // 3-byte pixels spread to words, the fourth byte 0
             pair[k] = _mm256_shuffle_epi8(
-                pair[k], _mm256_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1, 0, 1, 2, -1, 3,
-                                          4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1));
+                pair[k], _mm256_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1, 0, 1, 2, -1,
+                                          3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1));
     }
-    const __m256i low01 = _mm256_unpacklo_epi32(pair[0], pair[1]), high01 = _mm256_unpackhi_epi32(pair[0], pair[1]);
-    const __m256i low23 = _mm256_unpacklo_epi32(pair[2], pair[3]), high23 = _mm256_unpackhi_epi32(pair[2], pair[3]);
+    const __m256i low01 = _mm256_unpacklo_epi32(pair[0], pair[1]),
+                  high01 = _mm256_unpackhi_epi32(pair[0], pair[1]);
+    const __m256i low23 = _mm256_unpacklo_epi32(pair[2], pair[3]),
+                  high23 = _mm256_unpackhi_epi32(pair[2], pair[3]);
     taps[0] = _mm256_unpacklo_epi64(low01, low23);
     taps[1] = _mm256_unpackhi_epi64(low01, low23);
     taps[2] = _mm256_unpacklo_epi64(high01, high23);
@@ -185,11 +175,10 @@ QEL_AVX2 void LoadTapRow(const unsigned char* const* rows, __m256i taps[4]) {
 // Byte `n` of every word, as floats.
 QEL_AVX2 __m256 ByteOfLanes(__m256i words, int n) {
     const char b = static_cast<char>(n);
-    const __m256i pick = _mm256_setr_epi8(b, -1, -1, -1, static_cast<char>(b + 4), -1, -1, -1,
-                                          static_cast<char>(b + 8), -1, -1, -1, static_cast<char>(b + 12), -1, -1,
-                                          -1, b, -1, -1, -1, static_cast<char>(b + 4), -1, -1, -1,
-                                          static_cast<char>(b + 8), -1, -1, -1, static_cast<char>(b + 12), -1, -1,
-                                          -1);
+    const __m256i pick = _mm256_setr_epi8(
+        b, -1, -1, -1, static_cast<char>(b + 4), -1, -1, -1, static_cast<char>(b + 8), -1, -1, -1,
+        static_cast<char>(b + 12), -1, -1, -1, b, -1, -1, -1, static_cast<char>(b + 4), -1, -1, -1,
+        static_cast<char>(b + 8), -1, -1, -1, static_cast<char>(b + 12), -1, -1, -1);
     return _mm256_cvtepi32_ps(_mm256_shuffle_epi8(words, pick));
 }
 
@@ -206,8 +195,9 @@ QEL_AVX2 __m256i SampleLanes(const ImageView& source, __m256 sx, __m256 sy, __m2
     TapWeights<kMethod>(rowBase, sy, rowWeights);
     const __m256i one = _mm256_set1_epi32(1);
     alignas(32) int32_t offsets[8];
-    const __m256i offset = _mm256_add_epi32(_mm256_mullo_epi32(_mm256_sub_epi32(baseY, one), _mm256_set1_epi32(source.stride)),
-                                            _mm256_mullo_epi32(_mm256_sub_epi32(baseX, one), _mm256_set1_epi32(kSourceBytes)));
+    const __m256i offset =
+        _mm256_add_epi32(_mm256_mullo_epi32(_mm256_sub_epi32(baseY, one), _mm256_set1_epi32(source.stride)),
+                         _mm256_mullo_epi32(_mm256_sub_epi32(baseX, one), _mm256_set1_epi32(kSourceBytes)));
     _mm256_store_si256(reinterpret_cast<__m256i*>(offsets), offset);
     const int firstDirect = __builtin_ctz(static_cast<unsigned>(directLanes));
     const unsigned char* rows[8];
@@ -227,16 +217,19 @@ QEL_AVX2 __m256i SampleLanes(const ImageView& source, __m256 sx, __m256 sy, __m2
             blue = blue + weight * _mm256_cvtepi32_ps(_mm256_and_si256(taps[tap], _mm256_set1_epi32(0xFF)));
             green = green + weight * ByteOfLanes(taps[tap], 1);
             red = red + weight * ByteOfLanes(taps[tap], 2);
-            if (kSourceBytes == 4) alpha = alpha + weight * _mm256_cvtepi32_ps(_mm256_srli_epi32(taps[tap], 24));
+            if (kSourceBytes == 4)
+                alpha = alpha + weight * _mm256_cvtepi32_ps(_mm256_srli_epi32(taps[tap], 24));
         }
     }
     // A grey source reads as (i, i, i) with reserved 0; the sampler leaves alpha 0 there.
     if (kSourceBytes == 1) {
         const __m256i grey = ChannelLanes(blue);
-        return _mm256_or_si256(_mm256_or_si256(grey, _mm256_slli_epi32(grey, 8)), _mm256_slli_epi32(grey, 16));
+        return _mm256_or_si256(_mm256_or_si256(grey, _mm256_slli_epi32(grey, 8)),
+                               _mm256_slli_epi32(grey, 16));
     }
-    __m256i packed = _mm256_or_si256(_mm256_or_si256(ChannelLanes(blue), _mm256_slli_epi32(ChannelLanes(green), 8)),
-                                     _mm256_slli_epi32(ChannelLanes(red), 16));
+    __m256i packed =
+        _mm256_or_si256(_mm256_or_si256(ChannelLanes(blue), _mm256_slli_epi32(ChannelLanes(green), 8)),
+                        _mm256_slli_epi32(ChannelLanes(red), 16));
     if (kSourceBytes == 4) packed = _mm256_or_si256(packed, _mm256_slli_epi32(ChannelLanes(alpha), 24));
     return packed;
 }
@@ -247,15 +240,15 @@ template <class Writer>
 QEL_AVX2 bool StoreEight(const Writer&, int, int, const uint32_t*) {
     return false;
 }
-QEL_AVX2 bool StoreEight(const RotateWriter<4>& writer, int x, int y, const uint32_t* colours) {
+QEL_AVX2 bool StoreEight(const RotateWriter<BgraPixels>& writer, int x, int y, const uint32_t* colours) {
     std::memcpy(writer.dest.Row(y) + static_cast<ptrdiff_t>(x) * 4, colours, 32);
     return true;
 }
-QEL_AVX2 bool StoreEight(const RotateWriter<3>& writer, int x, int y, const uint32_t* colours) {
-    const __m256i packed = _mm256_shuffle_epi8(
-        _mm256_load_si256(reinterpret_cast<const __m256i*>(colours)),
-        _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13,
-                         14, -1, -1, -1, -1));
+QEL_AVX2 bool StoreEight(const RotateWriter<BgrPixels>& writer, int x, int y, const uint32_t* colours) {
+    const __m256i packed =
+        _mm256_shuffle_epi8(_mm256_load_si256(reinterpret_cast<const __m256i*>(colours)),
+                            _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0, 1, 2,
+                                             4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
     alignas(32) unsigned char bytes[32];
     _mm256_store_si256(reinterpret_cast<__m256i*>(bytes), packed);
     unsigned char* out = writer.dest.Row(y) + static_cast<ptrdiff_t>(x) * 3;
@@ -263,15 +256,16 @@ QEL_AVX2 bool StoreEight(const RotateWriter<3>& writer, int x, int y, const uint
     std::memcpy(out + 12, bytes + 16, 12);
     return true;
 }
-QEL_AVX2 bool StoreEight(const RotateWriter<1>& writer, int x, int y, const uint32_t* colours) {
+QEL_AVX2 bool StoreEight(const RotateWriter<GreyPixels>& writer, int x, int y, const uint32_t* colours) {
     unsigned char* out = writer.dest.Row(y) + x;
     for (int lane = 0; lane < 8; ++lane) out[lane] = static_cast<unsigned char>(RedOf(colours[lane]));
     return true;
 }
 
 template <int kMethod, int kSourceBytes, class Cover, class Writer>
-__attribute__((target("avx2"))) void DrawLanes(const ImageView& source, const TurnMap& turn, const Cover& cover,
-                                               const Writer& writer, int width, int height, int method) {
+__attribute__((target("avx2"))) void DrawLanes(const ImageView& source, const TurnMap& turn,
+                                               const Cover& cover, const Writer& writer, int width,
+                                               int height, int method) {
     const InterpolatingSampler sampler(source.bits, source.width, source.height, source.stride, method,
                                        source.bitCount);
     // Bases whose taps (base - 1 to base + 2) lie inside the source and whose
@@ -288,8 +282,8 @@ __attribute__((target("avx2"))) void DrawLanes(const ImageView& source, const Tu
             const __m256i column = _mm256_add_epi32(_mm256_set1_epi32(i0), laneIndex);
             __m256 sx, sy;
             turn.SourceOf(turn.startX + _mm256_cvtepi32_ps(column), turnedY, &sx, &sy);
-            const __m256i covered = _mm256_and_si256((__m256i)cover.Covers(sx, sy),
-                                                     _mm256_cmpgt_epi32(rowEnd, column));
+            const __m256i covered =
+                _mm256_and_si256((__m256i)cover.Covers(sx, sy), _mm256_cmpgt_epi32(rowEnd, column));
             const int coveredLanes = _mm256_movemask_ps(_mm256_castsi256_ps(covered));
             if (coveredLanes == 0) continue;
             // Covered positions are never negative, so truncation gives the sampler's base.
@@ -302,8 +296,9 @@ __attribute__((target("avx2"))) void DrawLanes(const ImageView& source, const Tu
             const int directLanes = _mm256_movemask_ps(_mm256_castsi256_ps(inside));
             alignas(32) uint32_t colours[8];
             if (directLanes != 0)
-                _mm256_store_si256(reinterpret_cast<__m256i*>(colours),
-                                   SampleLanes<kMethod, kSourceBytes>(source, sx, sy, baseX, baseY, directLanes));
+                _mm256_store_si256(
+                    reinterpret_cast<__m256i*>(colours),
+                    SampleLanes<kMethod, kSourceBytes>(source, sx, sy, baseX, baseY, directLanes));
             alignas(32) float xs[8], ys[8];
             if (directLanes != coveredLanes) {
                 _mm256_store_ps(xs, sx);
@@ -312,8 +307,9 @@ __attribute__((target("avx2"))) void DrawLanes(const ImageView& source, const Tu
             if (directLanes == 0xFF && StoreEight(writer, i0, j, colours)) continue;
             for (int lane = 0; lane < 8; ++lane) {
                 if ((coveredLanes >> lane & 1) == 0) continue;
-                writer.Write(i0 + lane, j,
-                             (directLanes >> lane & 1) != 0 ? colours[lane] : sampler.Sample(xs[lane], ys[lane]));
+                writer.Write(
+                    i0 + lane, j,
+                    (directLanes >> lane & 1) != 0 ? colours[lane] : sampler.Sample(xs[lane], ys[lane]));
             }
         }
     }
@@ -342,18 +338,22 @@ LaneDrawer<Cover, Writer> LaneDrawerForMethod(int method) {
 }
 
 bool LanesCanRead(const ImageView& source) {
-    const int64_t reach = (int64_t{source.height} + 1) * std::llabs(source.stride) + int64_t{source.width} * 4;
+    const int64_t reach =
+        (int64_t{source.height} + 1) * std::llabs(source.stride) + int64_t{source.width} * 4;
     return source.bits != nullptr && reach < int64_t{1} << 31;
 }
 
 // Draws with the vector lanes where this call allows them, else pixel by pixel.
 template <int kSourceBytes, class Cover, class Writer>
-void DrawFrom(const ImageView& source, const TurnMap& turn, const Cover& cover, const Writer& writer, int width,
-              int height, int method, SimdTier widest) {
-    if (SimdRuns(SimdTier::Avx2, widest) && LanesCanRead(source)) {
-        if (const LaneDrawer<Cover, Writer> draw = LaneDrawerForMethod<kSourceBytes, Cover, Writer>(method)) {
-            draw(source, turn, cover, writer, width, height, method);
-            return;
+void DrawFrom(const ImageView& source, const TurnMap& turn, const Cover& cover, const Writer& writer,
+              int width, int height, int method, SimdTier widest) {
+    if constexpr (Writer::kDirect) {
+        if (SimdRuns(SimdTier::Avx2, widest) && LanesCanRead(source)) {
+            if (const LaneDrawer<Cover, Writer> draw =
+                    LaneDrawerForMethod<kSourceBytes, Cover, Writer>(method)) {
+                draw(source, turn, cover, writer, width, height, method);
+                return;
+            }
         }
     }
     DrawPixels(source, turn, cover, writer, width, height, method);
@@ -375,14 +375,14 @@ void Draw(const ImageView& source, const TurnMap& turn, const Cover& cover, cons
     }
 }
 
-template <int kBytes>
+template <class Kind>
 void PasteInto(const ImageView& source, const ImageView& target, const TurnMap& turn, int width, int height,
                int method, uint32_t keyColour, SimdTier widest) {
     const PasteCover cover(source);
     if (source.bitCount > 24)
-        Draw(source, turn, cover, PasteWriter<kBytes, true>{target, keyColour}, width, height, method, widest);
+        Draw(source, turn, cover, PasteWriter<Kind, true>{target, keyColour}, width, height, method, widest);
     else
-        Draw(source, turn, cover, PasteWriter<kBytes, false>{target, keyColour}, width, height, method, widest);
+        Draw(source, turn, cover, PasteWriter<Kind, false>{target, keyColour}, width, height, method, widest);
 }
 
 }  // namespace
@@ -411,21 +411,17 @@ TurnedFrame TurnRectangle(int width, int height, float cosine, float sine) {
 void DrawRotated(const ImageView& source, const ImageView& dest, const TurnMap& turn, int method,
                  SimdTier widest) {
     const RotateCover cover(source);
-    if (dest.bitCount == 32)
-        Draw(source, turn, cover, RotateWriter<4>{dest}, dest.width, dest.height, method, widest);
-    else if (dest.bitCount >= 24)
-        Draw(source, turn, cover, RotateWriter<3>{dest}, dest.width, dest.height, method, widest);
-    else if (dest.bitCount == 8)
-        Draw(source, turn, cover, RotateWriter<1>{dest}, dest.width, dest.height, method, widest);
-    else
-        DrawPixels(source, turn, cover, RotateWriter<0>{dest}, dest.width, dest.height, method);
+    WithPixelKind(dest, true, [&](auto kind) {
+        using Kind = decltype(kind);
+        Draw(source, turn, cover, RotateWriter<Kind>{dest}, dest.width, dest.height, method, widest);
+    });
 }
 
 void PasteRotated(const ImageView& source, const ImageView& target, const TurnMap& turn, int frameWidth,
                   int frameHeight, int method, uint32_t keyColour, SimdTier widest) {
     const int width = std::min(target.width, frameWidth), height = std::min(target.height, frameHeight);
     if (target.bitCount == 32)
-        PasteInto<4>(source, target, turn, width, height, method, keyColour, widest);
+        PasteInto<BgraPixels>(source, target, turn, width, height, method, keyColour, widest);
     else
-        PasteInto<3>(source, target, turn, width, height, method, keyColour, widest);
+        PasteInto<BgrPixels>(source, target, turn, width, height, method, keyColour, widest);
 }
