@@ -30,6 +30,8 @@ int PixelSpan(float span) { return span >= 0.0f && span < 2147483520.0f ? static
 // For one position (float) or a vector of them (a lane mask).
 
 // Rotate leaves a margin of about four pixels along every source edge unsampled.
+// Positions are never NaN here (cosine and sine of whole degrees are finite),
+// so "inside both bounds" is the same as "not at or beyond either".
 struct RotateCover {
     float lastX, lastY;
     explicit RotateCover(const ImageView& source)
