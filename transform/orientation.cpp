@@ -130,27 +130,94 @@ void QuarterTurnSource(int x, int y, int sourceWidth, int sourceHeight, int* sx,
     }
 }
 
+// 8 x 8 bytes or 4 x 4 words transposed in registers: out[k] holds word or
+// byte k of every row in[0..n-1], in row order.
+void TransposeBytes8(const __m128i in[8], __m128i out[4]) {
+    const __m128i a0 = _mm_unpacklo_epi8(in[0], in[1]), a1 = _mm_unpacklo_epi8(in[2], in[3]);
+    const __m128i a2 = _mm_unpacklo_epi8(in[4], in[5]), a3 = _mm_unpacklo_epi8(in[6], in[7]);
+    const __m128i b0 = _mm_unpacklo_epi16(a0, a1), b1 = _mm_unpackhi_epi16(a0, a1);
+    const __m128i b2 = _mm_unpacklo_epi16(a2, a3), b3 = _mm_unpackhi_epi16(a2, a3);
+    out[0] = _mm_unpacklo_epi32(b0, b2);  // columns 0 and 1, 8 bytes each
+    out[1] = _mm_unpackhi_epi32(b0, b2);  // 2 and 3
+    out[2] = _mm_unpacklo_epi32(b1, b3);  // 4 and 5
+    out[3] = _mm_unpackhi_epi32(b1, b3);  // 6 and 7
+}
+
+// One block of a quarter turn by 90 or 270 degrees whose destination starts
+// at (x, y): 8 x 8 pixels of one byte or 4 x 4 of four.
+template <int kBytes, int kAngle>
+void TurnBlock(const ImageView& source, ptrdiff_t sourceStep, unsigned char* destBits, ptrdiff_t destStep,
+               int x, int y) {
+    constexpr int kSide = kBytes == 1 ? 8 : 4;
+    // Destination column x + c comes from one source row; its kSide pixels
+    // start at column y (90) or end at column width - 1 - y (270).
+    const unsigned char* rows[kSide];
+    for (int c = 0; c < kSide; ++c) {
+        const int row = kAngle == 90 ? source.height - 1 - x - c : x + c;
+        const int column = kAngle == 90 ? y : source.width - kSide - y;
+        rows[c] = source.bits + sourceStep * row + static_cast<ptrdiff_t>(column) * kBytes;
+    }
+    // Transposed row k holds source column k of the block; at 270 the order is reversed.
+    auto destRow = [&](int k) {
+        return destBits + destStep * (y + (kAngle == 90 ? k : kSide - 1 - k)) +
+               static_cast<ptrdiff_t>(x) * kBytes;
+    };
+    if (kBytes == 1) {
+        __m128i in[8], out[4];
+        for (int c = 0; c < 8; ++c) in[c] = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(rows[c]));
+        TransposeBytes8(in, out);
+        for (int k = 0; k < 4; ++k) {
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(destRow(2 * k)), out[k]);
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(destRow(2 * k + 1)),
+                             _mm_unpackhi_epi64(out[k], out[k]));
+        }
+    } else {
+        __m128i in[4];
+        for (int c = 0; c < 4; ++c) in[c] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[c]));
+        const __m128i t0 = _mm_unpacklo_epi32(in[0], in[1]), t1 = _mm_unpacklo_epi32(in[2], in[3]);
+        const __m128i t2 = _mm_unpackhi_epi32(in[0], in[1]), t3 = _mm_unpackhi_epi32(in[2], in[3]);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(destRow(0)), _mm_unpacklo_epi64(t0, t1));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(destRow(1)), _mm_unpackhi_epi64(t0, t1));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(destRow(2)), _mm_unpacklo_epi64(t2, t3));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(destRow(3)), _mm_unpackhi_epi64(t2, t3));
+    }
+}
+
 // Moves whole pixels of one plane (kBytes 0: runs of `pixelBytes`), in square
 // tiles so that the rows a quarter turn reads down stay in the cache. 4-byte
 // pixels are addressed in 32-bit words, both strides converted to words by
-// signed division.
+// signed division. Turns by 90 and 270 of 1- and 4-byte pixels move whole
+// blocks by register transposes (`blocks`); the pixel loop does the rest and
+// is the reference.
 template <int kBytes, int kAngle, bool kShiftLeft>
-void TurnPlane(const ImageView& source, const ImageView& dest, int pixelBytes) {
+void TurnPlane(const ImageView& source, const ImageView& dest, int pixelBytes, bool blocks) {
     const ptrdiff_t sourceStep = kBytes == 4 ? static_cast<ptrdiff_t>(source.stride / 4) * 4 : source.stride;
     const ptrdiff_t destStep = kBytes == 4 ? static_cast<ptrdiff_t>(dest.stride / 4) * 4 : dest.stride;
     // The lowest address of the source's rows: bytes before it are not the image's.
     const unsigned char* blockStart =
         sourceStep >= 0 ? source.bits : source.bits + sourceStep * (source.height - 1);
     const size_t size = kBytes > 0 ? static_cast<size_t>(kBytes) : static_cast<size_t>(pixelBytes);
+    constexpr bool kHasBlocks = kAngle != 180 && (kBytes == 1 || kBytes == 4);
+    constexpr int kSide = kBytes == 1 ? 8 : 4;
     constexpr int kTile = 32;
     for (int y0 = 0; y0 < dest.height; y0 += kTile) {
         const int yEnd = std::min(y0 + kTile, dest.height);
         for (int x0 = 0; x0 < dest.width; x0 += kTile) {
             const int xEnd = std::min(x0 + kTile, dest.width);
+            // Whole blocks first, then the pixels they leave on the right and below.
+            int yBlocks = y0, xBlocks = x0;
+            if (kHasBlocks && blocks) {
+                yBlocks = y0 + (yEnd - y0) / kSide * kSide;
+                xBlocks = x0 + (xEnd - x0) / kSide * kSide;
+                for (int y = y0; y < yBlocks; y += kSide)
+                    for (int x = x0; x < xBlocks; x += kSide)
+                        TurnBlock<kBytes, kAngle>(source, sourceStep, dest.bits, destStep, x, y);
+            }
             for (int y = y0; y < yEnd; ++y) {
+                const int xStart = y < yBlocks ? xBlocks : x0;
                 unsigned char* to =
-                    dest.bits + destStep * y + static_cast<ptrdiff_t>(x0) * static_cast<ptrdiff_t>(size);
-                for (int x = x0; x < xEnd; ++x, to += size) {
+                    dest.bits + destStep * y + static_cast<ptrdiff_t>(xStart) * static_cast<ptrdiff_t>(size);
+                for (int x = xStart; x < xEnd; ++x, to += size) {
                     int sx = 0, sy = 0;
                     QuarterTurnSource<kAngle, kShiftLeft>(x, y, source.width, source.height, &sx, &sy);
                     const unsigned char* from = source.bits + sourceStep * sy +
@@ -165,14 +232,15 @@ void TurnPlane(const ImageView& source, const ImageView& dest, int pixelBytes) {
 
 template <int kBytes>
 void TurnPlaneBy(int angle, const ImageView& source, const ImageView& dest, int pixelBytes) {
+    const bool blocks = SimdRuns(SimdTier::Sse2);
     if (angle == 90)
-        TurnPlane<kBytes, 90, false>(source, dest, pixelBytes);
+        TurnPlane<kBytes, 90, false>(source, dest, pixelBytes, blocks);
     else if (angle == 270)
-        TurnPlane<kBytes, 270, false>(source, dest, pixelBytes);
+        TurnPlane<kBytes, 270, false>(source, dest, pixelBytes, blocks);
     else if (kBytes == 1 || kBytes == 4)
-        TurnPlane<kBytes, 180, false>(source, dest, pixelBytes);
+        TurnPlane<kBytes, 180, false>(source, dest, pixelBytes, blocks);
     else
-        TurnPlane<kBytes, 180, true>(source, dest, pixelBytes);
+        TurnPlane<kBytes, 180, true>(source, dest, pixelBytes, blocks);
 }
 
 // One plane of a quarter turn by 90, 180 or 270 degrees; `dest` has the turned size.
