@@ -6,6 +6,7 @@
 #include <cstddef>
 
 #include "image/pixel.h"
+#include "image/sampling_kernels.h"
 
 namespace {
 
@@ -27,29 +28,7 @@ int BaseOf(float value) {
     return value < 0.0f ? truncated - 1 : truncated;
 }
 
-// ---- The 4x4 kernels, K(t) in single precision unless noted ----
-
-float CubedIfPositive(float u) { return u > 0.0f ? u * u * u : 0.0f; }
-
-float CubicBSpline(float t) {  // method 2
-    if (t > 2.0f) return 0.0f;
-    return 0.16666667f * (CubedIfPositive(t + 2.0f) - 4.0f * CubedIfPositive(t + 1.0f) +
-                          6.0f * CubedIfPositive(t) - 4.0f * CubedIfPositive(t - 1.0f));
-}
-
-float CubicConvolution(float t) {  // method 3, a = -1
-    const float a = std::fabs(t);
-    if (a < 1.0f) return 1.0f - 2.0f * t * t + a * a * a;
-    if (a < 2.0f) return 4.0f - 8.0f * a + 5.0f * t * t - a * a * a;
-    return 0.0f;
-}
-
-float CatmullRomAbsolute(float t) {  // method 4
-    const float a = std::fabs(t);
-    if (a < 1.0f) return 1.5f * a * a * a - 2.5f * t * t + 1.0f;
-    if (a < 2.0f) return -0.5f * a * a * a + 2.5f * t * t - 4.0f * a + 2.0f;
-    return 0.0f;
-}
+// ---- The 4x4 kernels, K(t) in single precision unless noted (2 to 4 in image/sampling_kernels.h) ----
 
 float Box(float t) { return t >= -0.5f && t < 0.5f ? 1.0f : 0.0f; }  // method 6
 
@@ -107,11 +86,13 @@ float CatmullRomSigned(float t) {  // method 15
 
 // Indexed by method number; null where the method is not a 4x4 kernel.
 using KernelFunction = float (*)(float);
+// clang-format off
 constexpr KernelFunction kFourByFourKernels[16] = {
-    nullptr,         nullptr, CubicBSpline, CubicConvolution, CatmullRomAbsolute,
-    nullptr,         Box,     Hermite,      DampedHermite,    Sinc,
-    CosineSum,       Jinc,    Gaussian,     QuadraticBSpline, Mitchell,
+    nullptr,   nullptr, CubicBSpline<float>, CubicConvolution<float>, CatmullRomAbsolute<float>,
+    nullptr,   Box,     Hermite,             DampedHermite,           Sinc,
+    CosineSum, Jinc,    Gaussian,            QuadraticBSpline,        Mitchell,
     CatmullRomSigned};
+// clang-format on
 
 // Lanczos window of radius 6 (method 5).
 float WindowedSinc(float t) {
@@ -188,7 +169,12 @@ float KernelBessel_Order1(float x) {
 
 InterpolatingSampler::InterpolatingSampler(unsigned char* bits, int width, int height, int stride, int method,
                                            int bpp)
-    : bits_(bits), width_(width), height_(height), stride_(stride), method_(method), bpp_(bpp) {
+    : method_(method) {
+    source_.bits = bits;
+    source_.width = width;
+    source_.height = height;
+    source_.stride = stride;
+    source_.bitCount = bpp;
     if (method == 5) {
         kernel_ = Kernel::WindowedSinc;
         if (bpp >= 24) fastBlock_ = bpp == 32 ? &FastBlock<4, 12> : &FastBlock<3, 12>;
@@ -213,9 +199,10 @@ void InterpolatingSampler::ComputeAxis(float position, SampleAxis* axis) const {
 uint32_t InterpolatingSampler::Sample(float x, float y) const {
     if (kernel_ == Kernel::None) {
         if (method_ == 0)
-            return GetPixelColor(bits_, TruncateToInt(x + 0.5f), TruncateToInt(y + 0.5f), width_, height_,
-                                 stride_, bpp_);
-        return GetBilinearColor(bits_, TruncateToInt(x), TruncateToInt(y), width_, height_, stride_, bpp_);
+            return GetPixelColor(source_.bits, TruncateToInt(x + 0.5f), TruncateToInt(y + 0.5f),
+                                 source_.width, source_.height, source_.stride, source_.bitCount);
+        return GetBilinearColor(source_.bits, TruncateToInt(x), TruncateToInt(y), source_.width,
+                                source_.height, source_.stride, source_.bitCount);
     }
     SampleAxis column, row;
     ComputeAxis(x, &column);
@@ -227,21 +214,19 @@ uint32_t InterpolatingSampler::Sample(const SampleAxis& column, const SampleAxis
     const int fx = column.base, fy = row.base;
     if (kernel_ == Kernel::WindowedSinc) {
         // The window reaches 6 taps back but the bound above is 4: kept as it is.
-        if (fx < -6 || fx - 4 > width_ || fy < -6 || fy - 4 > height_) return Outside();
-        if (fastBlock_ != nullptr && width_ > fx + 6 && fx > 4 && fy + 6 < height_ && fy >= 5)
+        if (fx < -6 || fx - 4 > source_.width || fy < -6 || fy - 4 > source_.height) return Outside();
+        if (fastBlock_ != nullptr && source_.width > fx + 6 && fx > 4 && fy + 6 < source_.height && fy >= 5)
             return fastBlock_(*this, column, row);
         return SlowBlock<12, true>(column, row);
     }
-    if (fx < -2 || fx > width_ || fy < -2 || fy > height_) return Outside();
-    if (fastBlock_ != nullptr && fx + 2 < width_ && fx > 0 && fy + 2 < height_ && fy >= 1)
+    if (fx < -2 || fx > source_.width || fy < -2 || fy > source_.height) return Outside();
+    if (fastBlock_ != nullptr && fx + 2 < source_.width && fx > 0 && fy + 2 < source_.height && fy >= 1)
         return fastBlock_(*this, column, row);
     // The 4x4 border path leaves alpha out, unlike the interior path.
     return SlowBlock<4, false>(column, row);
 }
 
-uint32_t InterpolatingSampler::Outside() const {
-    return GetPixelColor(bits_, -999, -999, width_, height_, stride_, bpp_);
-}
+uint32_t InterpolatingSampler::Outside() const { return OutsideColour(source_); }
 
 template <int kTaps, bool kWithAlpha>
 uint32_t InterpolatingSampler::SlowBlock(const SampleAxis& column, const SampleAxis& row) const {
@@ -250,8 +235,8 @@ uint32_t InterpolatingSampler::SlowBlock(const SampleAxis& column, const SampleA
     for (int j = 0; j < kTaps; ++j) {
         const int y = row.base - kBack + j;
         for (int i = 0; i < kTaps; ++i) {
-            const uint32_t colour =
-                GetPixelColor(bits_, column.base - kBack + i, y, width_, height_, stride_, bpp_);
+            const uint32_t colour = GetPixelColor(source_.bits, column.base - kBack + i, y, source_.width,
+                                                  source_.height, source_.stride, source_.bitCount);
             const float weight = row.weights[j] * column.weights[i];
             blue += weight * static_cast<float>(BlueOf(colour));
             green += weight * static_cast<float>(GreenOf(colour));
@@ -266,11 +251,11 @@ template <int kBytes, int kTaps>
 uint32_t InterpolatingSampler::FastBlock(const InterpolatingSampler& self, const SampleAxis& column,
                                          const SampleAxis& row) {
     constexpr int kBack = kTaps == 4 ? 1 : 5;
-    const unsigned char* first = RowAt(self.bits_, row.base - kBack, self.stride_) +
+    const unsigned char* first = RowAt(self.source_.bits, row.base - kBack, self.source_.stride) +
                                  static_cast<ptrdiff_t>(column.base - kBack) * kBytes;
     float blue = 0.0f, green = 0.0f, red = 0.0f, alpha = 0.0f;
     for (int j = 0; j < kTaps; ++j) {
-        const unsigned char* pixel = first + static_cast<ptrdiff_t>(j) * self.stride_;
+        const unsigned char* pixel = first + static_cast<ptrdiff_t>(j) * self.source_.stride;
         const float rowWeight = row.weights[j];
         for (int i = 0; i < kTaps; ++i, pixel += kBytes) {
             const float weight = column.weights[i] * rowWeight;

@@ -11,6 +11,8 @@
 
 #include <cstdint>
 
+#include "image/image_view.h"
+
 // Colour at (x, y); pixel (i, j) sits at integer coordinates (i, j).
 uint32_t GetPixelColorInterpolated(unsigned char* bits, float x, float y, int width, int height, int stride,
                                    int method, int bpp);
@@ -56,8 +58,8 @@ private:
     static uint32_t FastBlock(const InterpolatingSampler& self, const SampleAxis& column,
                               const SampleAxis& row);
 
-    unsigned char* bits_;
-    int width_, height_, stride_, method_, bpp_;
+    ImageView source_;  // the buffer sampled, as a view
+    int method_;
     Kernel kernel_ = Kernel::None;
     KernelFn kernelFn_ = nullptr;
     BlockFn fastBlock_ = nullptr;  // interior reader of 24- and 32-bit buffers, else null

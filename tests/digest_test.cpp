@@ -94,6 +94,9 @@ TEST(OperationDigests, Orientation) {
         {"Mirror", [t](IQEL* s, IQEL** r) { return t->Mirror(s, r); }, {0xc2856be9b59e3427ull, 0xb2da50bed0e74031ull, 0xc6dc4043ed2a446full, 0x2f71bdc4e187e718ull, 0x63a2cf16ffa75928ull, 0x42c11bff76ff0772ull}},
         {"FlipBits", [t](IQEL* s, IQEL**) { return t->FlipBits(s); }, {0xd0209a061629e35cull, 0x8209392df7d66a24ull, 0x48bfa1957e4681e4ull, 0xe0e6d2c8a7f8a981ull, 0x758e5f1feed2257full, 0x6f33e1231896612bull}},
         {"FlipImageAndBits", [t](IQEL* s, IQEL**) { return t->FlipImageAndBits(s); }, {0xd0209a061629e35cull, 0x8209392df7d66a24ull, 0x48bfa1957e4681e4ull, 0xe0e6d2c8a7f8a981ull, 0x880af429adb27dadull, 0x5260fb8bbe9f37daull}},
+        {"Rotate90", [t](IQEL* s, IQEL** r) { return t->Rotate(s, r, 90, 0, 0, 0); }, {0xa24dabaff4750e10ull, 0x0000fafe89e671f6ull, 0xa3643e457ae3861dull, 0x00dc9e94c8195d1cull, 0x41055cd9f53f7482ull, 0x2bfdc7e8727befecull}},
+        {"Rotate180", [t](IQEL* s, IQEL** r) { return t->Rotate(s, r, 180, 0, 0, 0); }, {0xc2856be9b59e3427ull, 0xb2da50bed0e74031ull, 0x8ace27e51496ee46ull, 0xb6ae9b0edad9ac56ull, 0xbea8422799dc5b82ull, 0xa918dc22c2db24a0ull}},
+        {"Rotate270", [t](IQEL* s, IQEL** r) { return t->Rotate(s, r, -90, 0, 0, 0); }, {0xa24dabaff4750e10ull, 0x0000fafe89e671f6ull, 0x91dac47af3dbbc85ull, 0x49c676120d2cc33dull, 0x439945811c578287ull, 0xa331ec3e31091045ull}},
     });
     // clang-format on
 }

@@ -19,7 +19,7 @@
 #include "transform/circle_kernel.h"
 #include "transform/kernel_grid.h"
 #include "transform/skew_quad.h"
-#include "transform/turn_drawing.h"
+#include "transform/rotate_drawing.h"
 #include "transform/warp_kernels.h"
 
 namespace {
@@ -570,31 +570,66 @@ TEST(TransformPaths, KernelGridLanesGiveTheScalarBytes) {
 
 // Turns about the centre as Rotate keeps the size, frames larger and smaller
 // than the source, partial groups of eight, images barely wider than the
-// margin, and hard edges; into the source's depth and into 32 bits.
-TEST(TransformPaths, TurnDrawingLanesGiveTheScalarBytes) {
+// margin, and hard edges; from grey, 24- and 32-bit sources into the source's
+// depth and into 32 bits.
+TEST(TransformPaths, RotateLanesGiveTheScalarBytes) {
     QEL_NEEDS_TIER(SimdTier::Avx2);
     const int cases[][6] = {{37, 29, 37, 29, 30, 1}, {40, 40, 57, 57, 45, 0},  {13, 31, 31, 13, -75, 1},
                             {9, 9, 9, 9, 10, 1},     {64, 21, 70, 50, 137, 0}, {23, 50, 23, 50, 200, 1},
                             {8, 8, 12, 12, 3, 1},    {51, 17, 19, 41, -33, 0}, {33, 27, 33, 27, 21, 1}};
     uint32_t seed = 1;
-    for (int bpp : {24, 32})
+    for (int bpp : {8, 24, 32})
         for (const auto& c : cases) {
             Owned src =
                 c[0] == 33 ? HardEdges(33, 27, bpp) : Random(c[0], c[1], bpp, seed, seed % 3, seed % 2);
             ++seed;
             const float theta = -static_cast<float>(c[4]) * 1.5707964f / 90.0f;
-            TurnGeometry turn;
-            turn.k = static_cast<float>(std::cos(static_cast<double>(theta)));
-            turn.s = static_cast<float>(std::sin(static_cast<double>(theta)));
-            turn.aboutCentre = c[5] != 0;
-            turn.startX = (turn.aboutCentre ? 0.0f : 3.25f) - static_cast<float>(c[2]) * 0.5f;
-            turn.startY = turn.aboutCentre ? -static_cast<float>(c[3]) * 0.5f : 1.5f;
+            TurnMap turn;
+            turn.cosine = static_cast<float>(std::cos(static_cast<double>(theta)));
+            turn.sine = static_cast<float>(std::sin(static_cast<double>(theta)));
+            const bool aboutCentre = c[5] != 0;
+            turn.startX = (aboutCentre ? 0.0f : 3.25f) - static_cast<float>(c[2]) * 0.5f;
+            turn.startY = aboutCentre ? -static_cast<float>(c[3]) * 0.5f : 1.5f;
+            turn.shiftX = aboutCentre ? static_cast<float>(c[2]) * 0.5f : 0.0f;
+            turn.shiftY = aboutCentre ? static_cast<float>(c[3]) * 0.5f : 0.0f;
             for (int destBpp : {bpp, 32})
                 for (int method = 0; method <= 15; ++method)
                     ExpectPathsAgree("turn " + std::to_string(c[4]) + " method " + std::to_string(method),
                                      c[2], c[3], destBpp, QEL_MODEL_BGR, {SimdTier::Scalar, SimdTier::Avx2},
                                      [&](const ImageView& d, SimdTier lanes) {
-                                         DrawTurned(ReadImageView(src.Get()), d, turn, method, lanes);
+                                         DrawRotated(ReadImageView(src.Get()), d, turn, method, lanes);
+                                     });
+        }
+}
+
+// Pastes reach the source's edges, where the lanes hand pixels back to the
+// sampler: whole frames and frames cropped by the target, a key colour that
+// occurs (white on the hard edges, a grey level of the random images) and
+// blending by random alpha, onto 24- and 32-bit targets.
+TEST(TransformPaths, PasteLanesGiveTheScalarBytes) {
+    QEL_NEEDS_TIER(SimdTier::Avx2);
+    const int cases[][5] = {{37, 29, 60, 50, 30}, {40, 40, 30, 70, -45}, {9, 9, 20, 20, 10},
+                            {64, 21, 70, 60, 137}, {6, 5, 9, 9, 200},   {33, 27, 50, 50, 21}};
+    uint32_t seed = 5;
+    for (int bpp : {8, 24, 32})
+        for (const auto& c : cases) {
+            Owned src = c[0] == 33 ? HardEdges(33, 27, bpp) : Random(c[0], c[1], bpp, seed, seed % 3, seed % 2);
+            ++seed;
+            const double angle = c[4] * 0.017453292519943295;
+            TurnMap turn;
+            turn.cosine = static_cast<float>(std::cos(angle));
+            turn.sine = static_cast<float>(std::sin(angle));
+            const TurnedFrame frame = TurnRectangle(c[0], c[1], turn.cosine, turn.sine);
+            turn.startX = frame.startX;
+            turn.startY = frame.startY;
+            const uint32_t key = c[0] == 33 ? 0xFFFFFFu : bpp == 8 ? 0x808080u : 0x123456u;
+            for (int targetBpp : {24, 32})
+                for (int method = 1; method <= 5; ++method)
+                    ExpectPathsAgree("paste " + std::to_string(c[4]) + " method " + std::to_string(method),
+                                     c[2], c[3], targetBpp, QEL_MODEL_BGR, {SimdTier::Scalar, SimdTier::Avx2},
+                                     [&](const ImageView& t, SimdTier lanes) {
+                                         PasteRotated(ReadImageView(src.Get()), t, turn, frame.width,
+                                                      frame.height, method, key, lanes);
                                      });
         }
 }
@@ -637,15 +672,17 @@ TEST(TransformPaths, HalvingRowsGiveTheScalarBytes) {
     EXPECT_FALSE(BlocksFollowEachOther(skipping, 3, 3));
 }
 
-// 24-bit Mirror stores four pixels a step, past the step: every width 1-40.
+// Mirror steps 16 grey, 4 (storing past the step) 24-bit and 4 32-bit pixels
+// at a time: every width 1-40.
 TEST(TransformPaths, MirrorRowsOfEveryWidth) {
+    for (int bpp : {8, 24, 32})
     for (int width = 1; width <= 40; ++width) {
-        Owned src = Random(width, 1 + width % 3, 24, width, width % 4, width % 2);
+        Owned src = Random(width, 1 + width % 3, bpp, width, width % 4, width % 2);
         SmartPtr<IQEL> mirrored;
         ASSERT_EQ(Transform()->Mirror(src.Get(), mirrored.Out()), QEL_OK);
         for (int y = 0; y < 1 + width % 3; ++y)
             for (int x = 0; x < width; ++x)
-                ASSERT_EQ(ColourAt(mirrored.Get(), x, y), ColourAt(src.Get(), width - 1 - x, y)) << width;
+                ASSERT_EQ(ColourAt(mirrored.Get(), x, y), ColourAt(src.Get(), width - 1 - x, y)) << bpp << " " << width;
         EXPECT_TRUE(src->GuardsIntact());
     }
 }

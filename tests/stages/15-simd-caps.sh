@@ -4,7 +4,8 @@
 # provide, or when the module reports another tier than expected.
 #
 # Emulated AVX2 stays out: qemu-x86_64 7.2 gathers wrongly with a vector index
-# in ymm4 (see transform/turn_drawing.cpp), so Haswell-class models are not used.
+# in ymm4 (it reads every lane at the base), and the filters' AVX2 steps gather,
+# so Haswell-class models are not used.
 tiers=(scalar sse2 ssse3 avx2 avx512)
 rank() { local n; for n in "${!tiers[@]}"; do [[ "${tiers[$n]}" == "$1" ]] && echo "$n" && return; done; echo -1; }
 
