@@ -309,6 +309,19 @@ TEST(FilterPaths, NeighbourhoodVectorStepsAndBorders) {
             }
 }
 
+// Medians of 3 and 5 on rows around the 64-lane steps and the 16-pixel copies:
+// one step and a partial one, rows ending just past a step, ties everywhere.
+TEST(FilterPaths, SmallMediansAroundTheWidestSteps) {
+    std::mt19937 random(31);
+    for (int bpp : {8, 24, 32})
+        for (int width : {63, 64, 65, 83, 130})
+            for (int height : {3, 6})
+                for (unsigned char keep : {0xFF, 0xC3}) {
+                    Owned src = Random(width, height, bpp, random(), width % 4, height == 6, keep);
+                    ExpectNeighbourhoods(src.Get(), {3, 5}, kMedian);
+                }
+}
+
 TEST(FilterPaths, SizesFarBeyondTheImageReadOnlyInside) {
     Owned src = Random(5, 4, 24, 2, 1, false);
     Owned out(BufferImage::Make(5, 4, 24, QEL_MODEL_BGR, 1));
