@@ -386,6 +386,7 @@ struct CopyByteTables {
     unsigned char byte[64] = {};
     unsigned char columnBytes[64] = {};
     unsigned char rowOf[64] = {};
+    unsigned char pickOf[64] = {};  // column bytes, bit 6 for odd rows, bit 7 for rows from 2
     constexpr CopyByteTables() {
         for (int j = 0; j < 64; ++j) {
             pixelOf[j] = static_cast<unsigned char>(j < 16 * kBytes ? j / kBytes : 0);
@@ -394,6 +395,7 @@ struct CopyByteTables {
         for (int v = 0; v < kSize * kSize; ++v) {
             columnBytes[v] = static_cast<unsigned char>(v / kSize * kBytes);
             rowOf[v] = static_cast<unsigned char>(v % kSize);
+            pickOf[v] = static_cast<unsigned char>(columnBytes[v] | (v % kSize & 1) << 6 | (v % kSize >> 1) << 7);
         }
     }
 };
@@ -417,6 +419,7 @@ __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int CopyChoicesAvx512(con
     const __m512i byte = _mm512_loadu_si512(kTables.byte);
     const __m512i columnBytes = _mm512_loadu_si512(kTables.columnBytes);
     const __m512i rowOf = _mm512_loadu_si512(kTables.rowOf);
+    const __m512i pickOf = _mm512_loadu_si512(kTables.pickOf);
     const __m512i beyondFirst = _mm512_set1_epi8(63);
     const __m512i intoSecond = _mm512_set1_epi8(static_cast<char>(64 - kSecond));
     for (; x + 16 <= end && static_cast<size_t>(x - kHalf) * kBytes + 64 <= rowBytes; x += 16) {
@@ -427,11 +430,20 @@ __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int CopyChoicesAvx512(con
         // Bytes from 64 on come from the second load (bit 6 of the index picks it).
         if (kSecond > 0)
             index = _mm512_mask_add_epi8(index, _mm512_cmpgt_epu8_mask(index, beyondFirst), index, intoSecond);
-        const __m512i rowOfByte = _mm512_permutexvar_epi8(chosenOfByte, rowOf);
         const ptrdiff_t from = static_cast<ptrdiff_t>(x - kHalf) * kBytes;
         __m512i result = _mm512_setzero_si512();
+        if (kSize == 3 && kSecond == 0) {
+            // Rows 0 and 1 by one two-table permute (bit 6 of the pick chooses),
+            // row 2 by a permute masked to the bytes with bit 7.
+            const __m512i pick = _mm512_add_epi8(byte, _mm512_permutexvar_epi8(chosenOfByte, pickOf));
+            const __m512i upper = _mm512_permutex2var_epi8(_mm512_loadu_si512(rows[0] + from), pick,
+                                                           _mm512_loadu_si512(rows[1] + from));
+            result = _mm512_mask_permutexvar_epi8(upper, _mm512_movepi8_mask(pick), pick,
+                                                  _mm512_loadu_si512(rows[2] + from));
+        }
+        const __m512i rowOfByte = _mm512_permutexvar_epi8(chosenOfByte, rowOf);
 #pragma GCC unroll 5
-        for (int r = 0; r < kSize; ++r) {
+        for (int r = 0; r < (kSize == 3 && kSecond == 0 ? 0 : kSize); ++r) {
             const __m512i first = _mm512_loadu_si512(rows[r] + from);
             const __m512i second = kSecond > 0 ? _mm512_loadu_si512(rows[r] + from + kSecond) : first;
             result = _mm512_mask_mov_epi8(result,
