@@ -489,16 +489,18 @@ bool SmallWindowRows(const ImageView& src, const ImageView& dst, FilterPath path
     for (int r = 0; r < kSize; ++r) keys[r] = scratch.Data() + static_cast<size_t>(r) * padded;
     unsigned char* choices = scratch.Data() + kSize * padded;
     auto computeKeys = [&](int y, unsigned char* to) {
-        std::memset(to, outsideKey, padded);
-        if (y < 0 || y >= height) return;
+        if (y < 0 || y >= height) {
+            std::memset(to, outsideKey, padded);
+            return;
+        }
+        std::memset(to, outsideKey, kHalf);
+        std::memset(to + kHalf + w, outsideKey, kHalf);
         const unsigned char* row = src.Row(y);
         size_t done = 0;
 #if defined(__x86_64__)
         if constexpr (!kGrey) {
-            if (widest)
-                done = RowKeysAvx512<kBytes>(row, w, kFlip, to + kHalf);
-            else if (wide)
-                done = RowKeysAvx2<kBytes>(row, w, kFlip, to + kHalf);
+            if (widest) done = RowKeysAvx512<kBytes>(row, w, kFlip, to + kHalf);
+            if (wide) done += RowKeysAvx2<kBytes>(row + done * kBytes, w - done, kFlip, to + kHalf + done);
         }
 #endif
         RowKeys<kBytes>(row + done * kBytes, w - done, kFlip, to + kHalf + done);
@@ -531,19 +533,25 @@ bool SmallWindowRows(const ImageView& src, const ImageView& dst, FilterPath path
             // Near the border the chosen position may lie outside: then the
             // colour is that of the last inside position with the same key,
             // or the outside colour when there is none.
-            auto copyChecked = [&](int x) {
-                auto inside = [&](int v) {
-                    const int sx = x - kHalf + v / kSize, sy = y - kHalf + v % kSize;
-                    return sx >= 0 && sy >= 0 && sx < width && sy < height;
-                };
+            auto inside = [&](int x, int v) {
+                const int sx = x - kHalf + v / kSize, sy = y - kHalf + v % kSize;
+                return sx >= 0 && sy >= 0 && sx < width && sy < height;
+            };
+            auto copyFromInside = [&](int x) {
                 auto keyAt = [&](int v) { return keys[v % kSize][x + v / kSize]; };
                 int v = choices[x];
                 const unsigned char key = keyAt(v);
-                while (v >= 0 && !(inside(v) && keyAt(v) == key)) --v;
+                while (v >= 0 && !(inside(x, v) && keyAt(v) == key)) --v;
                 if (v < 0)
                     Kind::Write(dst, x, y, outside);
                 else
                     std::memcpy(out + x * kBytes, at + x * kBytes + offsets[v], kBytes);
+            };
+            auto copyChecked = [&](int x) {
+                if (inside(x, choices[x]))
+                    std::memcpy(out + x * kBytes, at + x * kBytes + offsets[choices[x]], kBytes);
+                else
+                    copyFromInside(x);
             };
             if (y < kHalf || y >= height - kHalf || width <= 2 * kHalf) {
                 for (int x = 0; x < width; ++x) copyChecked(x);
