@@ -407,12 +407,15 @@ struct CopyByteTables {
 // the window of the sixteenth output ends. Steps stop before a load would pass
 // the last interior window or the row's end. Returns the next output.
 template <int kBytes, int kSize>
-__attribute__((target("avx512f,avx512bw,avx512vbmi"))) int CopyChoicesAvx512(const unsigned char* const* rows,
+__attribute__((target("avx512f,avx512bw,avx512vbmi"))) int CopyChoicesAvx512(const unsigned char* const* windowRows,
                                                                             unsigned char* out,
                                                                             const unsigned char* choices, int x,
                                                                             int end, size_t rowBytes) {
     constexpr int kHalf = kSize / 2, kOutBytes = 16 * kBytes, kReadBytes = kOutBytes + 2 * kHalf * kBytes;
     static_assert(kReadBytes <= 128, "two loads a row");
+    // Held apart from the caller's array, which the stores might otherwise overwrite.
+    const unsigned char* rows[kSize];
+    for (int r = 0; r < kSize; ++r) rows[r] = windowRows[r];
     constexpr int kSecond = kReadBytes > 64 ? kReadBytes - 64 : 0;  // where the second load starts
     static constexpr CopyByteTables<kBytes, kSize> kTables{};
     const __m512i pixelOf = _mm512_loadu_si512(kTables.pixelOf);
