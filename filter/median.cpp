@@ -26,7 +26,7 @@ bool DirectGrey(const ImageView& source, FilterPath path) { return Direct(source
 
 constexpr MedianAlgorithm kMedianAlgorithms[] = {
     {[](const ImageView& s, int64_t size, FilterPath p) { return Direct(s, p) && (size == 3 || size == 5); },
-     MedianSmallWindow},
+     [](const ImageView& s, const ImageView& d, int64_t size, FilterPath p) { return MedianSmallWindow(s, d, size, p); }},
     {[](const ImageView& s, int64_t size, FilterPath p) { return DirectGrey(s, p) && size >= kGreyHistogramSize; },
      MedianGreyHistograms},
     {[](const ImageView& s, int64_t, FilterPath p) { return DirectGrey(s, p); },

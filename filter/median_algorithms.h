@@ -19,6 +19,9 @@ constexpr int64_t kGreyHistogramSize = 7;
 // scratch memory could be had.
 bool MedianGreyHistograms(const ImageView& source, const ImageView& destination, int64_t size, FilterPath path);
 
-// 3 x 3 and 5 x 5 windows of 8-, 24- and 32-bit images, with vector steps.
-// False for other windows and depths or when no scratch memory could be had.
-bool MedianSmallWindow(const ImageView& source, const ImageView& destination, int64_t size, FilterPath path);
+// 3 x 3 and 5 x 5 windows of 8-, 24- and 32-bit images, with the vector steps
+// of `path` up to `cap` (so that tests reach the narrower steps a wider
+// processor passes by). False for other windows and depths or when no scratch
+// memory could be had.
+bool MedianSmallWindow(const ImageView& source, const ImageView& destination, int64_t size, FilterPath path,
+                       SimdTier cap = SimdTier::Avx512);

@@ -130,6 +130,11 @@ __attribute__((always_inline)) inline size_t Median5Choices(const unsigned char*
     return n;
 }
 
+// The vector steps a call takes: 16, 32 and 64 lanes.
+struct SmallSteps {
+    bool vector, wide, widest;
+};
+
 // One step function per lane width, chosen once per call.
 using ChoiceStep = size_t (*)(const unsigned char* const* keyRows, size_t outputs, unsigned char* choices);
 
@@ -200,10 +205,8 @@ __attribute__((target("avx512f,avx512bw,avx512vbmi"))) size_t Median5ChoicesAvx5
 
 // The widest step the call allows for rows of `outputs` outputs, and its lanes.
 template <int kSize, SmallOutput kOut>
-ChoiceStep ChoiceStepFor(FilterPath path, size_t outputs, size_t* lanes) {
-    const PathSteps steps = StepsOf(path);
-    const bool widest = path == FilterPath::Fast && SimdRuns(SimdTier::Avx512);
-    if (widest && outputs >= 64) {
+ChoiceStep ChoiceStepFor(SmallSteps steps, size_t outputs, size_t* lanes) {
+    if (steps.widest && outputs >= 64) {
         *lanes = 64;
         return kSize == 3 ? Median3ChoicesAvx512<kOut> : Median5ChoicesAvx512<kOut>;
     }
@@ -220,8 +223,8 @@ ChoiceStep ChoiceStepFor(FilterPath path, size_t outputs, size_t* lanes) {
 }
 #else
 template <int kSize, SmallOutput kOut>
-ChoiceStep ChoiceStepFor(FilterPath path, size_t outputs, size_t* lanes) {
-    *lanes = StepsOf(path).vector && outputs >= 16 ? 16 : 0;
+ChoiceStep ChoiceStepFor(SmallSteps steps, size_t outputs, size_t* lanes) {
+    *lanes = steps.vector && outputs >= 16 ? 16 : 0;
     if (*lanes == 0) return nullptr;
     return kSize == 3 ? Median3ChoicesBase<kOut> : Median5ChoicesBase<kOut>;
 }
@@ -470,7 +473,7 @@ __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int CopyChoicesAvx512(con
 // key; a colour output copies the whole colour (alpha too) from the window
 // position chosen. False when no scratch memory could be had.
 template <class Kind, int kSize>
-bool SmallWindowRows(const ImageView& src, const ImageView& dst, FilterPath path) {
+bool SmallWindowRows(const ImageView& src, const ImageView& dst, SmallSteps steps) {
     constexpr int kBytes = Kind::kBytes, kHalf = kSize / 2, kCount = kSize * kSize;
     constexpr bool kGrey = kBytes == 1;
     constexpr SmallOutput kOut = kGrey ? SmallOutput::Value : SmallOutput::Choice;
@@ -482,11 +485,9 @@ bool SmallWindowRows(const ImageView& src, const ImageView& dst, FilterPath path
     const uint32_t outside = OutsideColour(src);
     const unsigned char outsideKey = static_cast<unsigned char>(ColorKey(outside) ^ kFlip);
     // Plain names, not a structured binding: lambdas below capture them (C++17).
-    const PathSteps steps = StepsOf(path);
-    const bool wide = steps.wide;
-    const bool widest = path == FilterPath::Fast && SimdRuns(SimdTier::Avx512);
+    const bool wide = steps.wide, widest = steps.widest;
     size_t lanes = 0;
-    const ChoiceStep step = ChoiceStepFor<kSize, kOut>(path, w, &lanes);
+    const ChoiceStep step = ChoiceStepFor<kSize, kOut>(steps, w, &lanes);
 
     unsigned char* keys[kSize];
     for (int r = 0; r < kSize; ++r) keys[r] = scratch.Data() + static_cast<size_t>(r) * padded;
@@ -588,13 +589,16 @@ bool SmallWindowRows(const ImageView& src, const ImageView& dst, FilterPath path
 
 }  // namespace
 
-bool MedianSmallWindow(const ImageView& src, const ImageView& dst, int64_t size, FilterPath path) {
+bool MedianSmallWindow(const ImageView& src, const ImageView& dst, int64_t size, FilterPath path, SimdTier cap) {
+    const PathSteps allowed = StepsOf(path);
+    const SmallSteps steps{allowed.vector && SimdRuns(SimdTier::Sse2, cap), allowed.wide && SimdRuns(SimdTier::Avx2, cap),
+                           path == FilterPath::Fast && SimdRuns(SimdTier::Avx512, cap)};
     bool done = false;
     WithPixelKind(src, path, [&](auto kind) {
         using Kind = decltype(kind);
         if constexpr (Kind::kBytes != 0) {
-            if (size == 3) done = SmallWindowRows<Kind, 3>(src, dst, path);
-            if (size == 5) done = SmallWindowRows<Kind, 5>(src, dst, path);
+            if (size == 3) done = SmallWindowRows<Kind, 3>(src, dst, steps);
+            if (size == 5) done = SmallWindowRows<Kind, 5>(src, dst, steps);
         }
     });
     return done;

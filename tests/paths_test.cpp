@@ -12,6 +12,7 @@
 
 #include "color/color_kernels.h"
 #include "filter/filter_kernels.h"
+#include "filter/median_algorithms.h"
 #include "image/image_view.h"
 #include "support/component_test.h"
 #include "transform/box_rows.h"
@@ -320,6 +321,26 @@ TEST(FilterPaths, SmallMediansAroundTheWidestSteps) {
                     Owned src = Random(width, height, bpp, random(), width % 4, height == 6, keep);
                     ExpectNeighbourhoods(src.Get(), {3, 5}, kMedian);
                 }
+}
+
+// The 32- and 16-lane steps of the same medians, which the widest tier passes by.
+TEST(FilterPaths, SmallMediansAtNarrowerTiers) {
+    std::mt19937 random(32);
+    for (SimdTier cap : {SimdTier::Sse2, SimdTier::Avx2}) {
+        if (!SimdRuns(cap)) continue;
+        for (int bpp : {8, 24, 32})
+            for (int width : {20, 34, 70})
+                for (int size : {3, 5}) {
+                    Owned src = Random(width, 6, bpp, random(), width % 4, width == 34, 0xC3);
+                    const ImageView s = ReadImageView(src.Get());
+                    ExpectPathsAgree(
+                        "median " + std::to_string(size) + " up to " + SimdTierName(cap), width, 6, bpp,
+                        ModelFor(bpp), {FilterPath::Plain, FilterPath::Fast}, [&](const ImageView& d, FilterPath p) {
+                            if (p == FilterPath::Plain) MedianView(s, d, size, p);
+                            else EXPECT_TRUE(MedianSmallWindow(s, d, size, p, cap));
+                        });
+                }
+    }
 }
 
 TEST(FilterPaths, SizesFarBeyondTheImageReadOnlyInside) {
