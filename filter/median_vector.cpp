@@ -1,6 +1,7 @@
 // Medians of 3 x 3 and 5 x 5 windows at 8, 24 and 32 bits: keys in rolling
-// padded rows, the middle key of each output found in vector lanes, and the
-// chosen colour copied whole.
+// padded rows, the middle key of each output found in vector lanes (a scalar
+// loop the reference of each step), then written itself (grey) or the colour
+// at its chosen window position copied whole.
 #include <algorithm>
 #include <cstring>
 #if defined(__x86_64__)
