@@ -39,8 +39,8 @@ QResult HandOverResult(IQEL* source, SmartPtr<IQELImage>* image, IQEL** result /
 
 // Which code runs: Fast takes the direct-buffer loops with the vector steps of
 // the tier in use, Baseline the same loops with the 16-byte steps at most,
-// Plain with none, General computes every pixel through the pixel helpers.
-// All give the same bytes.
+// Plain the same loops with none (the scalar reference of every vector step),
+// General computes every pixel through the pixel helpers. All give the same bytes.
 enum class FilterPath { Fast, Baseline, Plain, General };
 
 // Every neighbour outside the image takes OutsideColour (image/image_view.h):

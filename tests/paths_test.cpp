@@ -13,6 +13,7 @@
 
 #include "color/color_kernels.h"
 #include "filter/filter_kernels.h"
+#include "filter/median_algorithms.h"
 #include "image/image_view.h"
 #include "support/component_test.h"
 #include "transform/box_rows.h"
@@ -309,6 +310,39 @@ TEST(FilterPaths, NeighbourhoodVectorStepsAndBorders) {
                 Owned src = Random(width, height, 8, random(), width % 4, height == 4, keep);
                 ExpectNeighbourhoods(src.Get(), {7, 8, 15, 40}, kMedian);
             }
+}
+
+// Medians of 3 and 5 on rows around the 64-lane steps and the 16-pixel copies:
+// one step and a partial one, rows ending just past a step, ties everywhere.
+TEST(FilterPaths, SmallMediansAroundTheWidestSteps) {
+    std::mt19937 random(31);
+    for (int bpp : {8, 24, 32})
+        for (int width : {63, 64, 65, 83, 130})
+            for (int height : {3, 6})
+                for (unsigned char keep : {0xFF, 0xC3}) {
+                    Owned src = Random(width, height, bpp, random(), width % 4, height == 6, keep);
+                    ExpectNeighbourhoods(src.Get(), {3, 5}, kMedian);
+                }
+}
+
+// The 32- and 16-lane steps of the same medians, which the widest tier passes by.
+TEST(FilterPaths, SmallMediansAtNarrowerTiers) {
+    std::mt19937 random(32);
+    for (SimdTier cap : {SimdTier::Sse2, SimdTier::Avx2}) {
+        if (!SimdRuns(cap)) continue;
+        for (int bpp : {8, 24, 32})
+            for (int width : {20, 34, 70})
+                for (int size : {3, 5}) {
+                    Owned src = Random(width, 6, bpp, random(), width % 4, width == 34, 0xC3);
+                    const ImageView s = ReadImageView(src.Get());
+                    ExpectPathsAgree(
+                        "median " + std::to_string(size) + " up to " + SimdTierName(cap), width, 6, bpp,
+                        ModelFor(bpp), {FilterPath::Plain, FilterPath::Fast}, [&](const ImageView& d, FilterPath p) {
+                            if (p == FilterPath::Plain) MedianView(s, d, size, p);
+                            else EXPECT_TRUE(MedianSmallWindow(s, d, size, p, cap));
+                        });
+                }
+    }
 }
 
 TEST(FilterPaths, SizesFarBeyondTheImageReadOnlyInside) {
