@@ -44,8 +44,7 @@ QResult HandOverResult(IQEL* source, SmartPtr<IQELImage>* image, IQEL** result /
 enum class FilterPath { Fast, Baseline, Plain, General };
 
 // Every neighbour outside the image takes OutsideColour (image/image_view.h):
-// no edge extension. The median still asks for it by this name.
-inline uint32_t OutsideColor(const ImageView& view) { return OutsideColour(view); }
+// no edge extension.
 
 // A row of `bytes`-byte pixels as wide as `view`, every pixel the outside
 // colour: the direct loops read it for window rows above and below the image.
