@@ -14,9 +14,9 @@
 #include "filter/filter_kernels.h"
 #include "image/image_view.h"
 #include "support/component_test.h"
-#include "transform/box_rows.h"
 #include "transform/circle_kernel.h"
-#include "transform/kernel_grid.h"
+#include "transform/resample_box.h"
+#include "transform/resample_grid.h"
 #include "transform/skew_quad.h"
 #include "transform/turn_drawing.h"
 
@@ -355,7 +355,7 @@ TEST(TransformPaths, KernelGridLanesGiveTheScalarBytes) {
                             {50, 30, 100, 60}, {31, 26, 93, 78}, {21, 20, 84, 80}, {30, 13, 60, 75},
                             {31, 23, 70, 61},  {31, 23, 62, 46}};
     uint32_t seed = 1;
-    for (int bpp : {24, 32})
+    for (int bpp : {8, 24, 32})
         for (const auto& c : cases) {
             // The last two read hard edges: weights above one clamp at 255, lobes beside black at 0.
             const bool edges = c[2] == 70 || c[2] == 62;
@@ -365,7 +365,8 @@ TEST(TransformPaths, KernelGridLanesGiveTheScalarBytes) {
             const ImageView s = ReadImageView(src.Get());
             for (int method = 2; method <= 15; ++method)
                 ExpectPathsAgree("grid method " + std::to_string(method), c[2], c[3], bpp, QEL_MODEL_BGR,
-                                 {SimdTier::Scalar, SimdTier::Avx2}, [&](const ImageView& d, SimdTier lanes) {
+                                 {SimdTier::Scalar, SimdTier::Avx2, SimdTier::Avx512},
+                                 [&](const ImageView& d, SimdTier lanes) {
                                      InterpolateGrid(s, d, float(c[0]) / float(c[2]),
                                                      float(c[1]) / float(c[3]), method, lanes);
                                  });

@@ -16,9 +16,9 @@
 #include "image/image_view.h"
 #include "maths/rows.h"
 #include "module/host_services.h"
-#include "transform/box_rows.h"
 #include "transform/image_transform.h"
-#include "transform/kernel_grid.h"
+#include "transform/resample_box.h"
+#include "transform/resample_grid.h"
 
 namespace {
 

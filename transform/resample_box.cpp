@@ -1,6 +1,6 @@
 // The 2 x 2 box average of one output row, pixel by pixel or with SSSE3
 // shuffles and pairwise byte sums.
-#include "transform/box_rows.h"
+#include "transform/resample_box.h"
 
 #include <immintrin.h>
 

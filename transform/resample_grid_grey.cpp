@@ -1,0 +1,71 @@
+// The vector step of Resample's grid sum for 8-bit images: sixteen output
+// pixels a register, one lane a pixel, where the processor has AVX-512.
+#include <cstddef>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+#include "transform/resample_grid_plan.h"
+
+#if defined(__x86_64__)
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((target("avx512f,avx512bw"))), apply_to = function)
+#else
+#pragma GCC push_options
+#pragma GCC target("avx512f,avx512bw")
+#endif
+
+namespace {
+
+// Each lane runs the sampler's sum for its pixel: over tap rows, then taps,
+// weight = column weight x row weight, sum += weight x tap. `kBlocks`
+// registers of sixteen pixels are summed side by side, so their additions
+// overlap.
+template <int kTaps, int kBlocks>
+inline void SumBlocks(const GreyRow<kTaps>& row, int x) {
+    __m512 sum[kBlocks];
+    for (int b = 0; b < kBlocks; ++b) sum[b] = _mm512_setzero_ps();
+    for (int j = 0; j < kTaps; ++j) {
+        const __m512 rowWeight = _mm512_set1_ps(row.rowWeights[j]);
+        const float* taps = row.taps[j] + x;
+        const float* weights = row.columnWeights + x;
+        for (int i = 0; i < kTaps; ++i, taps += row.run, weights += row.run)
+            for (int b = 0; b < kBlocks; ++b) {
+                const __m512 weight = _mm512_mul_ps(_mm512_loadu_ps(weights + 16 * b), rowWeight);
+                sum[b] = _mm512_add_ps(sum[b], _mm512_mul_ps(weight, _mm512_loadu_ps(taps + 16 * b)));
+            }
+    }
+    // Finished as the sampler finishes a channel: above 255 gives 255, below
+    // 0 gives 0, else truncation toward zero.
+    for (int b = 0; b < kBlocks; ++b) {
+        __m512i level = _mm512_maskz_cvttps_epi32(0xFFFF, sum[b]);
+        level = _mm512_mask_mov_epi32(level, _mm512_cmp_ps_mask(sum[b], _mm512_set1_ps(255.0f), _CMP_GT_OQ),
+                                      _mm512_set1_epi32(255));
+        level = _mm512_mask_mov_epi32(level, _mm512_cmp_ps_mask(sum[b], _mm512_setzero_ps(), _CMP_LT_OQ),
+                                      _mm512_setzero_si512());
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(row.out + x + 16 * b), _mm512_maskz_cvtepi32_epi8(0xFFFF, level));
+    }
+}
+
+template <int kTaps>
+inline void SumRow(const GreyRow<kTaps>& row) {
+    int x = 0;
+    for (; x + 64 <= row.width; x += 64) SumBlocks<kTaps, 4>(row, x);
+    for (; x < row.width; x += 16) SumBlocks<kTaps, 1>(row, x);
+}
+
+}  // namespace
+
+void SumGreyAvx512(const GreyRow<4>& row) { SumRow(row); }
+void SumGreyAvx512(const GreyRow<12>& row) { SumRow(row); }
+
+#if defined(__clang__)
+#pragma clang attribute pop
+#else
+#pragma GCC pop_options
+#endif
+#else
+void SumGreyAvx512(const GreyRow<4>&) {}
+void SumGreyAvx512(const GreyRow<12>&) {}
+#endif
