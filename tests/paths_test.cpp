@@ -15,6 +15,7 @@
 #include "image/image_view.h"
 #include "support/component_test.h"
 #include "transform/circle_kernel.h"
+#include "transform/depth.h"
 #include "transform/resample_box.h"
 #include "transform/resample_grid.h"
 #include "transform/skew_quad.h"
@@ -405,8 +406,41 @@ TEST(TransformPaths, TurnDrawingLanesGiveTheScalarBytes) {
         }
 }
 
-// Rows of every width up to 60 output pixels, from a 2-row source that ends
-// at its guards; four bytes of 255 sum to 1020, the most a 16-bit lane holds here.
+// Grey and palette images of widths around the sixteen-pixel step, padded and
+// bottom-up, into 24 and 32 bits, against a pixel-by-pixel reference: grey
+// gains alpha 255, a palette colour leaves the fourth byte, and indices past
+// a short palette read as grey.
+TEST(TransformPaths, IndexExpansionGivesTheReferenceBytes) {
+    RGBQUAD palette[200];
+    for (int i = 0; i < 200; ++i)
+        palette[i] = {static_cast<unsigned char>(255 - i), static_cast<unsigned char>(3 * i),
+                      static_cast<unsigned char>(i ^ 0x5A), 0x77};
+    uint32_t seed = 5;
+    for (int width : {1, 15, 16, 17, 33, 64, 79})
+        for (bool withPalette : {false, true})
+            for (int destBpp : {24, 32}) {
+                Owned src = Random(width, 3, 8, seed, seed % 4, seed % 2 == 1);
+                ++seed;
+                const IndexColours colours{withPalette ? palette : nullptr, withPalette ? 200u : 0u};
+                const int bytes = destBpp / 8;
+                Bytes reference;
+                for (unsigned char index : PixelBytes(src.Get())) {
+                    const bool grey = !withPalette || index >= 200;
+                    const RGBQUAD entry = grey ? RGBQUAD{index, index, index, 0} : palette[index];
+                    reference.insert(reference.end(), {entry.rgbBlue, entry.rgbGreen, entry.rgbRed});
+                    if (bytes == 4) reference.push_back(withPalette ? 0 : 255);
+                }
+                ExpectPathsAgree("expansion, palette " + std::to_string(withPalette), width, 3, destBpp,
+                                 QEL_MODEL_BGR, {SimdTier::Scalar, SimdTier::Avx512},
+                                 [&](const ImageView& d, SimdTier lanes) {
+                                     ExpandIndices(ReadImageView(src.Get()), d, colours, lanes);
+                                 },
+                                 &reference);
+            }
+}
+
+// Rows of every width up to 60 output pixels (several 30- and 32-byte steps
+// and every tail), from a 2-row source that ends at its guards; four bytes of 255 sum to 1020, the most a 16-bit lane holds here.
 TEST(TransformPaths, HalvingRowsGiveTheScalarBytes) {
     QEL_NEEDS_TIER(SimdTier::Ssse3);
     uint32_t seed = 3;
@@ -425,12 +459,14 @@ TEST(TransformPaths, HalvingRowsGiveTheScalarBytes) {
                 std::vector<ptrdiff_t> starts(static_cast<size_t>(width));
                 for (int x = 0; x < width; ++x) starts[size_t(x)] = ptrdiff_t{2} * x * bytes;
                 ASSERT_TRUE(BlocksFollowEachOther(starts.data(), width, bytes));
-                Bytes expected(static_cast<size_t>(width) * bytes, 0x5A), actual = expected;
+                Bytes expected(static_cast<size_t>(width) * bytes, 0x5A);
                 HalveRow(src->Row(0), src->Row(1), starts.data(), expected.data(), width, bytes,
                          SimdTier::Scalar);
-                HalveRow(src->Row(0), src->Row(1), starts.data(), actual.data(), width, bytes,
-                         SimdTier::Ssse3);
-                ASSERT_EQ(actual, expected) << bytes << " bytes, width " << width;
+                for (SimdTier lanes : {SimdTier::Ssse3, SimdTier::Avx512}) {
+                    Bytes actual(expected.size(), 0x5A);
+                    HalveRow(src->Row(0), src->Row(1), starts.data(), actual.data(), width, bytes, lanes);
+                    ASSERT_EQ(actual, expected) << bytes << " bytes, width " << width << ", " << SimdTierName(lanes);
+                }
                 for (size_t n = 0; n < expected.size() && keep == 0x01; ++n)
                     ASSERT_EQ(expected[n], n % bytes == 0   ? 0
                                            : n % bytes == 3 ? 0x5A

@@ -82,28 +82,36 @@ void ExpandRowByTable(const unsigned char* in, unsigned char* out, int from, int
     }
 }
 
+// The byte each output byte of a grey step copies: pixel n / destBytes.
+struct GreySpread {
+    alignas(64) unsigned char order[64];
+    explicit GreySpread(int destBytes) {
+        for (int n = 0; n < 64; ++n) order[n] = static_cast<unsigned char>(n / destBytes);
+    }
+};
+
 #if defined(__x86_64__)
-// Grey rows, 16 pixels a step: each index byte repeated into blue, green and
+// A grey row, 16 pixels a step: each index byte repeated into blue, green and
 // red by one byte permute, alpha 255 added for 32 bits. Returns the pixels
 // written.
 __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int ExpandGreyRowAvx512(const unsigned char* in,
-                                                                                unsigned char* out,
-                                                                                int width, int destBytes) {
-    alignas(64) unsigned char spread[64];
-    for (int n = 0; n < 64; ++n) spread[n] = static_cast<unsigned char>(n / destBytes);
-    const __m512i order = _mm512_load_si512(spread);
+                                                                                unsigned char* out, int width,
+                                                                                const GreySpread& spread,
+                                                                                int destBytes) {
+    const __m512i order = _mm512_load_si512(spread.order);
     const __m512i alpha = _mm512_set1_epi32(destBytes == 4 ? static_cast<int>(0xFF000000u) : 0);
     const __mmask64 stored = destBytes == 4 ? ~__mmask64{0} : (__mmask64{1} << 48) - 1;
     int x = 0;
     for (; x + 16 <= width; x += 16, out += 16 * destBytes) {
-        const __m512i indices = _mm512_zextsi128_si512(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in + x)));
-        const __m512i pixels = _mm512_or_si512(_mm512_maskz_permutexvar_epi8(~__mmask64{0}, order, indices), alpha);
+        const __m512i indices = _mm512_maskz_loadu_epi8(0xFFFF, in + x);
+        const __m512i pixels =
+            _mm512_or_si512(_mm512_maskz_permutexvar_epi8(~__mmask64{0}, order, indices), alpha);
         _mm512_mask_storeu_epi8(out, stored, pixels);
     }
     return x;
 }
 #else
-int ExpandGreyRowAvx512(const unsigned char*, unsigned char*, int, int) { return 0; }
+int ExpandGreyRowAvx512(const unsigned char*, unsigned char*, int, const GreySpread&, int) { return 0; }
 #endif
 
 void AddOpaqueAlpha(const ImageView& source, const ImageView& dest) {
@@ -135,10 +143,11 @@ void ExpandIndices(const ImageView& source, const ImageView& dest, const IndexCo
     FillColourTable(colours, destBytes, table);
     const bool grey = !colours.HasPalette();
     const bool wide = grey && SimdRuns(SimdTier::Avx512, widest);
+    const GreySpread spread(destBytes);
     for (int y = 0; y < source.height; ++y) {
         const unsigned char* in = source.Row(y);
         unsigned char* out = dest.Row(y);
-        const int done = wide ? ExpandGreyRowAvx512(in, out, source.width, destBytes) : 0;
+        const int done = wide ? ExpandGreyRowAvx512(in, out, source.width, spread, destBytes) : 0;
         if (destBytes == 4)
             ExpandRowByTable<4>(in, out, done, source.width, table, !grey);
         else

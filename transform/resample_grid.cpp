@@ -3,6 +3,7 @@
 // the vector steps sum from, and the sampler itself for everything else.
 #include "transform/resample_grid.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstddef>
 #include <cstring>
@@ -145,33 +146,41 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
     return true;
 }
 
-// An 8-bit image summed sixteen pixels a register from runs of taps: for
-// every source row, the grey level each output column reads at each tap
-// position, made once per source row. Columns past the last whole sixteen,
-// and rows whose taps reach past the padded rows, take the sampler's own
-// path. Grey pixels read the same level in blue, green and red, so one sum
-// stands for the three and the level written back is that sum's. False,
-// with nothing written, when a column's taps reach past the padded rows or
-// the working memory cannot be had.
+// An 8-bit image summed sixteen pixels a register, each block of sixteen
+// taking its taps by permutes of a window of the padded float rows. Columns
+// past the last whole sixteen, and rows whose taps reach past the padded
+// rows, take the sampler's own path. Grey pixels read the same level in
+// blue, green and red, so one sum stands for the three and the level
+// written back is that sum's. False, with nothing written, when a column's
+// taps reach past the padded rows, a block's taps spread wider than a
+// window (shrinking across), or the working memory cannot be had.
 template <int kTaps>
 bool InterpolateGreyInterior(const InterpolatingSampler& sampler, const SampleAxis* columns,
                              const ImageView& source, const ImageView& dest, float yScale) {
     constexpr int kBack = TapsBack<kTaps>();
+    constexpr int kWindow = 32;
     const int summed = dest.width / 16 * 16;
     if (summed == 0) return false;
-    for (int x = 0; x < summed; ++x)
-        if (!TapsSummable<kTaps>(true, columns[x].base, source.width)) return false;
     const size_t run = static_cast<size_t>(summed);
-    const PaddedRows widen(source, false);
-    std::unique_ptr<float[]> line(new (std::nothrow) float[widen.Floats()]);
     std::unique_ptr<float[]> weights(new (std::nothrow) float[run * kTaps]);
-    std::unique_ptr<int[]> firstTaps(new (std::nothrow) int[run]);
-    RowRing<kTaps> ring(run * kTaps);
-    if (!line || !weights || !firstTaps || !ring.Ready()) return false;
+    std::unique_ptr<int[]> windows(new (std::nothrow) int[run / 16]);
+    std::unique_ptr<int[]> lanes(new (std::nothrow) int[run]);
+    if (!weights || !windows || !lanes) return false;
+    int widest = 0;
     for (size_t x = 0; x < run; ++x) {
-        firstTaps[x] = columns[x].base - kBack + kPad;
+        if (!TapsSummable<kTaps>(true, columns[x].base, source.width)) return false;
+        if (x % 16 == 0) windows[x / 16] = columns[x].base - kBack + kPad;
+        lanes[x] = columns[x].base - kBack + kPad - windows[x / 16];
+        widest = std::max(widest, lanes[x]);
         for (int i = 0; i < kTaps; ++i) weights[i * run + x] = columns[x].weights[i];
     }
+    if (widest >= kWindow) return false;
+    // A window moved on by the last tap reads up to kWindow + kTaps floats
+    // past its start: the rows carry that much more, as the outside colour.
+    const PaddedRows widen(source, false);
+    const size_t rowFloats = widen.Floats() + kWindow + kTaps;
+    RowRing<kTaps> ring(rowFloats);
+    if (!ring.Ready()) return false;
 
     for (int y = 0; y < dest.height; ++y) {
         SampleAxis row;
@@ -183,16 +192,18 @@ bool InterpolateGreyInterior(const InterpolatingSampler& sampler, const SampleAx
                 bool fill = false;
                 float* taps = ring.Slot(row.base - kBack + j, &fill);
                 if (fill) {
-                    widen.Widen(row.base - kBack + j, line.get());
-                    for (int i = 0; i < kTaps; ++i)
-                        for (size_t c = 0; c < run; ++c) taps[i * run + c] = line[firstTaps[c] + i];
+                    widen.Widen(row.base - kBack + j, taps);
+                    std::fill(taps + widen.Floats(), taps + rowFloats, taps[0]);
                 }
                 job.taps[j] = taps;
             }
             job.rowWeights = row.weights;
             job.columnWeights = weights.get();
+            job.windows = windows.get();
+            job.lanes = lanes.get();
             job.run = run;
             job.width = summed;
+            job.narrow = widest < 16;
             job.out = dest.Row(y);
             SumGreyAvx512(job);
             x = summed;

@@ -98,16 +98,20 @@ private:
 void SumGroupsAvx2(const InteriorRow<4>& row);
 void SumGroupsAvx2(const InteriorRow<12>& row);
 
-// What one output row of an 8-bit image hands the summing step: for every
-// tap row, the grey level each output column reads at each tap position,
-// laid out like the column weights, so the sum reads both in order.
+// What one output row of an 8-bit image hands the summing step. The sixteen
+// pixels of a block read their first taps within a window of 32 floats (16
+// when `narrow`) of each padded row, so a tap of all sixteen is one permute
+// of the window moved on by the tap's position.
 template <int kTaps>
 struct GreyRow {
-    const float* taps[kTaps];    // per tap row: kTaps runs of `run` floats, run i holding every column's tap i
+    const float* taps[kTaps];    // padded float rows holding the taps, top tap row first
     const float* rowWeights;     // kTaps weights of this output row
     const float* columnWeights;  // kTaps runs of `run` floats, run i holding every column's weight i
+    const int* windows;          // per block: where its window starts, in floats from the row start
+    const int* lanes;            // per block: each pixel's first tap within the window
     size_t run;
     int width;           // output pixels summed: a multiple of 16
+    bool narrow;         // every window fits 16 floats
     unsigned char* out;  // the output row
 };
 
