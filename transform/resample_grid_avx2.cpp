@@ -80,55 +80,52 @@ inline void StoreGroup(const PixelPair& sum0, const PixelPair& sum1, const Pixel
 }
 
 // Each lane runs the sampler's sum for its pixel and channel: over tap rows,
-// then taps, weight = column weight x row weight, sum += weight x tap. The
-// four pairs are independent sums, so their additions overlap. With
+// then taps, weight = column weight x row weight, sum += weight x tap.
+// `kGroups` groups are summed side by side, four pairs each, so that enough
+// independent sums are in flight to hide the latency of the additions. With
 // `kProducts` the weights come already multiplied: the same float product,
 // taken once per kind of group instead of once per group.
+template <int kTaps, bool kShared, bool kProducts, int kGroups>
+inline void SumGroupChunk(const InteriorRow<kTaps>& row, int n) {
+    constexpr size_t kColumnBlock = static_cast<size_t>(kTaps) * kGroupPixels * 4;
+    const int* offsets[kGroups];
+    const float* groupWeights[kGroups];
+    PixelPair sum[kGroups][4];
+    for (int g = 0; g < kGroups; ++g) {
+        offsets[g] = row.offsets + static_cast<size_t>(n + g) * kGroupPixels;
+        groupWeights[g] = kProducts ? row.products + row.weightKinds[n + g] * kTaps * kColumnBlock
+                                    : row.weights + (n + g) * kColumnBlock;
+        for (int p = 0; p < 4; ++p) sum[g][p] = PixelPair{};
+    }
+    for (int j = 0; j < kTaps; ++j) {
+        const float* taps = row.taps[j];
+        const float rowWeight = row.rowWeights[j];
+        const size_t weightStart = kProducts ? j * kColumnBlock : 0;
+        for (int i = 0; i < kTaps; ++i, taps += 4)
+            for (int g = 0; g < kGroups; ++g)
+                for (int p = 0; p < 4; ++p) {
+                    PixelPair tap, weight;
+                    if (kShared)
+                        LoadShared(tap, taps, offsets[g] + 2 * p);
+                    else
+                        LoadPair(tap, taps, offsets[g] + 2 * p);
+                    std::memcpy(&weight, groupWeights[g] + weightStart + 32 * i + 8 * p, sizeof weight);
+                    if (kProducts)
+                        sum[g][p] += weight * tap;
+                    else
+                        sum[g][p] += (weight * rowWeight) * tap;
+                }
+    }
+    for (int g = 0; g < kGroups; ++g)
+        StoreGroup(sum[g][0], sum[g][1], sum[g][2], sum[g][3],
+                   row.out + static_cast<ptrdiff_t>(row.firstPixels[n + g]) * row.bytes, row.bytes);
+}
+
 template <int kTaps, bool kShared, bool kProducts>
 inline void SumGroups(const InteriorRow<kTaps>& row, int from, int to) {
-    constexpr size_t kColumnBlock = static_cast<size_t>(kTaps) * kGroupPixels * 4;
-    for (int n = from; n < to; ++n) {
-        const int* offsets = row.offsets + static_cast<size_t>(n) * kGroupPixels;
-        const float* groupWeights = kProducts ? row.products + row.weightKinds[n] * kTaps * kColumnBlock
-                                              : row.weights + n * kColumnBlock;
-        PixelPair sum0 = {}, sum1 = {}, sum2 = {}, sum3 = {};
-        for (int j = 0; j < kTaps; ++j) {
-            const float* taps = row.taps[j];
-            const float rowWeight = row.rowWeights[j];
-            const float* weight = kProducts ? groupWeights + j * kColumnBlock : groupWeights;
-            for (int i = 0; i < kTaps; ++i, weight += 32, taps += 4) {
-                PixelPair tap0, tap1, tap2, tap3, weight0, weight1, weight2, weight3;
-                if (kShared) {
-                    LoadShared(tap0, taps, offsets);
-                    LoadShared(tap1, taps, offsets + 2);
-                    LoadShared(tap2, taps, offsets + 4);
-                    LoadShared(tap3, taps, offsets + 6);
-                } else {
-                    LoadPair(tap0, taps, offsets);
-                    LoadPair(tap1, taps, offsets + 2);
-                    LoadPair(tap2, taps, offsets + 4);
-                    LoadPair(tap3, taps, offsets + 6);
-                }
-                std::memcpy(&weight0, weight, sizeof weight0);
-                std::memcpy(&weight1, weight + 8, sizeof weight1);
-                std::memcpy(&weight2, weight + 16, sizeof weight2);
-                std::memcpy(&weight3, weight + 24, sizeof weight3);
-                if (kProducts) {
-                    sum0 += weight0 * tap0;
-                    sum1 += weight1 * tap1;
-                    sum2 += weight2 * tap2;
-                    sum3 += weight3 * tap3;
-                } else {
-                    sum0 += (weight0 * rowWeight) * tap0;
-                    sum1 += (weight1 * rowWeight) * tap1;
-                    sum2 += (weight2 * rowWeight) * tap2;
-                    sum3 += (weight3 * rowWeight) * tap3;
-                }
-            }
-        }
-        StoreGroup(sum0, sum1, sum2, sum3, row.out + static_cast<ptrdiff_t>(row.firstPixels[n]) * row.bytes,
-                   row.bytes);
-    }
+    int n = from;
+    for (; n + 2 <= to; n += 2) SumGroupChunk<kTaps, kShared, kProducts, 2>(row, n);
+    if (n < to) SumGroupChunk<kTaps, kShared, kProducts, 1>(row, n);
 }
 
 template <int kTaps>
