@@ -91,10 +91,12 @@ inline void SumGroupChunk(const InteriorRow<kTaps>& row, int n) {
     const int* offsets[kGroups];
     const float* groupWeights[kGroups];
     PixelPair sum[kGroups][4];
+#pragma GCC unroll 2
     for (int g = 0; g < kGroups; ++g) {
         offsets[g] = row.offsets + static_cast<size_t>(n + g) * kGroupPixels;
         groupWeights[g] = kProducts ? row.products + row.weightKinds[n + g] * kTaps * kColumnBlock
                                     : row.weights + (n + g) * kColumnBlock;
+#pragma GCC unroll 4
         for (int p = 0; p < 4; ++p) sum[g][p] = PixelPair{};
     }
     for (int j = 0; j < kTaps; ++j) {
@@ -102,7 +104,9 @@ inline void SumGroupChunk(const InteriorRow<kTaps>& row, int n) {
         const float rowWeight = row.rowWeights[j];
         const size_t weightStart = kProducts ? j * kColumnBlock : 0;
         for (int i = 0; i < kTaps; ++i, taps += 4)
+#pragma GCC unroll 2
             for (int g = 0; g < kGroups; ++g)
+#pragma GCC unroll 4
                 for (int p = 0; p < 4; ++p) {
                     PixelPair tap, weight;
                     if (kShared)
@@ -116,6 +120,7 @@ inline void SumGroupChunk(const InteriorRow<kTaps>& row, int n) {
                         sum[g][p] += (weight * rowWeight) * tap;
                 }
     }
+#pragma GCC unroll 2
     for (int g = 0; g < kGroups; ++g)
         StoreGroup(sum[g][0], sum[g][1], sum[g][2], sum[g][3],
                    row.out + static_cast<ptrdiff_t>(row.firstPixels[n + g]) * row.bytes, row.bytes);
