@@ -9,6 +9,7 @@
 #include <immintrin.h>
 #endif
 
+#include "image/destination.h"
 #include "module/host_services.h"
 #include "transform/image_transform.h"
 
@@ -166,7 +167,6 @@ QResult CQELImageTransform::IncreaseBpp(IQEL* source, IQEL** result, int bitCoun
         return QEL_NOTHING_TO_DO;
     }
 
-    SmartPtr<IQELImage> converted = NewImageThroughCollection();
     SmartPtr<IQELImagePalette> palette = QueryAs<IQELImagePalette>(source, IID_IQELImagePalette);
     IndexColours colours;
     if (palette) {
@@ -174,15 +174,22 @@ QResult CQELImageTransform::IncreaseBpp(IQEL* source, IQEL** result, int bitCoun
         palette->GetPalette(&entries, &colours.count);
         colours.entries = entries;
     }
-    if (!converted) return QEL_E_FAIL;
-    const QResult created = converted->Create(from.width, from.height, from.planes, bitCount, colourModel);
-    if (created < 0) return created;
+    const bool expands = from.bitCount <= 8 && (bitCount == 24 || bitCount == 32);
+    const bool addsAlpha = from.bitCount == 24 && bitCount == 32;
+    // Every byte is written unless a palette colour leaves the fourth as
+    // created or there is nothing to convert.
+    const bool everyByte = from.bits != nullptr && ((expands && (bitCount == 24 || !colours.HasPalette())) || addsAlpha);
+    Destination converted =
+        MakeDestination(ImageShape{from.width, from.height, from.planes, bitCount, colourModel},
+                        DestinationRoad::Collection, everyByte ? Writes::EveryPixel : Writes::SomePixels);
+    if (!converted.image) return QEL_E_FAIL;
+    if (converted.created < 0) return converted.created;
 
-    const ImageView to = ReadImageView(converted.Get());
-    if (from.bits != nullptr && to.bits != nullptr && to.width == from.width && to.height == from.height) {
-        if (from.bitCount <= 8 && (bitCount == 24 || bitCount == 32)) ExpandIndices(from, to, colours);
-        if (from.bitCount == 24 && bitCount == 32) AddOpaqueAlpha(from, to);
+    const ImageView* to = converted.Canvas();
+    if (from.bits != nullptr && to != nullptr) {
+        if (expands) ExpandIndices(from, *to, colours);
+        if (addsAlpha) AddOpaqueAlpha(from, *to);
     }
-    *result = converted.Detach();
+    *result = converted.image.Detach();
     return QEL_OK;
 }

@@ -7,11 +7,10 @@
 #include <climits>
 #include <cstddef>
 #include <cstring>
-#include <memory>
-#include <new>
 
 #include "image/pixel.h"
 #include "image/sampling.h"
+#include "image/scratch.h"
 #include "transform/resample_grid_plan.h"
 
 namespace {
@@ -24,8 +23,7 @@ class PaddedRows {
 public:
     PaddedRows(const ImageView& source, bool withAlpha)
         : source_(source), channels_(source.bitCount == 8 ? 1 : 4) {
-        const uint32_t outside = GetPixelColor(source.bits, -999, -999, source.width, source.height,
-                                               source.stride, source.bitCount);
+        const uint32_t outside = OutsideColour(source);
         outside_[0] = static_cast<float>(BlueOf(outside));
         outside_[1] = static_cast<float>(GreenOf(outside));
         outside_[2] = static_cast<float>(RedOf(outside));
@@ -70,10 +68,10 @@ private:
 template <int kTaps>
 class RowRing {
 public:
-    explicit RowRing(size_t kept) : kept_(kept), rows_(new (std::nothrow) float[kept * kTaps]) {
+    explicit RowRing(size_t kept) : kept_(kept), rows_(kept * kTaps) {
         for (int& r : held_) r = INT_MIN;
     }
-    bool Ready() const { return rows_ != nullptr; }
+    bool Ready() const { return static_cast<bool>(rows_); }
 
     // The slot of `sourceRow`, and whether it must be filled.
     float* Slot(int sourceRow, bool* fill) {
@@ -85,7 +83,7 @@ public:
 
 private:
     const size_t kept_;
-    std::unique_ptr<float[]> rows_;
+    ScratchBuffer<float> rows_;
     int held_[kTaps];
 };
 
@@ -128,10 +126,10 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
         }
         job.products = products.For(row.weights);
         job.rowWeights = row.weights;
-        job.offsets = groups.offsets.get();
-        job.weights = groups.weights.get();
-        job.firstPixels = groups.firstPixels.get();
-        job.weightKinds = groups.weightKinds.get();
+        job.offsets = groups.offsets.Data();
+        job.weights = groups.weights.Data();
+        job.firstPixels = groups.firstPixels.Data();
+        job.weightKinds = groups.weightKinds.Data();
         job.sharedCount = groups.sharedGroups;
         job.groupCount = groups.groups;
         job.out = dest.Row(y);
@@ -162,9 +160,9 @@ bool InterpolateGreyInterior(const InterpolatingSampler& sampler, const SampleAx
     const int summed = dest.width / 16 * 16;
     if (summed == 0) return false;
     const size_t run = static_cast<size_t>(summed);
-    std::unique_ptr<float[]> weights(new (std::nothrow) float[run * kTaps]);
-    std::unique_ptr<int[]> windows(new (std::nothrow) int[run / 16]);
-    std::unique_ptr<int[]> lanes(new (std::nothrow) int[run]);
+    const ScratchBuffer<float> weights(run * kTaps);
+    const ScratchBuffer<int> windows(run / 16);
+    const ScratchBuffer<int> lanes(run);
     if (!weights || !windows || !lanes) return false;
     int widest = 0;
     for (size_t x = 0; x < run; ++x) {
@@ -198,9 +196,9 @@ bool InterpolateGreyInterior(const InterpolatingSampler& sampler, const SampleAx
                 job.taps[j] = taps;
             }
             job.rowWeights = row.weights;
-            job.columnWeights = weights.get();
-            job.windows = windows.get();
-            job.lanes = lanes.get();
+            job.columnWeights = weights.Data();
+            job.windows = windows.Data();
+            job.lanes = lanes.Data();
             job.run = run;
             job.width = summed;
             job.narrow = widest < 16;
@@ -223,22 +221,22 @@ void InterpolateGrid(const ImageView& source, const ImageView& dest, float xScal
                                        source.bitCount);
     // The kernel weights of a column (and of a row) are the same for every
     // pixel in it, so they are computed once per column and once per row.
-    std::unique_ptr<SampleAxis[]> columns;
+    ScratchBuffer<SampleAxis> columns;
     if (sampler.UsesAxisWeights()) {
-        columns.reset(new (std::nothrow) SampleAxis[static_cast<size_t>(dest.width)]);
+        columns.Resize(static_cast<size_t>(dest.width));
         if (columns)
             for (int x = 0; x < dest.width; ++x)
                 sampler.ComputeAxis((static_cast<float>(x) + 0.5f) * xScale - 0.5f, &columns[x]);
     }
     const bool wholeBytes = source.bitCount == 24 || source.bitCount == 32;
     if (columns && wholeBytes && SimdRuns(SimdTier::Avx2, widest)) {
-        if (method == 5 ? InterpolateInterior<12>(sampler, columns.get(), source, dest, yScale)
-                        : InterpolateInterior<4>(sampler, columns.get(), source, dest, yScale))
+        if (method == 5 ? InterpolateInterior<12>(sampler, columns.Data(), source, dest, yScale)
+                        : InterpolateInterior<4>(sampler, columns.Data(), source, dest, yScale))
             return;
     }
     if (columns && source.bitCount == 8 && SimdRuns(SimdTier::Avx512, widest)) {
-        if (method == 5 ? InterpolateGreyInterior<12>(sampler, columns.get(), source, dest, yScale)
-                        : InterpolateGreyInterior<4>(sampler, columns.get(), source, dest, yScale))
+        if (method == 5 ? InterpolateGreyInterior<12>(sampler, columns.Data(), source, dest, yScale)
+                        : InterpolateGreyInterior<4>(sampler, columns.Data(), source, dest, yScale))
             return;
     }
     for (int y = 0; y < dest.height; ++y) {

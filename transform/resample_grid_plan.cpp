@@ -3,7 +3,6 @@
 #include "transform/resample_grid_plan.h"
 
 #include <cstring>
-#include <new>
 
 template <int kTaps>
 bool ColumnGroups<kTaps>::Plan(const SampleAxis* columns, int sourceWidth, int destWidth, bool padded) {
@@ -32,11 +31,11 @@ bool ColumnGroups<kTaps>::Plan(const SampleAxis* columns, int sourceWidth, int d
         }
     }
     const int groupCount = destWidth >= lead ? (destWidth - lead) / kGroupPixels : 0;
-    offsets.reset(new (std::nothrow) int[static_cast<size_t>(groupCount) * kGroupPixels + 1]);
-    weights.reset(new (std::nothrow) float[static_cast<size_t>(groupCount) * kColumnBlock + 1]);
-    firstPixels.reset(new (std::nothrow) int[static_cast<size_t>(groupCount) + 1]);
-    weightKinds.reset(new (std::nothrow) int[static_cast<size_t>(groupCount) + 1]);
-    otherColumns.reset(new (std::nothrow) int[static_cast<size_t>(destWidth)]);
+    offsets.Resize(static_cast<size_t>(groupCount) * kGroupPixels + 1);
+    weights.Resize(static_cast<size_t>(groupCount) * kColumnBlock + 1);
+    firstPixels.Resize(static_cast<size_t>(groupCount) + 1);
+    weightKinds.Resize(static_cast<size_t>(groupCount) + 1);
+    otherColumns.Resize(static_cast<size_t>(destWidth));
     if (!offsets || !weights || !firstPixels || !weightKinds || !otherColumns) return false;
 
     for (int pass = 0; pass < 2; ++pass) {
@@ -85,7 +84,7 @@ void ColumnGroups<kTaps>::AddGroup(const SampleAxis* columns, int first) {
 template <int kTaps>
 WeightProducts<kTaps>::WeightProducts(const ColumnGroups<kTaps>& groups) : groups_(groups) {
     if (groups.fewKinds && groups.kinds > 0)
-        products_.reset(new (std::nothrow) float[kMaxKinds * groups.kinds * kProductBlock]);
+        products_.Resize(kMaxKinds * groups.kinds * kProductBlock);
 }
 
 template <int kTaps>

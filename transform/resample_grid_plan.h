@@ -4,9 +4,8 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
-
 #include "image/sampling.h"
+#include "image/scratch.h"
 
 constexpr int kGroupPixels = 8;  // output pixels summed together
 constexpr int kMaxKinds = 4;     // kinds of column weights and of row weights whose products are kept
@@ -57,11 +56,11 @@ template <int kTaps>
 struct ColumnGroups {
     static constexpr size_t kColumnBlock = static_cast<size_t>(kTaps) * kGroupPixels * 4;
 
-    std::unique_ptr<int[]> offsets;       // per group and pixel: first tap, in floats from the row start
-    std::unique_ptr<float[]> weights;     // per group: kColumnBlock column weights
-    std::unique_ptr<int[]> firstPixels;   // per group: its first output pixel
-    std::unique_ptr<int[]> weightKinds;   // per group: which kind its weights are
-    std::unique_ptr<int[]> otherColumns;  // output columns the sampler computes
+    ScratchBuffer<int> offsets;       // per group and pixel: first tap, in floats from the row start
+    ScratchBuffer<float> weights;     // per group: kColumnBlock column weights
+    ScratchBuffer<int> firstPixels;   // per group: its first output pixel
+    ScratchBuffer<int> weightKinds;   // per group: which kind its weights are
+    ScratchBuffer<int> otherColumns;  // output columns the sampler computes
     int groups = 0, sharedGroups = 0, otherCount = 0, kinds = 0;
     int kindGroups[kMaxKinds] = {};  // the first group of each kind
     bool fewKinds = true;            // every group is one of `kinds` kinds
@@ -89,7 +88,7 @@ public:
 
 private:
     const ColumnGroups<kTaps>& groups_;
-    std::unique_ptr<float[]> products_;
+    ScratchBuffer<float> products_;
     float rowKinds_[kMaxKinds][kTaps];
     int rowKindCount_ = 0;
 };
