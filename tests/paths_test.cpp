@@ -406,7 +406,7 @@ TEST(TransformPaths, TurnDrawingLanesGiveTheScalarBytes) {
         }
 }
 
-// Grey and palette images of widths around the sixteen-pixel step, padded and
+// Grey and palette images of widths around the 64- and 16-pixel steps, padded and
 // bottom-up, into 24 and 32 bits, against a pixel-by-pixel reference: grey
 // gains alpha 255, a palette colour leaves the fourth byte, and indices past
 // a short palette read as grey.
@@ -416,7 +416,7 @@ TEST(TransformPaths, IndexExpansionGivesTheReferenceBytes) {
         palette[i] = {static_cast<unsigned char>(255 - i), static_cast<unsigned char>(3 * i),
                       static_cast<unsigned char>(i ^ 0x5A), 0x77};
     uint32_t seed = 5;
-    for (int width : {1, 15, 16, 17, 33, 64, 79})
+    for (int width : {1, 15, 16, 17, 64, 79, 130})
         for (bool withPalette : {false, true})
             for (int destBpp : {24, 32}) {
                 Owned src = Random(width, 3, 8, seed, seed % 4, seed % 2 == 1);

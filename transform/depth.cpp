@@ -83,30 +83,39 @@ void ExpandRowByTable(const unsigned char* in, unsigned char* out, int from, int
     }
 }
 
-// The byte each output byte of a grey step copies: pixel n / destBytes.
+// The index byte each output byte of a grey step copies: output block k of
+// a 64-pixel step holds bytes 64k to 64k + 63, pixel n / destBytes.
 struct GreySpread {
-    alignas(64) unsigned char order[64];
+    alignas(64) unsigned char order[4][64];
     explicit GreySpread(int destBytes) {
-        for (int n = 0; n < 64; ++n) order[n] = static_cast<unsigned char>(n / destBytes);
+        for (int k = 0; k < 4; ++k)
+            for (int n = 0; n < 64; ++n) order[k][n] = static_cast<unsigned char>((64 * k + n) / destBytes);
     }
 };
 
 #if defined(__x86_64__)
-// A grey row, 16 pixels a step: each index byte repeated into blue, green and
-// red by one byte permute, alpha 255 added for 32 bits. Returns the pixels
-// written.
+// A grey row, 64 pixels a step and then 16: each index byte repeated into
+// blue, green and red by byte permutes, alpha 255 added for 32 bits.
+// Returns the pixels written.
 __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int ExpandGreyRowAvx512(const unsigned char* in,
                                                                                 unsigned char* out, int width,
                                                                                 const GreySpread& spread,
                                                                                 int destBytes) {
-    const __m512i order = _mm512_load_si512(spread.order);
     const __m512i alpha = _mm512_set1_epi32(destBytes == 4 ? static_cast<int>(0xFF000000u) : 0);
-    const __mmask64 stored = destBytes == 4 ? ~__mmask64{0} : (__mmask64{1} << 48) - 1;
+    const __m512i first = _mm512_load_si512(spread.order[0]);
     int x = 0;
+    for (; x + 64 <= width; x += 64, out += 64 * destBytes) {
+        const __m512i indices = _mm512_loadu_si512(in + x);
+        for (int k = 0; k < destBytes; ++k) {
+            const __m512i order = _mm512_load_si512(spread.order[k]);
+            _mm512_storeu_si512(out + 64 * k, _mm512_or_si512(_mm512_maskz_permutexvar_epi8(~__mmask64{0}, order, indices), alpha));
+        }
+    }
+    const __mmask64 stored = destBytes == 4 ? ~__mmask64{0} : (__mmask64{1} << 48) - 1;
     for (; x + 16 <= width; x += 16, out += 16 * destBytes) {
         const __m512i indices = _mm512_maskz_loadu_epi8(0xFFFF, in + x);
         const __m512i pixels =
-            _mm512_or_si512(_mm512_maskz_permutexvar_epi8(~__mmask64{0}, order, indices), alpha);
+            _mm512_or_si512(_mm512_maskz_permutexvar_epi8(~__mmask64{0}, first, indices), alpha);
         _mm512_mask_storeu_epi8(out, stored, pixels);
     }
     return x;

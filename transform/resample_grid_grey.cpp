@@ -27,6 +27,7 @@ inline void SumBlocks(const GreyRow<kTaps>& row, int x) {
     const int first = x / 16;
     __m512 sum[kBlocks];
     __m512i lanes[kBlocks];
+#pragma GCC unroll 4
     for (int b = 0; b < kBlocks; ++b) {
         sum[b] = _mm512_setzero_ps();
         lanes[b] = _mm512_loadu_si512(row.lanes + 16 * (first + b));
@@ -35,6 +36,7 @@ inline void SumBlocks(const GreyRow<kTaps>& row, int x) {
         const __m512 rowWeight = _mm512_set1_ps(row.rowWeights[j]);
         const float* weights = row.columnWeights + x;
         for (int i = 0; i < kTaps; ++i, weights += row.run)
+#pragma GCC unroll 4
             for (int b = 0; b < kBlocks; ++b) {
                 const float* window = row.taps[j] + row.windows[first + b] + i;
                 const __m512 taps = kNarrow ? _mm512_maskz_permutexvar_ps(0xFFFF, lanes[b], _mm512_loadu_ps(window))
@@ -46,6 +48,7 @@ inline void SumBlocks(const GreyRow<kTaps>& row, int x) {
     }
     // Finished as the sampler finishes a channel: above 255 gives 255, below
     // 0 gives 0, else truncation toward zero.
+#pragma GCC unroll 4
     for (int b = 0; b < kBlocks; ++b) {
         __m512i level = _mm512_maskz_cvttps_epi32(0xFFFF, sum[b]);
         level = _mm512_mask_mov_epi32(level, _mm512_cmp_ps_mask(sum[b], _mm512_set1_ps(255.0f), _CMP_GT_OQ),
