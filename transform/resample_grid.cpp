@@ -98,7 +98,7 @@ private:
 // whose taps all lie inside are summed here.
 template <int kTaps>
 bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* columns,
-                         const ImageView& source, const ImageView& dest, float yScale) {
+                         const ImageView& source, const ImageView& dest, float yScale, bool wide) {
     constexpr int kBack = TapsBack<kTaps>();
     const int bytes = source.bitCount / 8;
     const bool padded = kTaps == 12 || bytes == 3;
@@ -130,10 +130,16 @@ bool InterpolateInterior(const InterpolatingSampler& sampler, const SampleAxis* 
         job.weights = groups.weights.Data();
         job.firstPixels = groups.firstPixels.Data();
         job.weightKinds = groups.weightKinds.Data();
+        job.slidingCount = groups.slidingGroups;
         job.sharedCount = groups.sharedGroups;
+        job.firstGroup = 0;
         job.groupCount = groups.groups;
         job.out = dest.Row(y);
         job.bytes = bytes;
+        if (wide) {
+            SumSlidingGroupsAvx512(job);
+            job.firstGroup = job.slidingCount;
+        }
         SumGroupsAvx2(job);
         for (int n = 0; n < groups.otherCount; ++n) {
             const int x = groups.otherColumns[n];
@@ -230,8 +236,9 @@ void InterpolateGrid(const ImageView& source, const ImageView& dest, float xScal
     }
     const bool wholeBytes = source.bitCount == 24 || source.bitCount == 32;
     if (columns && wholeBytes && SimdRuns(SimdTier::Avx2, widest)) {
-        if (method == 5 ? InterpolateInterior<12>(sampler, columns.Data(), source, dest, yScale)
-                        : InterpolateInterior<4>(sampler, columns.Data(), source, dest, yScale))
+        const bool wide = SimdRuns(SimdTier::Avx512, widest);
+        if (method == 5 ? InterpolateInterior<12>(sampler, columns.Data(), source, dest, yScale, wide)
+                        : InterpolateInterior<4>(sampler, columns.Data(), source, dest, yScale, wide))
             return;
     }
     if (columns && source.bitCount == 8 && SimdRuns(SimdTier::Avx512, widest)) {

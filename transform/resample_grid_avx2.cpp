@@ -135,12 +135,13 @@ inline void SumGroups(const InteriorRow<kTaps>& row, int from, int to) {
 
 template <int kTaps>
 inline void SumRow(const InteriorRow<kTaps>& row) {
+    const int unshared = row.firstGroup > row.sharedCount ? row.firstGroup : row.sharedCount;
     if (row.products != nullptr) {
-        SumGroups<kTaps, true, true>(row, 0, row.sharedCount);
-        SumGroups<kTaps, false, true>(row, row.sharedCount, row.groupCount);
+        SumGroups<kTaps, true, true>(row, row.firstGroup, row.sharedCount);
+        SumGroups<kTaps, false, true>(row, unshared, row.groupCount);
     } else {
-        SumGroups<kTaps, true, false>(row, 0, row.sharedCount);
-        SumGroups<kTaps, false, false>(row, row.sharedCount, row.groupCount);
+        SumGroups<kTaps, true, false>(row, row.firstGroup, row.sharedCount);
+        SumGroups<kTaps, false, false>(row, unshared, row.groupCount);
     }
 }
 

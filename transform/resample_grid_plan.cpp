@@ -38,7 +38,14 @@ bool ColumnGroups<kTaps>::Plan(const SampleAxis* columns, int sourceWidth, int d
     otherColumns.Resize(static_cast<size_t>(destWidth));
     if (!offsets || !weights || !firstPixels || !weightKinds || !otherColumns) return false;
 
-    for (int pass = 0; pass < 2; ++pass) {
+    // Each pair's first tap one pixel after the previous pair's.
+    const auto sliding = [&](int first) {
+        bool all = shared(first);
+        for (int p = 2; p < kGroupPixels; p += 2) all = all && columns[first + p].base == columns[first].base + p / 2;
+        return all;
+    };
+    // Sliding groups first, then the other shared ones, then the rest.
+    for (int pass = 0; pass < 3; ++pass) {
         for (int group = 0; group < groupCount; ++group) {
             const int first = lead + group * kGroupPixels;
             if (!summable(first)) {
@@ -46,9 +53,11 @@ bool ColumnGroups<kTaps>::Plan(const SampleAxis* columns, int sourceWidth, int d
                     for (int p = 0; p < kGroupPixels; ++p) otherColumns[otherCount++] = first + p;
                 continue;
             }
-            if (shared(first) == (pass == 0)) AddGroup(columns, first);
+            const int kind = sliding(first) ? 0 : shared(first) ? 1 : 2;
+            if (kind == pass) AddGroup(columns, first);
         }
-        if (pass == 0) sharedGroups = groups;
+        if (pass == 0) slidingGroups = groups;
+        if (pass == 1) sharedGroups = groups;
     }
     for (int x = 0; x < lead && x < destWidth; ++x) otherColumns[otherCount++] = x;
     for (int x = lead + groupCount * kGroupPixels; x < destWidth; ++x) otherColumns[otherCount++] = x;

@@ -28,9 +28,11 @@ bool TapsSummable(bool padded, int base, int size) {
     return kTaps == 12 ? base >= -6 && base - 4 <= size : base >= -2 && base <= size;
 }
 
-// What one output row hands the summing step. Groups come in two lists:
-// those whose pixels pair up on a shared first tap (each pair's taps are one
-// 4-float load repeated in both halves of a register) and the rest.
+// What one output row hands the summing step. Groups come in three lists:
+// those whose pixels pair up on a shared first tap, each pair one pixel on
+// from the one before (sliding: a pair's taps are the next pair's taps one
+// step earlier), the other shared ones (each pair's taps are one 4-float
+// load repeated in both halves of a register), and the rest.
 template <int kTaps>
 struct InteriorRow {
     const float* taps[kTaps];  // float rows holding the taps, top tap row first
@@ -38,7 +40,9 @@ struct InteriorRow {
     const int* offsets;        // per group: each pixel's first tap, in floats from the row start
     const float* weights;      // per group: kTaps x group pixels x 4 lanes of column weights
     const int* firstPixels;    // per group: its first output pixel
+    int slidingCount;          // groups 0 to slidingCount - 1 slide
     int sharedCount;           // groups 0 to sharedCount - 1 pair up on their taps
+    int firstGroup;            // where the AVX2 step starts: the groups before it are summed
     int groupCount;
     // Column weight x row weight for every tap, per kind of group, when this
     // row's weights are among the few seen before; else null.
@@ -49,8 +53,7 @@ struct InteriorRow {
 };
 
 // The column side of the interior sum, worked out once per image: the groups
-// of eight output pixels summed together (first those whose pixels pair up
-// on a shared first tap), their tap offsets and column weights, the few kinds
+// of eight output pixels summed together (sliding, shared, the rest), their tap offsets and column weights, the few kinds
 // of weight block among them, and the columns left to the sampler.
 template <int kTaps>
 struct ColumnGroups {
@@ -61,7 +64,7 @@ struct ColumnGroups {
     ScratchBuffer<int> firstPixels;   // per group: its first output pixel
     ScratchBuffer<int> weightKinds;   // per group: which kind its weights are
     ScratchBuffer<int> otherColumns;  // output columns the sampler computes
-    int groups = 0, sharedGroups = 0, otherCount = 0, kinds = 0;
+    int groups = 0, slidingGroups = 0, sharedGroups = 0, otherCount = 0, kinds = 0;
     int kindGroups[kMaxKinds] = {};  // the first group of each kind
     bool fewKinds = true;            // every group is one of `kinds` kinds
 
@@ -93,9 +96,12 @@ private:
     int rowKindCount_ = 0;
 };
 
-// Sums the row's groups and writes their pixels; needs AVX2.
+// Sums the row's groups from firstGroup on and writes their pixels; needs AVX2.
 void SumGroupsAvx2(const InteriorRow<4>& row);
 void SumGroupsAvx2(const InteriorRow<12>& row);
+// Sums the row's sliding groups and writes their pixels; needs AVX-512.
+void SumSlidingGroupsAvx512(const InteriorRow<4>& row);
+void SumSlidingGroupsAvx512(const InteriorRow<12>& row);
 
 // What one output row of an 8-bit image hands the summing step. The sixteen
 // pixels of a block read their first taps within a window of 32 floats (16
