@@ -347,14 +347,16 @@ TEST(TransformPaths, SkewAndCircleOfEveryDepth) {
 
 // Enlarging by whole and odd factors, one axis shrinking while the other
 // grows, images barely larger than the 12-tap window, widths leaving a partial
-// group of eight; whole ratios repeat weight sets (kept column x row
-// products), 30 x 13 to 60 x 75 has more kinds of row than are kept.
-TEST(TransformPaths, KernelGridLanesGiveTheScalarBytes) {
+// group of eight (and of sixteen grey pixels); whole ratios repeat weight sets
+// (kept column x row products) and doubling makes sliding groups, 30 x 13 to
+// 60 x 75 has more kinds of row than are kept, 50 x 10 to 33 x 31 spreads a
+// grey block's taps over more than sixteen pixels.
+TEST(TransformPaths, ResampleGridLanesGiveTheScalarBytes) {
     QEL_NEEDS_TIER(SimdTier::Avx2);
     const int cases[][4] = {{13, 11, 26, 22},  {40, 37, 83, 75}, {17, 29, 51, 30}, {64, 9, 23, 40},
                             {12, 12, 29, 31},  {5, 7, 19, 17},   {33, 20, 80, 20}, {9, 40, 20, 117},
                             {50, 30, 100, 60}, {31, 26, 93, 78}, {21, 20, 84, 80}, {30, 13, 60, 75},
-                            {31, 23, 70, 61},  {31, 23, 62, 46}};
+                            {50, 10, 33, 31},  {31, 23, 70, 61}, {31, 23, 62, 46}};
     uint32_t seed = 1;
     for (int bpp : {8, 24, 32})
         for (const auto& c : cases) {
@@ -430,17 +432,19 @@ TEST(TransformPaths, IndexExpansionGivesTheReferenceBytes) {
                     reference.insert(reference.end(), {entry.rgbBlue, entry.rgbGreen, entry.rgbRed});
                     if (bytes == 4) reference.push_back(withPalette ? 0 : 255);
                 }
-                ExpectPathsAgree("expansion, palette " + std::to_string(withPalette), width, 3, destBpp,
-                                 QEL_MODEL_BGR, {SimdTier::Scalar, SimdTier::Avx512},
-                                 [&](const ImageView& d, SimdTier lanes) {
-                                     ExpandIndices(ReadImageView(src.Get()), d, colours, lanes);
-                                 },
-                                 &reference);
+                ExpectPathsAgree(
+                    "expansion, palette " + std::to_string(withPalette), width, 3, destBpp, QEL_MODEL_BGR,
+                    {SimdTier::Scalar, SimdTier::Avx512},
+                    [&](const ImageView& d, SimdTier lanes) {
+                        ExpandIndices(ReadImageView(src.Get()), d, colours, lanes);
+                    },
+                    &reference);
             }
 }
 
 // Rows of every width up to 60 output pixels (several 30- and 32-byte steps
-// and every tail), from a 2-row source that ends at its guards; four bytes of 255 sum to 1020, the most a 16-bit lane holds here.
+// and every tail), from a 2-row source that ends at its guards; four bytes of
+// 255 sum to 1020, the most a 16-bit lane holds here.
 TEST(TransformPaths, HalvingRowsGiveTheScalarBytes) {
     QEL_NEEDS_TIER(SimdTier::Ssse3);
     uint32_t seed = 3;
@@ -465,7 +469,8 @@ TEST(TransformPaths, HalvingRowsGiveTheScalarBytes) {
                 for (SimdTier lanes : {SimdTier::Ssse3, SimdTier::Avx512}) {
                     Bytes actual(expected.size(), 0x5A);
                     HalveRow(src->Row(0), src->Row(1), starts.data(), actual.data(), width, bytes, lanes);
-                    ASSERT_EQ(actual, expected) << bytes << " bytes, width " << width << ", " << SimdTierName(lanes);
+                    ASSERT_EQ(actual, expected)
+                        << bytes << " bytes, width " << width << ", " << SimdTierName(lanes);
                 }
                 for (size_t n = 0; n < expected.size() && keep == 0x01; ++n)
                     ASSERT_EQ(expected[n], n % bytes == 0   ? 0

@@ -98,9 +98,9 @@ struct GreySpread {
 // blue, green and red by byte permutes, alpha 255 added for 32 bits.
 // Returns the pixels written.
 __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int ExpandGreyRowAvx512(const unsigned char* in,
-                                                                                unsigned char* out, int width,
-                                                                                const GreySpread& spread,
-                                                                                int destBytes) {
+                                                                               unsigned char* out, int width,
+                                                                               const GreySpread& spread,
+                                                                               int destBytes) {
     const __m512i alpha = _mm512_set1_epi32(destBytes == 4 ? static_cast<int>(0xFF000000u) : 0);
     const __m512i first = _mm512_load_si512(spread.order[0]);
     int x = 0;
@@ -108,7 +108,9 @@ __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int ExpandGreyRowAvx512(c
         const __m512i indices = _mm512_loadu_si512(in + x);
         for (int k = 0; k < destBytes; ++k) {
             const __m512i order = _mm512_load_si512(spread.order[k]);
-            _mm512_storeu_si512(out + 64 * k, _mm512_or_si512(_mm512_maskz_permutexvar_epi8(~__mmask64{0}, order, indices), alpha));
+            _mm512_storeu_si512(
+                out + 64 * k,
+                _mm512_or_si512(_mm512_maskz_permutexvar_epi8(~__mmask64{0}, order, indices), alpha));
         }
     }
     const __mmask64 stored = destBytes == 4 ? ~__mmask64{0} : (__mmask64{1} << 48) - 1;
@@ -187,7 +189,8 @@ QResult CQELImageTransform::IncreaseBpp(IQEL* source, IQEL** result, int bitCoun
     const bool addsAlpha = from.bitCount == 24 && bitCount == 32;
     // Every byte is written unless a palette colour leaves the fourth as
     // created or there is nothing to convert.
-    const bool everyByte = from.bits != nullptr && ((expands && (bitCount == 24 || !colours.HasPalette())) || addsAlpha);
+    const bool everyByte =
+        from.bits != nullptr && ((expands && (bitCount == 24 || !colours.HasPalette())) || addsAlpha);
     Destination converted =
         MakeDestination(ImageShape{from.width, from.height, from.planes, bitCount, colourModel},
                         DestinationRoad::Collection, everyByte ? Writes::EveryPixel : Writes::SomePixels);

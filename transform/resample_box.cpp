@@ -83,9 +83,9 @@ __attribute__((target("ssse3"))) int HalveRowSsse3(const unsigned char* top, con
 // the two rows' sums are added, shifted, and their low bytes gathered. Returns the output
 // pixels written: whole steps whose 64-byte loads end within the row pairs.
 __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int HalveRowAvx512(const unsigned char* top,
-                                                                           const unsigned char* bottom,
-                                                                           unsigned char* out, int width,
-                                                                           int bytes) {
+                                                                          const unsigned char* bottom,
+                                                                          unsigned char* out, int width,
+                                                                          int bytes) {
     const int channels = bytes == 1 ? 1 : 3;
     const int pixelsPerStep = bytes == 1 ? 32 : 10;
     const int outBytes = pixelsPerStep * bytes;
@@ -96,7 +96,8 @@ __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int HalveRowAvx512(const 
         pairs[2 * o + 1] = static_cast<unsigned char>(first + bytes);
     }
     alignas(64) unsigned char lows[64];
-    for (int n = 0; n < 64; ++n) lows[n] = static_cast<unsigned char>(2 * n % 64);  // the low byte of each sum
+    for (int n = 0; n < 64; ++n)
+        lows[n] = static_cast<unsigned char>(2 * n % 64);  // the low byte of each sum
     const __m512i order = _mm512_load_si512(pairs), lowBytes = _mm512_load_si512(lows);
     const __m512i ones = _mm512_set1_epi8(1);
     const __mmask64 stored = (__mmask64{1} << outBytes) - 1;
@@ -106,8 +107,10 @@ __attribute__((target("avx512f,avx512bw,avx512vbmi"))) int HalveRowAvx512(const 
         const __m512i up = _mm512_maskz_permutexvar_epi8(~__mmask64{0}, order, _mm512_loadu_si512(top + at));
         const __m512i down =
             _mm512_maskz_permutexvar_epi8(~__mmask64{0}, order, _mm512_loadu_si512(bottom + at));
-        const __m512i sums = _mm512_add_epi16(_mm512_maddubs_epi16(up, ones), _mm512_maddubs_epi16(down, ones));
-        const __m512i means = _mm512_maskz_permutexvar_epi8(~__mmask64{0}, lowBytes, _mm512_srli_epi16(sums, 2));
+        const __m512i sums =
+            _mm512_add_epi16(_mm512_maddubs_epi16(up, ones), _mm512_maddubs_epi16(down, ones));
+        const __m512i means =
+            _mm512_maskz_permutexvar_epi8(~__mmask64{0}, lowBytes, _mm512_srli_epi16(sums, 2));
         _mm512_mask_storeu_epi8(out, stored, means);
     }
     return x;

@@ -55,7 +55,8 @@ public:
 
 private:
     void FillOutside(float* to, size_t pixels) const {
-        for (size_t x = 0; x < pixels; ++x) std::memcpy(to + channels_ * x, outside_, channels_ * sizeof(float));
+        for (size_t x = 0; x < pixels; ++x)
+            std::memcpy(to + channels_ * x, outside_, channels_ * sizeof(float));
     }
 
     const ImageView& source_;
@@ -213,8 +214,8 @@ bool InterpolateGreyInterior(const InterpolatingSampler& sampler, const SampleAx
             x = summed;
         }
         for (; x < dest.width; ++x)
-            SetPixelColor(dest.bits, x, y, dest.width, dest.height, dest.stride, sampler.Sample(columns[x], row),
-                          source.bitCount);
+            SetPixelColor(dest.bits, x, y, dest.width, dest.height, dest.stride,
+                          sampler.Sample(columns[x], row), source.bitCount);
     }
     return true;
 }

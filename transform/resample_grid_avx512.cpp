@@ -34,10 +34,10 @@ inline void StoreGroup(const __m512 (&sum)[2], unsigned char* to, int bytes, __m
     __m512i level[2];
     for (int h = 0; h < 2; ++h) {
         level[h] = _mm512_maskz_cvttps_epi32(0xFFFF, sum[h]);
-        level[h] = _mm512_mask_mov_epi32(level[h], _mm512_cmp_ps_mask(sum[h], _mm512_set1_ps(255.0f), _CMP_GT_OQ),
-                                         _mm512_set1_epi32(255));
-        level[h] = _mm512_mask_mov_epi32(level[h], _mm512_cmp_ps_mask(sum[h], _mm512_setzero_ps(), _CMP_LT_OQ),
-                                         _mm512_setzero_si512());
+        level[h] = _mm512_mask_mov_epi32(
+            level[h], _mm512_cmp_ps_mask(sum[h], _mm512_set1_ps(255.0f), _CMP_GT_OQ), _mm512_set1_epi32(255));
+        level[h] = _mm512_mask_mov_epi32(
+            level[h], _mm512_cmp_ps_mask(sum[h], _mm512_setzero_ps(), _CMP_LT_OQ), _mm512_setzero_si512());
     }
     const __m512i bytesOf = _mm512_permutex2var_epi8(level[0], order, level[1]);
     _mm512_mask_storeu_epi8(to, (__mmask64{1} << (8 * bytes)) - 1, bytesOf);

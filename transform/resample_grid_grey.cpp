@@ -39,9 +39,10 @@ inline void SumBlocks(const GreyRow<kTaps>& row, int x) {
 #pragma GCC unroll 4
             for (int b = 0; b < kBlocks; ++b) {
                 const float* window = row.taps[j] + row.windows[first + b] + i;
-                const __m512 taps = kNarrow ? _mm512_maskz_permutexvar_ps(0xFFFF, lanes[b], _mm512_loadu_ps(window))
-                                            : _mm512_permutex2var_ps(_mm512_loadu_ps(window), lanes[b],
-                                                                     _mm512_loadu_ps(window + 16));
+                const __m512 taps =
+                    kNarrow ? _mm512_maskz_permutexvar_ps(0xFFFF, lanes[b], _mm512_loadu_ps(window))
+                            : _mm512_permutex2var_ps(_mm512_loadu_ps(window), lanes[b],
+                                                     _mm512_loadu_ps(window + 16));
                 const __m512 weight = _mm512_mul_ps(_mm512_loadu_ps(weights + 16 * b), rowWeight);
                 sum[b] = _mm512_add_ps(sum[b], _mm512_mul_ps(weight, taps));
             }

@@ -41,7 +41,8 @@ bool ColumnGroups<kTaps>::Plan(const SampleAxis* columns, int sourceWidth, int d
     // Each pair's first tap one pixel after the previous pair's.
     const auto sliding = [&](int first) {
         bool all = shared(first);
-        for (int p = 2; p < kGroupPixels; p += 2) all = all && columns[first + p].base == columns[first].base + p / 2;
+        for (int p = 2; p < kGroupPixels; p += 2)
+            all = all && columns[first + p].base == columns[first].base + p / 2;
         return all;
     };
     // Sliding groups first, then the other shared ones, then the rest.
@@ -71,15 +72,16 @@ void ColumnGroups<kTaps>::AddGroup(const SampleAxis* columns, int first) {
     const int n = groups++;
     firstPixels[n] = first;
     for (int p = 0; p < kGroupPixels; ++p)
-        offsets[static_cast<size_t>(n) * kGroupPixels + p] = (columns[first + p].base - TapsBack<kTaps>() + kPad) * 4;
+        offsets[static_cast<size_t>(n) * kGroupPixels + p] =
+            (columns[first + p].base - TapsBack<kTaps>() + kPad) * 4;
     float* block = &weights[n * kColumnBlock];
     float* weight = block;
     for (int i = 0; i < kTaps; ++i)
         for (int p = 0; p < kGroupPixels; ++p)
             for (int channel = 0; channel < 4; ++channel) *weight++ = columns[first + p].weights[i];
     int kind = 0;
-    while (kind < kinds && std::memcmp(&weights[kindGroups[kind] * kColumnBlock], block,
-                                       kColumnBlock * sizeof(float)) != 0)
+    while (kind < kinds &&
+           std::memcmp(&weights[kindGroups[kind] * kColumnBlock], block, kColumnBlock * sizeof(float)) != 0)
         ++kind;
     if (kind == kinds) {
         if (kinds < kMaxKinds)
@@ -92,8 +94,7 @@ void ColumnGroups<kTaps>::AddGroup(const SampleAxis* columns, int first) {
 
 template <int kTaps>
 WeightProducts<kTaps>::WeightProducts(const ColumnGroups<kTaps>& groups) : groups_(groups) {
-    if (groups.fewKinds && groups.kinds > 0)
-        products_.Resize(kMaxKinds * groups.kinds * kProductBlock);
+    if (groups.fewKinds && groups.kinds > 0) products_.Resize(kMaxKinds * groups.kinds * kProductBlock);
 }
 
 template <int kTaps>
@@ -107,7 +108,8 @@ const float* WeightProducts<kTaps>::For(const float* rowWeights) {
         std::memcpy(rowKinds_[rowKindCount_++], rowWeights, sizeof rowKinds_[kind]);
         float* product = &products_[kind * groups_.kinds * kProductBlock];
         for (int c = 0; c < groups_.kinds; ++c) {
-            const float* columnWeight = &groups_.weights[groups_.kindGroups[c] * ColumnGroups<kTaps>::kColumnBlock];
+            const float* columnWeight =
+                &groups_.weights[groups_.kindGroups[c] * ColumnGroups<kTaps>::kColumnBlock];
             for (int j = 0; j < kTaps; ++j)
                 for (size_t k = 0; k < ColumnGroups<kTaps>::kColumnBlock; ++k)
                     *product++ = columnWeight[k] * rowWeights[j];

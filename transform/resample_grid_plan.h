@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+
 #include "image/sampling.h"
 #include "image/scratch.h"
 
@@ -53,8 +54,8 @@ struct InteriorRow {
 };
 
 // The column side of the interior sum, worked out once per image: the groups
-// of eight output pixels summed together (sliding, shared, the rest), their tap offsets and column weights, the few kinds
-// of weight block among them, and the columns left to the sampler.
+// of eight output pixels summed together (sliding, shared, the rest), their tap offsets and column weights,
+// the few kinds of weight block among them, and the columns left to the sampler.
 template <int kTaps>
 struct ColumnGroups {
     static constexpr size_t kColumnBlock = static_cast<size_t>(kTaps) * kGroupPixels * 4;
