@@ -46,8 +46,9 @@ inline void StoreGroup(const __m512 (&sum)[2], unsigned char* to, int bytes, __m
 // Each lane runs the sampler's sum for its pixel and channel: over tap rows,
 // then taps, weight = column weight x row weight, sum += weight x tap, for
 // `kGroups` groups side by side. With `kProducts` the weights come already
-// multiplied, per kind of group.
-template <int kTaps, bool kProducts, int kGroups>
+// multiplied, per kind of group; with `kOneKind` the groups are all of the
+// first one's kind, and its weights are loaded once for all.
+template <int kTaps, bool kProducts, int kGroups, bool kOneKind = false>
 inline void SumSlidingChunk(const InteriorRow<kTaps>& row, int n, __m512i order) {
     constexpr size_t kColumnBlock = static_cast<size_t>(kTaps) * kGroupPixels * 4;
     int first[kGroups];
@@ -74,7 +75,7 @@ inline void SumSlidingChunk(const InteriorRow<kTaps>& row, int n, __m512i order)
 #pragma GCC unroll 4
             for (int g = 0; g < kGroups; ++g) {
                 const __m512 ahead = PairedTaps(row.taps[j] + first[g], i + 2);
-                const float* weight = groupWeights[g] + weightStart + 32 * i;
+                const float* weight = groupWeights[kOneKind ? 0 : g] + weightStart + 32 * i;
                 __m512 low = _mm512_loadu_ps(weight), high = _mm512_loadu_ps(weight + 16);
                 if (!kProducts) {
                     low = _mm512_mul_ps(low, rowWeight);
@@ -100,7 +101,13 @@ inline void SumSliding(const InteriorRow<kTaps>& row) {
         lowBytes[m] = static_cast<unsigned char>(4 * (m / row.bytes * 4 + m % row.bytes));
     const __m512i order = _mm512_load_si512(lowBytes);
     int n = 0;
-    for (; n + 4 <= row.slidingCount; n += 4) SumSlidingChunk<kTaps, kProducts, 4>(row, n, order);
+    for (; n + 4 <= row.slidingCount; n += 4) {
+        const int* kinds = row.weightKinds + n;
+        if (kProducts && kinds[1] == kinds[0] && kinds[2] == kinds[0] && kinds[3] == kinds[0])
+            SumSlidingChunk<kTaps, kProducts, 4, true>(row, n, order);
+        else
+            SumSlidingChunk<kTaps, kProducts, 4>(row, n, order);
+    }
     for (; n < row.slidingCount; ++n) SumSlidingChunk<kTaps, kProducts, 1>(row, n, order);
 }
 
