@@ -16,9 +16,10 @@
 #include "filter/median_algorithms.h"
 #include "image/image_view.h"
 #include "support/component_test.h"
-#include "transform/box_rows.h"
 #include "transform/circle_kernel.h"
-#include "transform/kernel_grid.h"
+#include "transform/depth.h"
+#include "transform/resample_box.h"
+#include "transform/resample_grid.h"
 #include "transform/skew_quad.h"
 #include "transform/rotate_drawing.h"
 #include "transform/warp_kernels.h"
@@ -575,16 +576,18 @@ TEST(TransformPaths, FoldRunsOfEveryDepth) {
 
 // Enlarging by whole and odd factors, one axis shrinking while the other
 // grows, images barely larger than the 12-tap window, widths leaving a partial
-// group of eight; whole ratios repeat weight sets (kept column x row
-// products), 30 x 13 to 60 x 75 has more kinds of row than are kept.
-TEST(TransformPaths, KernelGridLanesGiveTheScalarBytes) {
+// group of eight (and of sixteen grey pixels); whole ratios repeat weight sets
+// (kept column x row products) and doubling makes sliding groups, 30 x 13 to
+// 60 x 75 has more kinds of row than are kept, 50 x 10 to 33 x 31 spreads a
+// grey block's taps over more than sixteen pixels.
+TEST(TransformPaths, ResampleGridLanesGiveTheScalarBytes) {
     QEL_NEEDS_TIER(SimdTier::Avx2);
     const int cases[][4] = {{13, 11, 26, 22},  {40, 37, 83, 75}, {17, 29, 51, 30}, {64, 9, 23, 40},
                             {12, 12, 29, 31},  {5, 7, 19, 17},   {33, 20, 80, 20}, {9, 40, 20, 117},
                             {50, 30, 100, 60}, {31, 26, 93, 78}, {21, 20, 84, 80}, {30, 13, 60, 75},
-                            {31, 23, 70, 61},  {31, 23, 62, 46}};
+                            {50, 10, 33, 31},  {31, 23, 70, 61}, {31, 23, 62, 46}};
     uint32_t seed = 1;
-    for (int bpp : {24, 32})
+    for (int bpp : {8, 24, 32})
         for (const auto& c : cases) {
             // The last two read hard edges: weights above one clamp at 255, lobes beside black at 0.
             const bool edges = c[2] == 70 || c[2] == 62;
@@ -594,7 +597,8 @@ TEST(TransformPaths, KernelGridLanesGiveTheScalarBytes) {
             const ImageView s = ReadImageView(src.Get());
             for (int method = 2; method <= 15; ++method)
                 ExpectPathsAgree("grid method " + std::to_string(method), c[2], c[3], bpp, QEL_MODEL_BGR,
-                                 {SimdTier::Scalar, SimdTier::Avx2}, [&](const ImageView& d, SimdTier lanes) {
+                                 {SimdTier::Scalar, SimdTier::Avx2, SimdTier::Avx512},
+                                 [&](const ImageView& d, SimdTier lanes) {
                                      InterpolateGrid(s, d, float(c[0]) / float(c[2]),
                                                      float(c[1]) / float(c[3]), method, lanes);
                                  });
@@ -668,8 +672,43 @@ TEST(TransformPaths, PasteLanesGiveTheScalarBytes) {
         }
 }
 
-// Rows of every width up to 60 output pixels, from a 2-row source that ends
-// at its guards; four bytes of 255 sum to 1020, the most a 16-bit lane holds here.
+// Grey and palette images of widths around the 64- and 16-pixel steps, padded and
+// bottom-up, into 24 and 32 bits, against a pixel-by-pixel reference: grey
+// gains alpha 255, a palette colour leaves the fourth byte, and indices past
+// a short palette read as grey.
+TEST(TransformPaths, IndexExpansionGivesTheReferenceBytes) {
+    RGBQUAD palette[200];
+    for (int i = 0; i < 200; ++i)
+        palette[i] = {static_cast<unsigned char>(255 - i), static_cast<unsigned char>(3 * i),
+                      static_cast<unsigned char>(i ^ 0x5A), 0x77};
+    uint32_t seed = 5;
+    for (int width : {1, 15, 16, 17, 64, 79, 130})
+        for (bool withPalette : {false, true})
+            for (int destBpp : {24, 32}) {
+                Owned src = Random(width, 3, 8, seed, seed % 4, seed % 2 == 1);
+                ++seed;
+                const IndexColours colours{withPalette ? palette : nullptr, withPalette ? 200u : 0u};
+                const int bytes = destBpp / 8;
+                Bytes reference;
+                for (unsigned char index : PixelBytes(src.Get())) {
+                    const bool grey = !withPalette || index >= 200;
+                    const RGBQUAD entry = grey ? RGBQUAD{index, index, index, 0} : palette[index];
+                    reference.insert(reference.end(), {entry.rgbBlue, entry.rgbGreen, entry.rgbRed});
+                    if (bytes == 4) reference.push_back(withPalette ? 0 : 255);
+                }
+                ExpectPathsAgree(
+                    "expansion, palette " + std::to_string(withPalette), width, 3, destBpp, QEL_MODEL_BGR,
+                    {SimdTier::Scalar, SimdTier::Avx512},
+                    [&](const ImageView& d, SimdTier lanes) {
+                        ExpandIndices(ReadImageView(src.Get()), d, colours, lanes);
+                    },
+                    &reference);
+            }
+}
+
+// Rows of every width up to 60 output pixels (several 30- and 32-byte steps
+// and every tail), from a 2-row source that ends at its guards; four bytes of
+// 255 sum to 1020, the most a 16-bit lane holds here.
 TEST(TransformPaths, HalvingRowsGiveTheScalarBytes) {
     QEL_NEEDS_TIER(SimdTier::Ssse3);
     uint32_t seed = 3;
@@ -688,12 +727,15 @@ TEST(TransformPaths, HalvingRowsGiveTheScalarBytes) {
                 std::vector<ptrdiff_t> starts(static_cast<size_t>(width));
                 for (int x = 0; x < width; ++x) starts[size_t(x)] = ptrdiff_t{2} * x * bytes;
                 ASSERT_TRUE(BlocksFollowEachOther(starts.data(), width, bytes));
-                Bytes expected(static_cast<size_t>(width) * bytes, 0x5A), actual = expected;
+                Bytes expected(static_cast<size_t>(width) * bytes, 0x5A);
                 HalveRow(src->Row(0), src->Row(1), starts.data(), expected.data(), width, bytes,
                          SimdTier::Scalar);
-                HalveRow(src->Row(0), src->Row(1), starts.data(), actual.data(), width, bytes,
-                         SimdTier::Ssse3);
-                ASSERT_EQ(actual, expected) << bytes << " bytes, width " << width;
+                for (SimdTier lanes : {SimdTier::Ssse3, SimdTier::Avx512}) {
+                    Bytes actual(expected.size(), 0x5A);
+                    HalveRow(src->Row(0), src->Row(1), starts.data(), actual.data(), width, bytes, lanes);
+                    ASSERT_EQ(actual, expected)
+                        << bytes << " bytes, width " << width << ", " << SimdTierName(lanes);
+                }
                 for (size_t n = 0; n < expected.size() && keep == 0x01; ++n)
                     ASSERT_EQ(expected[n], n % bytes == 0   ? 0
                                            : n % bytes == 3 ? 0x5A

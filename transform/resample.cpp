@@ -10,15 +10,15 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <memory>
-#include <new>
 
+#include "image/destination.h"
 #include "image/image_view.h"
+#include "image/scratch.h"
 #include "maths/rows.h"
 #include "module/host_services.h"
-#include "transform/box_rows.h"
 #include "transform/image_transform.h"
-#include "transform/kernel_grid.h"
+#include "transform/resample_box.h"
+#include "transform/resample_grid.h"
 
 namespace {
 
@@ -62,12 +62,12 @@ void BoxAverage(const ImageView& source, const ImageView& dest, float xScale, fl
     constexpr int kChannels = kBytes == 1 ? 1 : 3;
     const int blockWidth = static_cast<int>(xScale), blockHeight = static_cast<int>(yScale);
     const unsigned int count = static_cast<unsigned int>(blockWidth) * static_cast<unsigned int>(blockHeight);
-    std::unique_ptr<ptrdiff_t[]> starts(new (std::nothrow) ptrdiff_t[static_cast<size_t>(dest.width)]);
+    const ScratchBuffer<ptrdiff_t> starts(static_cast<size_t>(dest.width));
     if (starts)
         for (int x = 0; x < dest.width; ++x)
             starts[x] = static_cast<ptrdiff_t>(ScaledIndex(x, xScale, source.width - blockWidth)) * kBytes;
     const bool halving = starts && blockWidth == 2 && blockHeight == 2;
-    const SimdTier halvingLanes = halving && BlocksFollowEachOther(starts.get(), dest.width, kBytes)
+    const SimdTier halvingLanes = halving && BlocksFollowEachOther(starts.Data(), dest.width, kBytes)
                                       ? SimdTier::Avx512
                                       : SimdTier::Scalar;
     for (int y = 0; y < dest.height; ++y) {
@@ -75,7 +75,7 @@ void BoxAverage(const ImageView& source, const ImageView& dest, float xScale, fl
         const unsigned char* blockRow = source.bits + SourceRowOffset(source, sy, blockHeight);
         unsigned char* to = dest.Row(y);
         if (halving) {
-            HalveRow(blockRow, blockRow + source.stride, starts.get(), to, dest.width, kBytes, halvingLanes);
+            HalveRow(blockRow, blockRow + source.stride, starts.Data(), to, dest.width, kBytes, halvingLanes);
             continue;
         }
         for (int x = 0; x < dest.width; ++x, to += kBytes) {
@@ -157,21 +157,19 @@ QResult CQELImageTransform::Resample(IQEL* source, IQEL** result, int newWidth, 
     source->GetSize(&from.width, &from.height, &from.planes);
     source->GetBits(0, &reserved, &from.bits, &from.stride);
 
-    SmartPtr<IQELImageDIB> scaled = NewImageDIB();
-    if (!scaled) {
+    // Bytes a treatment leaves (a fourth byte of the box average) stay as Create made them.
+    Destination scaled =
+        MakeDestination(ImageShape{newWidth, newHeight, from.planes, from.bitCount, from.colourModel},
+                        DestinationRoad::ImageDIB, Writes::SomePixels);
+    if (!scaled.image) {
         *result = nullptr;
         return QEL_E_FAIL;
     }
-    scaled->Create(newWidth, newHeight, from.planes, from.bitCount, from.colourModel);
     if (newWidth == from.width && newHeight == from.height) {
-        scaled->Assign(source, 0);
-    } else {
-        const ImageView to = ReadImageView(scaled.Get());
-        const bool drawable = newWidth > 0 && newHeight > 0 && to.width == newWidth &&
-                              to.height == newHeight && to.bits != nullptr && !from.Empty() &&
-                              from.bits != nullptr;
-        if (drawable) ResampleInto(from, to, method, nearestOnly);
+        scaled.image->Assign(source, 0);
+    } else if (scaled.Canvas() != nullptr && !from.Empty() && from.bits != nullptr) {
+        ResampleInto(from, *scaled.Canvas(), method, nearestOnly);
     }
-    *result = scaled.Detach();
+    *result = scaled.image.Detach();
     return QEL_OK;
 }

@@ -10,8 +10,9 @@
 // pixel x averages the bytes c and c + bytes at top + starts[x] and at
 // bottom + starts[x]. One-byte pixels write one channel, the others three
 // (a fourth byte is left alone). Where `widest` and the tier in use allow
-// SSSE3, 1- and 3-byte pixels take 24 output bytes a step: allowed only where
-// BlocksFollowEachOther; the scalar loop runs the rest.
+// SSSE3, 1- and 3-byte pixels take 24 output bytes a step, with AVX-512 30
+// or 32: allowed only where BlocksFollowEachOther; the scalar loop runs the
+// rest.
 void HalveRow(const unsigned char* top, const unsigned char* bottom, const ptrdiff_t* starts,
               unsigned char* out, int width, int bytes, SimdTier widest);
 

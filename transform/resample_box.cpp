@@ -1,6 +1,6 @@
-// The 2 x 2 box average of one output row, pixel by pixel or with SSSE3
-// shuffles and pairwise byte sums.
-#include "transform/box_rows.h"
+// The 2 x 2 box average of one output row, pixel by pixel or with SSSE3 or
+// AVX-512 byte shuffles and pairwise byte sums.
+#include "transform/resample_box.h"
 
 #include <immintrin.h>
 
@@ -77,6 +77,45 @@ __attribute__((target("ssse3"))) int HalveRowSsse3(const unsigned char* top, con
     return x;
 }
 
+// A step makes 32 output bytes from 64 source bytes of each row (32 one-byte
+// pixels) or 30 from 60 (ten three-byte pixels): one byte permute puts the
+// two bytes of every pair side by side, a multiply by ones adds them, and
+// the two rows' sums are added, shifted, and their low bytes gathered. Returns the output
+// pixels written: whole steps whose 64-byte loads end within the row pairs.
+__attribute__((target("avx512f,avx512bw,avx512vbmi"))) int HalveRowAvx512(const unsigned char* top,
+                                                                          const unsigned char* bottom,
+                                                                          unsigned char* out, int width,
+                                                                          int bytes) {
+    const int channels = bytes == 1 ? 1 : 3;
+    const int pixelsPerStep = bytes == 1 ? 32 : 10;
+    const int outBytes = pixelsPerStep * bytes;
+    alignas(64) unsigned char pairs[64];
+    for (int o = 0; o < 32; ++o) {
+        const int first = o < outBytes ? 2 * bytes * (o / channels) + o % channels : 0;
+        pairs[2 * o] = static_cast<unsigned char>(first);
+        pairs[2 * o + 1] = static_cast<unsigned char>(first + bytes);
+    }
+    alignas(64) unsigned char lows[64];
+    for (int n = 0; n < 64; ++n)
+        lows[n] = static_cast<unsigned char>(2 * n % 64);  // the low byte of each sum
+    const __m512i order = _mm512_load_si512(pairs), lowBytes = _mm512_load_si512(lows);
+    const __m512i ones = _mm512_set1_epi8(1);
+    const __mmask64 stored = (__mmask64{1} << outBytes) - 1;
+    const ptrdiff_t rowBytes = static_cast<ptrdiff_t>(2) * width * bytes;
+    int x = 0;
+    for (ptrdiff_t at = 0; at + 64 <= rowBytes; x += pixelsPerStep, at += 2 * outBytes, out += outBytes) {
+        const __m512i up = _mm512_maskz_permutexvar_epi8(~__mmask64{0}, order, _mm512_loadu_si512(top + at));
+        const __m512i down =
+            _mm512_maskz_permutexvar_epi8(~__mmask64{0}, order, _mm512_loadu_si512(bottom + at));
+        const __m512i sums =
+            _mm512_add_epi16(_mm512_maddubs_epi16(up, ones), _mm512_maddubs_epi16(down, ones));
+        const __m512i means =
+            _mm512_maskz_permutexvar_epi8(~__mmask64{0}, lowBytes, _mm512_srli_epi16(sums, 2));
+        _mm512_mask_storeu_epi8(out, stored, means);
+    }
+    return x;
+}
+
 }  // namespace
 
 bool BlocksFollowEachOther(const ptrdiff_t* starts, int width, int bytes) {
@@ -88,7 +127,10 @@ bool BlocksFollowEachOther(const ptrdiff_t* starts, int width, int bytes) {
 void HalveRow(const unsigned char* top, const unsigned char* bottom, const ptrdiff_t* starts,
               unsigned char* out, int width, int bytes, SimdTier widest) {
     int done = 0;
-    if (bytes != 4 && SimdRuns(SimdTier::Ssse3, widest)) done = HalveRowSsse3(top, bottom, out, width, bytes);
+    if (bytes != 4 && SimdRuns(SimdTier::Avx512, widest))
+        done = HalveRowAvx512(top, bottom, out, width, bytes);
+    else if (bytes != 4 && SimdRuns(SimdTier::Ssse3, widest))
+        done = HalveRowSsse3(top, bottom, out, width, bytes);
     if (bytes == 4)
         HalveRowScalar<4>(top, bottom, starts, out, done, width);
     else if (bytes == 3)
