@@ -95,10 +95,7 @@ TEST(FilterHandover, NullResultReplacesTheSourceThroughAssign) {
 }
 
 TEST(FilterKernelOperation, OnlyTheLastTapOfThirtyTwoBitMonoImagesCounts) {
-    SmartPtr<IQELFilterTransform> holder;
-    ASSERT_EQ(CQELFilterTransform::_CreateInstance(nullptr, &IID_IQELFilterTransform, holder.OutVoid()),
-              QEL_OK);
-    auto* filters = static_cast<CQELFilterTransform*>(holder.Get());
+    CQELFilterTransform* filters = FilterClass();
     short kernel[4] = {100, 100, 100, 3};
     // 3 x 40, stride 12 bytes taken as 12 elements: element row r is buffer row 4r.
     // Bottom-up, the stride of -12 elements walks the rows the same way.
