@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "image/cpu.h"
+#include "image/clamp.h"
 #include "image/image_view.h"
 
 namespace color {
@@ -15,12 +16,6 @@ inline bool HasPixels(const ImageView& image) {
     return image.bits != nullptr && image.width > 0 && image.height > 0;
 }
 
-// clamp-to-byte: above 255 becomes 255, then below 0 becomes 0.
-inline unsigned char ClampToByte(int64_t value) {
-    if (value > 255) value = 255;
-    if (value < 0) value = 0;
-    return static_cast<unsigned char>(value);
-}
 
 // ---- Byte tables (Lut, Negative) -------------------------------------------
 // 8 bits: every pixel byte; 24 bits: all three bytes of every pixel; 32 bits:

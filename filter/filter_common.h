@@ -5,35 +5,30 @@
 #include <climits>
 #include <cstdint>
 
+#include "image/clamp.h"
 #include "image/cpu.h"
+#include "image/destination.h"
 #include "image/image_view.h"
 #include "image/pixel.h"
+#include "image/pixel_kinds.h"
 #include "qel/image.h"
-
-// The two ways of making a new image; both give the same kind of image.
-enum class DestinationRoad { ImageDIB, Collection };
 
 // A filter's source, its freshly created destination and views of both.
 struct FilterTarget {
     ImageView source;
     ImageView destination;
     SmartPtr<IQELImage> image;
+    bool writable = false;  // the destination has the source's size and depth, with pixels
 
-    // Pixels are computed only when the destination really has the source's
-    // geometry and depth, so a failed Create never leads to a write outside it.
-    bool Writable() const {
-        return destination.bits != nullptr && destination.width == source.width &&
-               destination.height == source.height && destination.bitCount == source.bitCount &&
-               source.width > 0 && source.height > 0;
-    }
+    // Pixels are computed only when the destination really is what was asked,
+    // so a failed Create never leads to a write outside it.
+    bool Writable() const { return writable; }
 };
 
 // Reads the source and creates a destination of the same size and format.
-// QEL_E_FAIL when no image could be made (results of the image calls are not checked).
-// Whether a filter writes every pixel of an 8-, 24- or 32-bit destination,
-// which lets the destination be made without clearing its pixels.
-enum class Writes { EveryPixel, SomePixels };
-
+// `writes` says whether the filter writes every pixel at the depths with a
+// direct kind. QEL_E_FAIL when no image could be made (results of the image
+// calls are not checked).
 QResult MakeFilterTarget(IQEL* source, DestinationRoad road, Writes writes, FilterTarget* target);
 
 // Stores the new image in `result`, or, with `result` null, copies it into the
@@ -82,71 +77,10 @@ inline Span InteriorOutputs(int64_t size, int64_t extent) {
     return span;
 }
 
-// Pixel kinds. The direct kinds read and write the buffer inline exactly as
-// GetPixelColor and SetPixelColor do; AnyPixels goes through them.
-struct GreyPixels {
-    static constexpr int kBytes = 1;
-    static uint32_t Read(const ImageView& v, int x, int y) { return v.Row(y)[x] * 0x010101u; }
-    static void Write(const ImageView& v, int x, int y, uint32_t c) {
-        v.Row(y)[x] = static_cast<unsigned char>(NearestGreyIndex(BlueOf(c), GreenOf(c), RedOf(c)));
-    }
-};
-struct BgrPixels {
-    static constexpr int kBytes = 3;
-    static uint32_t Read(const ImageView& v, int x, int y) {
-        const unsigned char* p = v.Row(y) + static_cast<ptrdiff_t>(x) * 3;
-        return PackColor(p[0], p[1], p[2], 0);
-    }
-    static void Write(const ImageView& v, int x, int y, uint32_t c) {
-        unsigned char* p = v.Row(y) + static_cast<ptrdiff_t>(x) * 3;
-        p[0] = static_cast<unsigned char>(BlueOf(c));
-        p[1] = static_cast<unsigned char>(GreenOf(c));
-        p[2] = static_cast<unsigned char>(RedOf(c));
-    }
-};
-struct BgraPixels {
-    static constexpr int kBytes = 4;
-    static uint32_t Read(const ImageView& v, int x, int y) {
-        const unsigned char* p = v.Row(y) + static_cast<ptrdiff_t>(x) * 4;
-        return PackColor(p[0], p[1], p[2], p[3]);
-    }
-    static void Write(const ImageView& v, int x, int y, uint32_t c) {
-        unsigned char* p = v.Row(y) + static_cast<ptrdiff_t>(x) * 4;
-        p[0] = static_cast<unsigned char>(BlueOf(c));
-        p[1] = static_cast<unsigned char>(GreenOf(c));
-        p[2] = static_cast<unsigned char>(RedOf(c));
-        p[3] = static_cast<unsigned char>(AlphaOf(c));
-    }
-};
-struct AnyPixels {
-    static constexpr int kBytes = 0;
-    static uint32_t Read(const ImageView& v, int x, int y) {
-        return GetPixelColor(v.bits, x, y, v.width, v.height, v.stride, v.bitCount);
-    }
-    static void Write(const ImageView& v, int x, int y, uint32_t c) {
-        SetPixelColor(v.bits, x, y, v.width, v.height, v.stride, c, v.bitCount);
-    }
-};
-
-// Calls fn with the pixel kind of `view`, chosen once per call.
+// The pixel kind serving `view` on `path` (image/pixel_kinds.h), chosen once per call.
 template <class Fn>
 void WithPixelKind(const ImageView& view, FilterPath path, Fn&& fn) {
-    if (path != FilterPath::General && view.bits != nullptr) {
-        switch (view.bitCount) {
-            case 8:
-                fn(GreyPixels{});
-                return;
-            case 24:
-                fn(BgrPixels{});
-                return;
-            case 32:
-                fn(BgraPixels{});
-                return;
-            default:
-                break;
-        }
-    }
-    fn(AnyPixels{});
+    WithPixelKind(view, path != FilterPath::General, fn);
 }
 
 // The vector steps a call on `path` may take: the 16-lane steps (SSE2) and
@@ -167,5 +101,3 @@ inline int DirectPixelBytes(const ImageView& view) {
     if (view.bits == nullptr) return 0;
     return view.bitCount == 8 ? 1 : view.bitCount == 24 ? 3 : view.bitCount == 32 ? 4 : 0;
 }
-
-inline int ClampToByte(int value) { return value < 0 ? 0 : value > 255 ? 255 : value; }

@@ -26,6 +26,11 @@ struct ImageView {
     }
 };
 
+// The colour every point outside `view` reads as (see GetPixelColor).
+inline uint32_t OutsideColour(const ImageView& view) {
+    return GetPixelColor(view.bits, -1, -1, view.width, view.height, view.stride, view.bitCount);
+}
+
 // Reads size, format and plane 0 of `image` (results of the slots are not checked).
 inline ImageView ReadImageView(IQEL* image) {
     ImageView view;

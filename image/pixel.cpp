@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr uint32_t kOutsideMarker = 0x01000000u;  // reserved byte 1
+constexpr uint32_t kOutsideMarker = static_cast<uint32_t>(kOutsideAlpha) << 24;
 
 inline uint32_t PaletteColor(int index) { return static_cast<uint32_t>(index) * 0x010101u; }
 
@@ -107,7 +107,7 @@ void SetPixelColor(unsigned char* bits, int x, int y, int width, int height, int
 
 uint32_t GetBilinearColor(unsigned char* bits, int x, int y, int width, int height, int stride, int bpp) {
     if (x < 0 || y < 0 || x >= width || y >= height)
-        return GetPixelColor(bits, -999, -999, width, height, stride, bpp);
+        return GetPixelColor(bits, -1, -1, width, height, stride, bpp);  // the outside colour
     if (x + 1 < width && y + 1 < height && bpp >= 24) {
         const unsigned char* p = RowAt(bits, y, stride) + static_cast<ptrdiff_t>(x) * (bpp == 32 ? 4 : 3);
         return PackColor(p[0], p[1], p[2], 255);

@@ -12,8 +12,12 @@
 // and written: entry i is (i, i, i, 0).
 extern const RGBQUAD DefaultPalette[256];
 
+// The reserved byte every point outside an image reads with.
+constexpr int kOutsideAlpha = 1;
+
 // Colour of pixel (x, y). Outside the image: pixel (0, 0)'s colour with
-// reserved byte 1; 0 for an empty image, 0x01000000 for a null buffer.
+// reserved byte kOutsideAlpha; 0 for an empty image, kOutsideAlpha alone
+// (0x01000000) for a null buffer.
 uint32_t GetPixelColor(unsigned char* bits, int x, int y, int width, int height, int stride, int bpp);
 
 // Stores `color` at (x, y). A write at x == width or y == height is carried

@@ -54,7 +54,7 @@ inline unsigned char AddByte(unsigned char a, unsigned char b, float divisor) {
     int sum = a + b;
     if constexpr (Rule == DivisorRule::kTimesFour) sum <<= 2;  // a divisor of 2 brightens, deliberately
     if constexpr (Rule == DivisorRule::kDivide) sum = TruncateToInt32(static_cast<float>(sum) / divisor);
-    return static_cast<unsigned char>(ClampInt(sum, 0, 255));
+    return ClampToByte(sum);
 }
 
 template <DivisorRule Rule>
@@ -144,7 +144,7 @@ uint64_t SubtractPlane(const MathsPlane& dest, const MathsPlane& a, const MathsP
 }
 
 inline unsigned char Mix(const LinearMix& mix, unsigned char a, unsigned char b) {
-    return ClampToByte(static_cast<float>(a) * mix.factorA + static_cast<float>(b) * mix.factorB +
+    return ClampFloatToByte(static_cast<float>(a) * mix.factorA + static_cast<float>(b) * mix.factorB +
                        mix.offset);
 }
 

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "image/clamp.h"
 #include "qel/image.h"
 
 // Size and format of an image, read in whatever order an operation needs.
@@ -110,17 +111,8 @@ inline int32_t TruncateToInt32(double v) {
     return (v > -2147483649.0 && v < 2147483648.0) ? static_cast<int32_t>(v) : INT32_MIN;
 }
 
-// Below 0 (and NaN) gives 0, above 255 gives 255, otherwise truncation.
-inline unsigned char ClampToByte(float v) {
-    float clamped = v > 0.0f ? v : 0.0f;
-    clamped = clamped < 255.0f ? clamped : 255.0f;
-    return static_cast<unsigned char>(static_cast<int>(clamped));
-}
-
 // Below 0 gives 0, otherwise truncation to a 32-bit integer (no upper bound).
 inline int32_t ClampBelowToInt32(float v) { return v < 0.0f ? 0 : TruncateToInt32(v); }
-
-inline int ClampInt(int v, int low, int high) { return v < low ? low : (v > high ? high : v); }
 
 // One input or output of a row walk: a plane and the bytes of each row used.
 struct RowSpan {

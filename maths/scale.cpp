@@ -21,7 +21,7 @@ inline ptrdiff_t WordRowStep(int stride) { return 4 * static_cast<ptrdiff_t>(str
 struct SampleMap {
     float factor;
     float offset;
-    unsigned char Byte(float s) const { return ClampToByte(s * factor + offset); }
+    unsigned char Byte(float s) const { return ClampFloatToByte(s * factor + offset); }
     // Lower clamp only, keeping the low 8 bits: values above 255 wrap (deliberately).
     unsigned char WrappedByte(float s) const {
         return static_cast<unsigned char>(ClampBelowToInt32(s * factor + offset));
@@ -246,7 +246,7 @@ void Scale8Rows(const MathsPlane& dest, const MathsPlane& source, int width, int
                 // 32-bit integer sum, clamped after the addition.
                 const auto sum =
                     static_cast<int32_t>(static_cast<uint32_t>(scaled) + static_cast<uint32_t>(offset));
-                out[x] = static_cast<unsigned char>(ClampInt(sum, 0, 255));
+                out[x] = ClampToByte(sum);
             }
         }
         stage.EndWrite(RowStage::kDest, dest, destOffset, pixels);

@@ -93,7 +93,7 @@ TEST(ColourTone, ShiftRGBClampsChannelsAndPaletteDepthsTakeTheNearestGrey) {
     Bytes expected(256);
     for (int v = 0; v < 256; ++v)
         expected[size_t(v)] = static_cast<unsigned char>(NearestGreyByWalk(
-            color::ClampToByte(v - 40), color::ClampToByte(v + 20), color::ClampToByte(v + 10)));
+            ClampToByte(v - 40), ClampToByte(v + 20), ClampToByte(v + 10)));
     EXPECT_EQ(TableOf(shift(10, 20, -40)), expected);
     // 4 bits store the new index's low nibble (5 -> 15, 15 -> 25, 0 -> 10),
     // 1 bit its low bit (1 -> 2, 0 -> 1); unused low bits of a row's last byte stay.
