@@ -36,13 +36,10 @@ find "$build" -name '*.gcda' -delete
 ctest --test-dir "$build" -j2 --output-on-failure
 # The suite ran with the widest tier this processor has; the narrower tiers'
 # lines run only when capped, so the path harness and the digests run again
-# under each cap before the counts are read.
-for cap in avx2 ssse3 sse2; do
-  for program in paths_test digest_test; do
-    (cd "$build" && QEL_SIMD=$cap "./tests/$program" --gtest_brief=1) >/dev/null ||
-      { echo "coverage: $program failed under QEL_SIMD=$cap" >&2; exit 1; }
-  done
-done
+# under each cap, two programs at a time, before the counts are read.
+for cap in avx2 ssse3 sse2; do printf '%s paths_test\0%s digest_test\0' "$cap" "$cap"; done |
+  (cd "$build" && xargs -0 -n1 -P2 sh -c 'set -- $1; QEL_SIMD=$1 "./tests/$2" --gtest_brief=1 >/dev/null ||
+     { echo "coverage: $2 failed under QEL_SIMD=$1" >&2; exit 255; }' run)
 
 # One pass over the counts; each part is then a filter on the tracefile.
 # Branches the compiler adds for exceptions and ones it proved unreachable
