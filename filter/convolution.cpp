@@ -1,6 +1,7 @@
 // Convolution filters: Filter, Kernel and the fixed kernels built on Filter.
 #include <cstdlib>
 #include <cstring>
+#include <type_traits>
 #include <utility>
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -11,6 +12,7 @@
 
 #include "filter/filter_kernels.h"
 #include "filter/filter_transform.h"
+#include "image/scratch.h"
 
 namespace {
 
@@ -373,6 +375,161 @@ size_t ConvolveSeparableWide(const unsigned char* const* tapRows, int size, int 
 }
 #endif
 
+// The non-zero taps of a kernel of up to 7 x 7, grouped by weight: the taps
+// of one weight are added first and the group's sum multiplied once. Lanes
+// wrap, so any order of additions gives the same bits, and the bounds the
+// plans check keep the whole sum, and so the wrapped one, exact.
+struct TapGroups {
+    int count = 0;  // groups, one per distinct weight
+    int16_t weights[49] = {};
+    int ends[49] = {};                    // taps of group g end at ends[g]
+    int rows[49] = {}, columns[49] = {};  // window row and column of each tap, in group order
+
+    TapGroups(const int* kernel, int size) {
+        if (size <= 0 || size > 7) return;
+        const int total = size * size;
+        for (int n = 0; n < total; ++n)
+            if (kernel[n] < -32768 || kernel[n] > 32767) return;
+        bool grouped[49] = {};
+        int taps = 0;
+        for (int n = 0; n < total; ++n) {
+            if (kernel[n] == 0 || grouped[n]) continue;
+            for (int m = n; m < total; ++m) {
+                if (kernel[m] != kernel[n]) continue;
+                grouped[m] = true;
+                rows[taps] = m / size;
+                columns[taps++] = m % size;
+            }
+            weights[count] = static_cast<int16_t>(kernel[n]);
+            ends[count++] = taps;
+        }
+    }
+};
+
+// Whether sums too large for 16-bit lanes still take the 32-bit lanes: every
+// partial sum stays below 2^24 in magnitude, so it converts to single
+// precision exactly, and a correctly rounded quotient of such a sum truncates
+// to the integer quotient (rounding up to the next integer would need a
+// magnitude above 2^24).
+bool FitsWideSums(const int* kernel, int size, const SumFinisher& finish) {
+    if (size <= 0 || size > 7) return false;
+    int64_t magnitude = 0;
+    for (int n = 0; n < size * size; ++n) magnitude += 255 * std::abs(static_cast<int64_t>(kernel[n]));
+    constexpr int64_t kExact = int64_t{1} << 24;
+    return magnitude < kExact && finish.divisor > -kExact && finish.divisor < kExact;
+}
+
+#if defined(__x86_64__)
+#define QEL_AVX512 __attribute__((target("avx512f,avx512bw")))
+// GCC 12's AVX-512 conversions, permutes and min/max start from an
+// intentionally undefined register, which it then reports as uninitialised.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+
+QEL_AVX512 inline __m512i WidenedAvx512(const unsigned char* p) {
+    return _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
+}
+
+// The unweighted 16-bit sum of taps [first, end) at lanes n to n + 31.
+QEL_AVX512 inline __m512i GroupSumAvx512(const unsigned char* const* taps, int first, int end, size_t n) {
+    __m512i sum = WidenedAvx512(taps[first] + n);
+    for (int t = first + 1; t < end; ++t) sum = _mm512_add_epi16(sum, WidenedAvx512(taps[t] + n));
+    return sum;
+}
+
+// sum + weight x group in 16-bit lanes; the common small weights without a multiply.
+QEL_AVX512 inline __m512i AddWeightedAvx512(__m512i sum, __m512i group, int16_t weight) {
+    if (weight == 1) return _mm512_add_epi16(sum, group);
+    if (weight == -1) return _mm512_sub_epi16(sum, group);
+    if (weight == 2) return _mm512_add_epi16(sum, _mm512_add_epi16(group, group));
+    return _mm512_add_epi16(sum, _mm512_mullo_epi16(group, _mm512_set1_epi16(weight)));
+}
+
+// Two registers of 16-bit lanes packed to 64 bytes with signed saturation to
+// 0..255, in lane order (the pack interleaves 128-bit blocks).
+QEL_AVX512 inline void StorePackedAvx512(unsigned char* out, __m512i low, __m512i high) {
+    const __m512i order = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
+    _mm512_storeu_si512(out, _mm512_permutexvar_epi64(order, _mm512_packus_epi16(low, high)));
+}
+
+// Lanes of one output row 64 a step, the taps summed by weight group in
+// 16-bit lanes and finished as ConvolveLanesVector finishes them. The last
+// step ends at the last lane, recomputing a few lanes with the same values;
+// needs 64 lanes and returns how many it took (all or none).
+QEL_AVX512 size_t ConvolveGroupsAvx512(const unsigned char* const* taps, const TapGroups& groups,
+                                       size_t lanes, const ShortSums& plan, unsigned char* out) {
+    if (lanes < 64) return 0;
+    const __m512i multiplier = _mm512_set1_epi16(static_cast<short>(plan.multiplier));
+    const __m128i shift = _mm_cvtsi32_si128(plan.shift);
+    const __m512i offset = _mm512_set1_epi16(plan.offset);
+    auto finish = [&](__m512i sum) QEL_AVX512 {
+        if (plan.divides && plan.nonNegative) {
+            sum = _mm512_srl_epi16(_mm512_mulhi_epu16(sum, multiplier), shift);
+        } else if (plan.divides) {
+            const __m512i sign = _mm512_srai_epi16(sum, 15);
+            __m512i q = _mm512_sub_epi16(_mm512_xor_si512(sum, sign), sign);
+            q = _mm512_srl_epi16(_mm512_mulhi_epu16(q, multiplier), shift);
+            sum = _mm512_sub_epi16(_mm512_xor_si512(q, sign), sign);
+        }
+        return _mm512_adds_epi16(sum, offset);
+    };
+    for (size_t n = 0;; n += 64) {
+        if (n + 64 > lanes) n = lanes - 64;
+        __m512i low = _mm512_setzero_si512(), high = low;
+        for (int g = 0, first = 0; g < groups.count; first = groups.ends[g++]) {
+            low = AddWeightedAvx512(low, GroupSumAvx512(taps, first, groups.ends[g], n), groups.weights[g]);
+            high = AddWeightedAvx512(high, GroupSumAvx512(taps, first, groups.ends[g], n + 32),
+                                     groups.weights[g]);
+        }
+        StorePackedAvx512(out + n, finish(low), finish(high));
+        if (n + 64 == lanes) break;
+    }
+    return lanes;
+}
+
+// The same steps for sums beyond 16 bits (FitsWideSums): each group's sum
+// stays in 16-bit lanes (at most 49 bytes), and a multiply-add with the
+// weight in one half of each 32-bit pair takes the even and the odd lanes
+// into two registers of 32-bit sums. Each is divided in single precision,
+// truncated, offset with wrap-around and clamped; the byte results of the odd
+// lanes go back beside the even ones.
+QEL_AVX512 size_t ConvolveWideSumsAvx512(const unsigned char* const* taps, const TapGroups& groups,
+                                         size_t lanes, const SumFinisher& finisher, unsigned char* out) {
+    if (lanes < 64) return 0;
+    const bool divides = finisher.divisor != 0 && finisher.divisor != 1;
+    const __m512 divisor = _mm512_set1_ps(static_cast<float>(finisher.divisor));
+    const __m512i offset = _mm512_set1_epi32(finisher.offset);
+    const __m512i zero = _mm512_setzero_si512(), byteMax = _mm512_set1_epi32(255);
+    auto finish = [&](__m512i sum) QEL_AVX512 {
+        if (divides) sum = _mm512_cvttps_epi32(_mm512_div_ps(_mm512_cvtepi32_ps(sum), divisor));
+        return _mm512_min_epi32(_mm512_max_epi32(_mm512_add_epi32(sum, offset), zero), byteMax);
+    };
+    auto rejoin = [&](__m512i even, __m512i odd) QEL_AVX512 {
+        return _mm512_or_si512(finish(even), _mm512_slli_epi32(finish(odd), 16));
+    };
+    for (size_t n = 0;; n += 64) {
+        if (n + 64 > lanes) n = lanes - 64;
+        __m512i lowEven = zero, lowOdd = zero, highEven = zero, highOdd = zero;
+        for (int g = 0, first = 0; g < groups.count; first = groups.ends[g++]) {
+            const uint32_t weight = static_cast<uint16_t>(groups.weights[g]);
+            const __m512i evenWeight = _mm512_set1_epi32(static_cast<int>(weight));
+            const __m512i oddWeight = _mm512_set1_epi32(static_cast<int>(weight << 16));
+            const __m512i low = GroupSumAvx512(taps, first, groups.ends[g], n);
+            const __m512i high = GroupSumAvx512(taps, first, groups.ends[g], n + 32);
+            lowEven = _mm512_add_epi32(lowEven, _mm512_madd_epi16(low, evenWeight));
+            lowOdd = _mm512_add_epi32(lowOdd, _mm512_madd_epi16(low, oddWeight));
+            highEven = _mm512_add_epi32(highEven, _mm512_madd_epi16(high, evenWeight));
+            highOdd = _mm512_add_epi32(highOdd, _mm512_madd_epi16(high, oddWeight));
+        }
+        StorePackedAvx512(out + n, rejoin(lowEven, lowOdd), rejoin(highEven, highOdd));
+        if (n + 64 == lanes) break;
+    }
+    return lanes;
+}
+#pragma GCC diagnostic pop
+#undef QEL_AVX512
+#endif
+
 // Outputs whose window lies inside the image's columns, straight from the
 // buffer. Rows above and below the image read `outsideRow`, the outside colour
 // repeated: every outside neighbour adds that colour times its weight, as the
@@ -385,33 +542,51 @@ size_t ConvolveSeparableWide(const unsigned char* const* tapRows, int size, int 
 template <int kBytes, class AfterRow>
 void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* kernel, int size,
                       const SumFinisher& finish, Span xs, Span ys, uint32_t* sums,
-                      const unsigned char* outsideRow, bool vectorise, bool wide, AfterRow&& afterRow) {
+                      const unsigned char* outsideRow, PathSteps steps, AfterRow&& afterRow) {
     const int half = size / 2;
     auto rowAt = [&](int64_t index) {
         return index < 0 || index >= src.height ? outsideRow : src.Row(static_cast<int>(index));
     };
     const size_t lanes = static_cast<size_t>(xs.Count()) * kBytes;
+    const bool vectorise = steps.vector, wide = steps.wide;
     const ShortSums plan(kernel, vectorise ? size : 0, finish);
+    // The widest steps take every kernel but the separable ones (which the
+    // column sums serve better) whose sums fit 16 or 32-bit lanes.
+    const TapGroups groups(kernel, steps.widest ? size : 0);
+    const bool groupedShort = groups.count > 0 && plan.usable && !plan.separable;
+    const bool groupedWide = groups.count > 0 && !plan.usable && FitsWideSums(kernel, size, finish);
+    const unsigned char* groupTaps[49];
     const unsigned char* tapRows[7];
     // Column sums of the separable form: the row's lanes plus the window's reach.
-    int16_t* columns = plan.usable && plan.separable
-                           ? static_cast<int16_t*>(
-                                 std::malloc((lanes + static_cast<size_t>(size) * kBytes) * sizeof(int16_t)))
-                           : nullptr;
+    ScratchBuffer<int16_t> columns;
+    if (plan.usable && plan.separable) columns.Resize(lanes + static_cast<size_t>(size) * kBytes);
     for (int64_t y = ys.first; y <= ys.last; ++y) {
         unsigned char* out = dst.Row(static_cast<int>(y)) + xs.first * kBytes;
         size_t done = 0;
+#if defined(__x86_64__)
+        if (groupedShort || groupedWide) {
+            const int taps = groups.ends[groups.count - 1];
+            for (int t = 0; t < taps; ++t)
+                groupTaps[t] =
+                    rowAt(y - half + groups.rows[t]) + (xs.first - half + groups.columns[t]) * kBytes;
+            done = groupedShort ? ConvolveGroupsAvx512(groupTaps, groups, lanes, plan, out)
+                                : ConvolveWideSumsAvx512(groupTaps, groups, lanes, finish, out);
+        }
+#else
+        (void)groupTaps;
+#endif
 #if defined(__SSE2__)
-        if (plan.usable) {
+        if (plan.usable && done == 0) {
             for (int j = 0; j < size; ++j) tapRows[j] = rowAt(y - half + j) + (xs.first - half) * kBytes;
-            const bool separable = plan.separable && columns != nullptr;
+            const bool separable = plan.separable && columns;
 #if defined(__x86_64__)
             if (wide && separable)
-                done = ConvolveSeparableWide(tapRows, size, kBytes, lanes, plan, columns, out);
+                done = ConvolveSeparableWide(tapRows, size, kBytes, lanes, plan, columns.Data(), out);
 #endif
             if (done == 0)
-                done = separable ? ConvolveSeparableVector(tapRows, size, kBytes, lanes, plan, columns, out)
-                                 : ConvolveLanesVector(tapRows, size, kBytes, lanes, plan, out);
+                done = separable
+                           ? ConvolveSeparableVector(tapRows, size, kBytes, lanes, plan, columns.Data(), out)
+                           : ConvolveLanesVector(tapRows, size, kBytes, lanes, plan, out);
         }
 #else
         (void)tapRows;
@@ -434,7 +609,6 @@ void ConvolveInterior(const ImageView& src, const ImageView& dst, const int* ker
         }
         afterRow(y);
     }
-    std::free(columns);
 }
 
 }  // namespace
@@ -445,24 +619,24 @@ void ConvolveView(const ImageView& src, const ImageView& dst, const int* kernel,
     uint32_t totalWeight = 0;  // no taps at all for a non-positive size
     for (int64_t n = 0; size > 0 && n < static_cast<int64_t>(size) * size; ++n)
         totalWeight += static_cast<uint32_t>(kernel[n]);
-    const uint32_t outside = OutsideColor(src);
+    const uint32_t outside = OutsideColour(src);
 
     Span xs, ys;  // outputs computed on the fast path
     const int bytes = path != FilterPath::General && size > 0 ? DirectPixelBytes(src) : 0;
     // Plain names, not a structured binding: lambdas below capture them (C++17).
     const PathSteps steps = StepsOf(path);
-    const bool vectorise = steps.vector, wide = steps.wide;
-    uint32_t* sums = nullptr;
+    ScratchBuffer<uint32_t> sums;             // a row of channel sums
+    ScratchBuffer<unsigned char> outsideRow;  // a row of the outside colour
     if (bytes != 0) {
         xs = InteriorOutputs(size, src.width);
         // Small kernels take every row; for larger ones the rows beyond the
         // image would cost more taps than the pixel path's clipped windows.
         ys = size <= 7 ? Span{0, src.height - 1} : InteriorOutputs(size, src.height);
-        if (xs.Count() > 0 && ys.Count() > 0)
-            sums = static_cast<uint32_t*>(
-                std::malloc(static_cast<size_t>(xs.Count()) * bytes * sizeof(uint32_t) +
-                            static_cast<size_t>(src.width) * bytes));
-        if (sums == nullptr) xs = ys = Span{};  // nothing interior, or no memory: all general
+        if (xs.Count() > 0 && ys.Count() > 0 && sums.Resize(static_cast<size_t>(xs.Count()) * bytes) &&
+            outsideRow.Resize(static_cast<size_t>(src.width) * bytes))
+            FillOutsideRow(src, bytes, outsideRow.Data());
+        else
+            xs = ys = Span{};  // nothing interior, or no memory: all general
     }
     // Pixels outside the interior (all of them when there is none), read and
     // written directly for 8-, 24- and 32-bit images, through the pixel
@@ -479,30 +653,20 @@ void ConvolveView(const ImageView& src, const ImageView& dst, const int* kernel,
                             ConvolvePixel<Kind>(src, kernel, size, totalWeight, outside, finish, x, y));
             }
         };
-        if (sums == nullptr) {
+        if (!sums) {
             for (int y = 0; y < src.height; ++y) border(y);
             return;
         }
-        unsigned char* outsideRow =
-            reinterpret_cast<unsigned char*>(sums + static_cast<size_t>(xs.Count()) * bytes);
-        const unsigned char channels[4] = {
-            static_cast<unsigned char>(BlueOf(outside)), static_cast<unsigned char>(GreenOf(outside)),
-            static_cast<unsigned char>(RedOf(outside)), static_cast<unsigned char>(AlphaOf(outside))};
-        for (size_t n = 0; n < static_cast<size_t>(src.width) * bytes; ++n)
-            outsideRow[n] = channels[n % bytes];
         for (int64_t y = 0; y < ys.first; ++y) border(y);
-        if (bytes == 1)
-            ConvolveInterior<1>(src, dst, kernel, size, finish, xs, ys, sums, outsideRow, vectorise, wide,
-                                border);
-        if (bytes == 3)
-            ConvolveInterior<3>(src, dst, kernel, size, finish, xs, ys, sums, outsideRow, vectorise, wide,
-                                border);
-        if (bytes == 4)
-            ConvolveInterior<4>(src, dst, kernel, size, finish, xs, ys, sums, outsideRow, vectorise, wide,
-                                border);
+        auto interior = [&](auto bytesConstant) {
+            ConvolveInterior<decltype(bytesConstant)::value>(src, dst, kernel, size, finish, xs, ys,
+                                                             sums.Data(), outsideRow.Data(), steps, border);
+        };
+        if (bytes == 1) interior(std::integral_constant<int, 1>{});
+        if (bytes == 3) interior(std::integral_constant<int, 3>{});
+        if (bytes == 4) interior(std::integral_constant<int, 4>{});
         for (int64_t y = ys.last + 1; y < src.height; ++y) border(y);
     });
-    std::free(sums);
 }
 
 QResult CQELFilterTransform::Filter(IQEL* image, int* kernel, int size, int divisor, int offset,

@@ -29,11 +29,13 @@ struct FilterTarget {
 // `writes` says whether the filter writes every pixel at the depths with a
 // direct kind. QEL_E_FAIL when no image could be made (results of the image
 // calls are not checked).
-QResult MakeFilterTarget(IQEL* source, DestinationRoad road, Writes writes, FilterTarget* target);
+QResult MakeFilterTarget(IQEL* source, DestinationRoad road, Writes writes, FilterTarget* target /*out*/);
 
 // Stores the new image in `result`, or, with `result` null, copies it into the
-// source through Assign and releases it. Always QEL_OK.
-QResult HandOverResult(IQEL* source, SmartPtr<IQELImage>* image, IQEL** result);
+// source through Assign and releases it. Returns the operation's result, which
+// is QEL_OK in every case: a source that offers no IQELImage is left unchanged
+// without an error.
+QResult HandOverResult(IQEL* source, SmartPtr<IQELImage>* image, IQEL** result /*out*/);
 
 // Which code runs: Fast takes the direct-buffer loops with the vector steps of
 // the tier in use, Baseline the same loops with the 16-byte steps at most,
@@ -41,17 +43,13 @@ QResult HandOverResult(IQEL* source, SmartPtr<IQELImage>* image, IQEL** result);
 // All give the same bytes.
 enum class FilterPath { Fast, Baseline, Plain, General };
 
-// A neighbour's colour: inside the image the pixel itself, anywhere outside it
-// pixel (0, 0) with alpha 1 (no edge extension), black with alpha 1 without bits.
-inline uint32_t NeighbourColor(const ImageView& view, int64_t x, int64_t y) {
-    const bool inside = x >= 0 && y >= 0 && x < view.width && y < view.height;
-    return inside ? GetPixelColor(view.bits, static_cast<int>(x), static_cast<int>(y), view.width,
-                                  view.height, view.stride, view.bitCount)
-                  : GetPixelColor(view.bits, -1, -1, view.width, view.height, view.stride, view.bitCount);
-}
+// Every neighbour outside the image takes OutsideColour (image/image_view.h):
+// no edge extension. The median still asks for it by this name.
+inline uint32_t OutsideColor(const ImageView& view) { return OutsideColour(view); }
 
-// The colour every outside neighbour takes.
-inline uint32_t OutsideColor(const ImageView& view) { return NeighbourColor(view, -1, -1); }
+// A row of `bytes`-byte pixels as wide as `view`, every pixel the outside
+// colour: the direct loops read it for window rows above and below the image.
+void FillOutsideRow(const ImageView& view, int bytes, unsigned char* row);
 
 // A square neighbourhood clipped to the image. The window of output (x, y)
 // starts half = size / 2 to the left and above and spans size pixels, so an
@@ -83,21 +81,21 @@ void WithPixelKind(const ImageView& view, FilterPath path, Fn&& fn) {
     WithPixelKind(view, path != FilterPath::General, fn);
 }
 
-// The vector steps a call on `path` may take: the 16-lane steps (SSE2) and
-// the 32-lane ones (AVX2), each where the tier in use allows them.
+// The vector steps a call on `path` may take: the 16-lane steps (SSE2), the
+// 32-lane ones (AVX2) and the 64-lane ones (AVX-512), each where the tier in
+// use allows them.
 struct PathSteps {
     bool vector;
     bool wide;
+    bool widest;
 };
 inline PathSteps StepsOf(FilterPath path) {
-    const SimdTier widest = path == FilterPath::Fast       ? SimdTier::Avx512
-                            : path == FilterPath::Baseline ? SimdTier::Sse2
-                                                           : SimdTier::Scalar;
-    return PathSteps{SimdRuns(SimdTier::Sse2, widest), SimdRuns(SimdTier::Avx2, widest)};
+    const SimdTier allowed = path == FilterPath::Fast       ? SimdTier::Avx512
+                             : path == FilterPath::Baseline ? SimdTier::Sse2
+                                                            : SimdTier::Scalar;
+    return PathSteps{SimdRuns(SimdTier::Sse2, allowed), SimdRuns(SimdTier::Avx2, allowed),
+                     SimdRuns(SimdTier::Avx512, allowed)};
 }
 
-// Bytes per pixel of the depths with a direct fast path, 0 for the others.
-inline int DirectPixelBytes(const ImageView& view) {
-    if (view.bits == nullptr) return 0;
-    return view.bitCount == 8 ? 1 : view.bitCount == 24 ? 3 : view.bitCount == 32 ? 4 : 0;
-}
+// Bytes per pixel of the depths with a direct kind, 0 for the others.
+inline int DirectPixelBytes(const ImageView& view) { return HasDirectKind(view) ? view.bitCount / 8 : 0; }

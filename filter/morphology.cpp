@@ -12,6 +12,7 @@
 
 #include "filter/filter_kernels.h"
 #include "filter/filter_transform.h"
+#include "image/scratch.h"
 
 namespace {
 
@@ -413,23 +414,105 @@ uint32_t ContourPixel(uint32_t centre, Read&& read) {
     return PackColor(255 - t[0], 255 - t[1], 255 - t[2], AlphaOf(centre));
 }
 
+// The contour rule on 8-, 24- and 32-bit rows, lanes of channel bytes at a
+// time: n - c > t, with c + t up to 510, is n > c + t with the sum saturated
+// at 255 (no byte exceeds a saturated sum, as none exceeds the true one). The
+// step compares, then blends the neighbour in where it wins. `rows` are the
+// three window rows at their first pixel; output lane n is pixel 1 + n / kBytes,
+// its neighbours lanes n, n + kBytes and n + 2 kBytes. A 32-bit pixel keeps
+// the centre's alpha. The last step ends at the last lane, so each needs one
+// full step of lanes and takes all or none.
+#if defined(__SSE2__)
+template <int kBytes>
+size_t ContourLanesVector(const unsigned char* const rows[3], size_t lanes, unsigned char* out) {
+    if (lanes < 16) return 0;
+    const __m128i alpha = kBytes == 4 ? _mm_set1_epi32(static_cast<int>(0xFF000000u)) : _mm_setzero_si128();
+    const __m128i ones = _mm_set1_epi8(-1);
+    for (size_t n = 0;; n += 16) {
+        if (n + 16 > lanes) n = lanes - 16;
+        const __m128i centre = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[1] + kBytes + n));
+        __m128i kept = _mm_setzero_si128();
+        for (int i = 0; i < 3; ++i) {
+            for (int j = 0; j < 3; ++j) {
+                const __m128i neighbour =
+                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[j] + i * kBytes + n));
+                const __m128i bound = _mm_adds_epu8(centre, kept);
+                const __m128i stays = _mm_cmpeq_epi8(_mm_max_epu8(neighbour, bound), bound);
+                kept = _mm_or_si128(_mm_and_si128(stays, kept), _mm_andnot_si128(stays, neighbour));
+            }
+        }
+        const __m128i inverted = _mm_xor_si128(kept, ones);
+        const __m128i result = _mm_or_si128(_mm_andnot_si128(alpha, inverted), _mm_and_si128(alpha, centre));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + n), result);
+        if (n + 16 == lanes) break;
+    }
+    return lanes;
+}
+#endif
+
+#if defined(__x86_64__)
+template <int kBytes>
+__attribute__((target("avx512f,avx512bw"))) size_t ContourLanesAvx512(const unsigned char* const rows[3],
+                                                                      size_t lanes, unsigned char* out) {
+    if (lanes < 64) return 0;
+    const __mmask64 alpha = kBytes == 4 ? 0x8888888888888888ull : 0;
+    for (size_t n = 0;; n += 64) {
+        if (n + 64 > lanes) n = lanes - 64;
+        const __m512i centre = _mm512_loadu_si512(rows[1] + kBytes + n);
+        __m512i kept = _mm512_setzero_si512();
+        for (int i = 0; i < 3; ++i) {
+            for (int j = 0; j < 3; ++j) {
+                const __m512i neighbour = _mm512_loadu_si512(rows[j] + i * kBytes + n);
+                const __mmask64 wins = _mm512_cmpgt_epu8_mask(neighbour, _mm512_adds_epu8(centre, kept));
+                kept = _mm512_mask_blend_epi8(wins, kept, neighbour);
+            }
+        }
+        const __m512i inverted = _mm512_xor_si512(kept, _mm512_set1_epi8(-1));
+        _mm512_storeu_si512(out + n, _mm512_mask_blend_epi8(alpha, inverted, centre));
+        if (n + 64 == lanes) break;
+    }
+    return lanes;
+}
+#endif
+
+// Lanes of row y's inner pixels (1 to width - 2) taken by the widest step
+// `steps` allow; 0 when none runs.
+template <int kBytes>
+size_t ContourLanes(const ImageView& src, const ImageView& dst, int y, PathSteps steps) {
+    const unsigned char* const rows[3] = {src.Row(y - 1), src.Row(y), src.Row(y + 1)};
+    const size_t lanes = static_cast<size_t>(src.width - 2) * kBytes;
+    unsigned char* out = dst.Row(y) + kBytes;
+    size_t done = 0;
+#if defined(__x86_64__)
+    if (steps.widest) done = ContourLanesAvx512<kBytes>(rows, lanes, out);
+#endif
+#if defined(__SSE2__)
+    if (steps.vector && done == 0) done = ContourLanesVector<kBytes>(rows, lanes, out);
+#endif
+    (void)rows, (void)out, (void)steps;
+    return done;
+}
+
 }  // namespace
 
 void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremum, int size,
                     FilterPath path) {
-    const uint32_t outside = OutsideColor(src);
+    const uint32_t outside = OutsideColour(src);
     Span xs, ys;  // outputs computed on the fast path
     const int bytes = path != FilterPath::General && size > 0 ? DirectPixelBytes(src) : 0;
     // Plain names, not a structured binding: lambdas below capture them (C++17).
     const PathSteps steps = StepsOf(path);
     const bool vectorise = steps.vector, wide = steps.wide;
-    unsigned char* scratch = nullptr;
+    ScratchBuffer<unsigned char> scratch;     // four rows of extremes
+    ScratchBuffer<unsigned char> outsideRow;  // a row of the outside colour
     if (bytes != 0) {
         xs = InteriorOutputs(size, src.width);
         ys = Span{0, src.height - 1};
-        if (xs.Count() > 0)
-            scratch = static_cast<unsigned char*>(std::malloc(static_cast<size_t>(src.width) * bytes * 5));
-        if (scratch == nullptr) xs = ys = Span{};  // no column fully inside, or no memory: all pixel by pixel
+        const size_t rowLanes = static_cast<size_t>(src.width) * bytes;
+        if (xs.Count() > 0 && scratch.Resize(rowLanes * 4) && outsideRow.Resize(rowLanes))
+            FillOutsideRow(src, bytes, outsideRow.Data());
+        else
+            xs = ys = Span{};  // no column fully inside, or no memory: all pixel by pixel
     }
     // Pixels outside the interior columns (all of them when there are none)
     // one by one, read and written directly for 8-, 24- and 32-bit images,
@@ -445,19 +528,10 @@ void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremu
                 Kind::Write(dst, x, y, ExtremumPixel<Kind>(src, extremum, size, outside, x, y));
             }
         };
-        if (scratch == nullptr) {
+        if (!scratch) {
             for (int y = 0; y < src.height; ++y) borderColumns(y);
             return;
         }
-        unsigned char* outsideRow = scratch + static_cast<size_t>(src.width) * bytes * 4;
-        const unsigned char channels[4] = {
-            static_cast<unsigned char>(BlueOf(outside)), static_cast<unsigned char>(GreenOf(outside)),
-            static_cast<unsigned char>(RedOf(outside)), static_cast<unsigned char>(AlphaOf(outside))};
-        // One pixel, then the filled part copied after itself until the row is full.
-        const size_t outsideLanes = static_cast<size_t>(src.width) * bytes;
-        std::memcpy(outsideRow, channels, static_cast<size_t>(bytes));
-        for (size_t filled = static_cast<size_t>(bytes); filled < outsideLanes; filled *= 2)
-            std::memcpy(outsideRow + filled, outsideRow, std::min(filled, outsideLanes - filled));
         // The border columns of each row, read and written directly while the
         // row is cached; windows beyond kBorderRowsMax rows pixel by pixel.
         auto interior = [&](auto bytesConstant) {
@@ -465,42 +539,52 @@ void MorphologyView(const ImageView& src, const ImageView& dst, Extremum extremu
             auto directBorder = [&](int64_t y) {
 #if defined(__SSE2__)
                 if (vectorise && size == 3 && extremum == Extremum::Minimum)
-                    ExtremumBorder3<kBytes, Extremum::Minimum>(src, dst, y, outsideRow);
+                    ExtremumBorder3<kBytes, Extremum::Minimum>(src, dst, y, outsideRow.Data());
                 else if (vectorise && size == 3 && extremum == Extremum::Maximum)
-                    ExtremumBorder3<kBytes, Extremum::Maximum>(src, dst, y, outsideRow);
+                    ExtremumBorder3<kBytes, Extremum::Maximum>(src, dst, y, outsideRow.Data());
                 else if (vectorise && size == 3)
-                    ExtremumBorder3<kBytes, Extremum::Range>(src, dst, y, outsideRow);
+                    ExtremumBorder3<kBytes, Extremum::Range>(src, dst, y, outsideRow.Data());
                 else
 #endif
                     if (size == 3)
-                    ExtremumBorderRow<kBytes, 3>(src, dst, extremum, size, xs, y, outsideRow);
+                    ExtremumBorderRow<kBytes, 3>(src, dst, extremum, size, xs, y, outsideRow.Data());
                 else if (size <= kBorderRowsMax)
-                    ExtremumBorderRow<kBytes, 0>(src, dst, extremum, size, xs, y, outsideRow);
+                    ExtremumBorderRow<kBytes, 0>(src, dst, extremum, size, xs, y, outsideRow.Data());
                 else
                     borderColumns(y);
             };
-            ExtremumInterior<kBytes>(src, dst, extremum, size, xs, ys, scratch, outsideRow, vectorise, wide,
-                                     directBorder);
+            ExtremumInterior<kBytes>(src, dst, extremum, size, xs, ys, scratch.Data(), outsideRow.Data(),
+                                     vectorise, wide, directBorder);
         };
         if (bytes == 1) interior(std::integral_constant<int, 1>{});
         if (bytes == 3) interior(std::integral_constant<int, 3>{});
         if (bytes == 4) interior(std::integral_constant<int, 4>{});
     });
-    std::free(scratch);
 }
 
 void ContourView(const ImageView& src, const ImageView& dst, FilterPath path) {
+    const int bytes = path != FilterPath::General ? DirectPixelBytes(src) : 0;
+    const PathSteps steps = StepsOf(path);
     WithPixelKind(src, path, [&](auto kind) {
         using Kind = decltype(kind);
         for (int y = 0; y < src.height; ++y) {
             const bool innerRow = y >= 1 && y + 1 < src.height;
+            // Inner pixels the vector steps took; the loop below skips them.
+            size_t done = 0;
+            if (innerRow && src.width > 2) {
+                if (bytes == 1) done = ContourLanes<1>(src, dst, y, steps);
+                if (bytes == 3) done = ContourLanes<3>(src, dst, y, steps);
+                if (bytes == 4) done = ContourLanes<4>(src, dst, y, steps);
+            }
             for (int x = 0; x < src.width; ++x) {
+                if (done != 0 && x == 1) x = src.width - 1;
                 const uint32_t centre = Kind::Read(src, x, y);
                 uint32_t c;
                 if (innerRow && x >= 1 && x + 1 < src.width)
                     c = ContourPixel(centre, [&](int i, int j) { return Kind::Read(src, x + i, y + j); });
                 else
-                    c = ContourPixel(centre, [&](int i, int j) { return NeighbourColor(src, x + i, y + j); });
+                    c = ContourPixel(centre,
+                                     [&](int i, int j) { return ReadOrOutside<Kind>(src, x + i, y + j); });
                 Kind::Write(dst, x, y, c);
             }
         }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <random>
@@ -19,6 +20,7 @@
 #include "transform/kernel_grid.h"
 #include "transform/skew_quad.h"
 #include "transform/turn_drawing.h"
+#include "transform/warp_kernels.h"
 
 namespace {
 
@@ -323,6 +325,72 @@ TEST(FilterPaths, SizesFarBeyondTheImageReadOnlyInside) {
     EXPECT_TRUE(out->GuardsIntact() && src->GuardsIntact());
 }
 
+// Rows of 64 lanes and more take the widest steps: weights grouped in 16-bit
+// lanes, or 32-bit sums divided in single precision. Widths around whole and
+// partial steps, the fixed kernels (gaussian levels 2 and 3 pass 16 bits),
+// large signed weights with negative and huge divisors, on hard edges where
+// sums clamp at both ends.
+TEST(FilterPaths, ConvolutionWidestStepsOfEveryKernelKind) {
+    struct Kernel {
+        std::vector<int> weights;
+        int size, divisor, offset;
+    };
+    std::vector<Kernel> kernels = {
+        {{1, 4, 7, 4, 1, 4, 16, 26, 16, 4, 2, 26, 41, 26, 7, 4, 16, 26, 16, 4, 1, 4, 7, 4, 1}, 5, 273, 0},
+        {{2, 4, 5, 4, 2, 4, 9, 12, 9, 4, 5, 12, 15, 12, 5, 4, 9, 12, 9, 4, 2, 4, 5, 4, 2}, 5, 159, 0},
+        {{0, 1, 2, 1, 0, 1, 3, 4, 3, 1, 2, 4, 8, 4, 2, 1, 3, 4, 3, 1, 0, 1, 2, 1, 0}, 5, 52, 0},
+        {{-1, -1, -1, -1, 15, -1, -1, -1, -1}, 3, 7, 0},
+        {{1, 1, 1, 1, 8, 1, 1, 1, 1}, 3, 16, 0},
+        {{0, 0, -1, 0, 0, 0, 1, 0, 0}, 3, 0, 127},
+        {{3000, -32768, 20000, -1, 7, 0, 0, 2, -3}, 3, -4093, 77},  // largest weights, negative divisor
+        {{300, 0, 0, 0, -300, 0, 0, 0, 300}, 3, 1, 2147483600},  // offset wrapping past INT_MAX
+    };
+    std::mt19937 random(23);
+    Kernel large{std::vector<int>(49), 7, static_cast<int>(random() % 9000) - 4500, -90};
+    for (int& w : large.weights) w = static_cast<int>(random() % 1200) - 600;
+    kernels.push_back(large);
+    for (int bpp : {8, 24, 32})
+        for (int width : {18, 22, 25, 66, 67, 68, 69, 70, 71, 97, 135}) {
+            for (int source = 0; source < 2; ++source) {
+                Owned src = source == 0 ? HardEdges(width, 9, bpp)
+                                        : Random(width, 6, bpp, random(), width % 4, width % 2 == 1);
+                for (const Kernel& k : kernels)
+                    ExpectFilterPaths("widest convolution size " + std::to_string(k.size), src.Get(),
+                                      [&](const ImageView& s, const ImageView& d, FilterPath p) {
+                                          ConvolveView(s, d, k.weights.data(), k.size, k.divisor, k.offset, p);
+                                      });
+            }
+        }
+}
+
+// Contour lanes: widths around whole 16- and 64-lane steps, bytes drawn from
+// few values so that comparisons tie, and the literal rule at every pixel.
+TEST(FilterPaths, ContourLanesOfEveryWidth) {
+    std::mt19937 random(31);
+    for (int bpp : {8, 24, 32})
+        for (int width : {3, 4, 7, 8, 18, 19, 22, 23, 66, 67, 68, 70, 131})
+            for (unsigned char keep : {0xFF, 0xC1}) {
+                Owned src = Random(width, 4, bpp, random(), width % 4, width % 2 == 0, keep);
+                const Bytes reference = Reference(src.Get(), [&](int x, int y) {
+                    const std::vector<uint32_t> around = Neighbours(src.Get(), x, y, 3);
+                    const uint32_t centre = ColourAt(src.Get(), x, y);
+                    int t[3] = {0, 0, 0};
+                    for (uint32_t n : around) {
+                        const int dn[3] = {BlueOf(n) - BlueOf(centre), GreenOf(n) - GreenOf(centre),
+                                           RedOf(n) - RedOf(centre)};
+                        const int nb[3] = {BlueOf(n), GreenOf(n), RedOf(n)};
+                        for (int k = 0; k < 3; ++k)
+                            if (dn[k] > t[k]) t[k] = nb[k];
+                    }
+                    return PackColor(255 - t[0], 255 - t[1], 255 - t[2], AlphaOf(centre));
+                });
+                ExpectFilterPaths(
+                    "contour", src.Get(),
+                    [&](const ImageView& s, const ImageView& d, FilterPath p) { ContourView(s, d, p); },
+                    &reference);
+            }
+}
+
 // ---- transforms ----
 
 TEST(TransformPaths, SkewAndCircleOfEveryDepth) {
@@ -342,6 +410,133 @@ TEST(TransformPaths, SkewAndCircleOfEveryDepth) {
                                  [&](const ImageView& d, PixelPath p) { CirclePixels(s, d, circle, p); });
             }
         }
+}
+
+// Skew's 16-pixel rows: widths with and without a remainder, rows of 4 to 6
+// bytes (the narrowest the gathers take), points beyond int and NaN, pivots
+// far outside, and 32-bit sources whose own alpha is the outside marker 1.
+TEST(TransformPaths, SkewRowsOfSixteen) {
+    const float nan = std::nanf("");
+    const SkewParams shears[] = {{0.37f, -0.61f, 6, 2, false},     {0.2f, 0.0f, 20, 11, false},
+                                 {-3.5f, 0.05f, -40, 100, false},  {nan, 0.0f, 5, 5, false},
+                                 {0.0f, nan, 5, 5, false},         {3e9f, 1e-3f, 1, 1, false},
+                                 {0.01f, 7e8f, 1000000, -9, false}};
+    for (int bpp : {8, 24, 32})
+        for (auto [w, h] :
+             {std::pair{37, 23}, std::pair{16, 5}, std::pair{50, 3}, std::pair{4, 40}, std::pair{2, 19}})
+            for (int alpha : {0, 1}) {
+                Owned src(BufferImage::Make(w, h, bpp, QEL_MODEL_ARGB, 2, bpp != 24));
+                src->FillRandom(static_cast<uint32_t>(bpp + w));
+                if (bpp == 32)
+                    for (int y = 0; y < h; y += 2) src->Row(y)[4 * (y % w) + 3] = 1;
+                const ImageView s = ReadImageView(src.Get());
+                for (SkewParams shear : shears) {
+                    shear.forceAlpha = alpha != 0;
+                    ExpectPathsAgree("skew " + std::to_string(w) + "x" + std::to_string(h) + " gain " +
+                                         std::to_string(shear.xGain) + "," + std::to_string(shear.yGain),
+                                     w, h, alpha ? 32 : bpp, 0, {PixelPath::General, PixelPath::Fast},
+                                     [&](const ImageView& d, PixelPath p) { SkewPixels(s, d, shear, p); });
+                }
+            }
+}
+
+// TransformPaste rounds half up without taking a floor: points a hair either
+// side of the halves at both edges of the target, held to floor itself.
+struct ListedColumns final : ITransform {
+    std::vector<double> columns;
+    QResult QueryInterface(const IID&, void** object) override {
+        *object = nullptr;
+        return QEL_E_NOINTERFACE;
+    }
+    uint32_t AddRef() override { return 2; }
+    uint32_t Release() override { return 1; }
+    QResult TransformPoint(double* x, double* y, double*) override {
+        *x = columns[static_cast<size_t>(*x)];
+        *y = *x / 3;
+        return QEL_OK;
+    }
+};
+
+TEST(TransformPaths, PasteRoundsHalfUpAtTheEdges) {
+    ListedColumns map;
+    const double below = std::nextafter(-0.5, -1.0), above = std::nextafter(-0.5, 0.0);
+    for (double edge : {0.0, 6.0})  // the left edge, then the right (target width 7, offset -1)
+        for (double v : {below, -0.5, above, 0.4999999999999999, 1.5, -1.5}) map.columns.push_back(edge + v);
+    map.columns.push_back(std::nan(""));
+    const int count = static_cast<int>(map.columns.size());
+    Owned src(BufferImage::Make(count, 1, 32, QEL_MODEL_BGR));
+    src->FillRandom(5);
+    Owned dest(BufferImage::Make(7, 5, 32, QEL_MODEL_BGR, 1, true)),
+        expected(BufferImage::Make(7, 5, 32, QEL_MODEL_BGR));
+    TransformPastePixels(&map, ReadImageView(src.Get()), ReadImageView(dest.Get()), 1, 0, false);
+    for (int x = 0; x < count; ++x) {
+        const double X = map.columns[static_cast<size_t>(x)];
+        const double dx = std::floor(1 + X + 0.5), dy = std::floor(X / 3 + 0.5);
+        if (!(dx >= 0 && dy >= 0 && dx < 7 && dy < 5)) continue;
+        for (auto [px, py] : {std::pair{dx, dy}, std::pair{dx + 1, dy}, std::pair{dx, dy + 1}})
+            if (px < 7 && py < 5) PutColour(expected.Get(), int(px), int(py), ColourAt(src.Get(), x, 0));
+    }
+    EXPECT_EQ(PixelBytes(dest.Get()), PixelBytes(expected.Get()))
+        << HexRows(PixelBytes(dest.Get()), 28) << "expected\n"
+        << HexRows(PixelBytes(expected.Get()), 28);
+}
+
+// The kernels ask a row's points before drawing it; the caller's transform
+// must still see each point once, in row order, with z 0, whatever it
+// writes back (here a doubling that sends most points outside).
+struct RecordedPoints final : ITransform {
+    std::vector<std::array<double, 3>> asked;
+    QResult QueryInterface(const IID&, void** object) override {
+        *object = nullptr;
+        return QEL_E_NOINTERFACE;
+    }
+    uint32_t AddRef() override { return 2; }
+    uint32_t Release() override { return 1; }
+    QResult TransformPoint(double* x, double* y, double* z) override {
+        asked.push_back({*x, *y, *z});
+        *x *= 2, *y *= 2, *z = 7;
+        return QEL_OK;
+    }
+};
+
+TEST(TransformPaths, TransformAsksEachPointOnceInRowOrder) {
+    auto rowOrder = [](int columns, int rows, int xOffset, int yOffset) {
+        std::vector<std::array<double, 3>> points;
+        for (int y = 0; y < rows; ++y)
+            for (int x = 0; x < columns; ++x)
+                points.push_back({double(x + xOffset), double(y + yOffset), 0.0});
+        return points;
+    };
+    for (int bpp : {8, 24, 32}) {
+        Owned src(BufferImage::Make(5, 3, bpp, QEL_MODEL_BGR)),
+            dest(BufferImage::Make(4, 2, bpp, QEL_MODEL_BGR));
+        RecordedPoints map;
+        TransformPixels(&map, ReadImageView(src.Get()), ReadImageView(dest.Get()), -2, 1);
+        EXPECT_EQ(map.asked, rowOrder(4, 2, -2, 1)) << bpp;
+        for (bool fillVoids : {false, true}) {
+            map.asked.clear();
+            TransformPastePixels(&map, ReadImageView(src.Get()), ReadImageView(dest.Get()), 3, 3, fillVoids);
+            // 8 bits never paste, nor ask about, the last source column.
+            EXPECT_EQ(map.asked, rowOrder(bpp == 8 ? 4 : 5, 3, 0, 0)) << bpp;
+        }
+    }
+}
+
+// Folding draws whole runs per row: widths beyond two 32-column blocks, so
+// that runs fold onto columns past the right edge, and a height taller than
+// wide, so that whole rows lie outside the circle.
+TEST(TransformPaths, FoldRunsOfEveryDepth) {
+    for (int bpp : {1, 8, 24, 32})
+        for (int alpha : {0, 1})
+            for (auto [w, h] : {std::pair{77, 41}, std::pair{70, 3}, std::pair{3, 70}, std::pair{1, 1}}) {
+                Owned src(BufferImage::Make(w, h, bpp, QEL_MODEL_ARGB, 1, bpp == 8));
+                src->FillRandom(static_cast<uint32_t>(bpp * 3 + alpha));
+                const ImageView s = ReadImageView(src.Get());
+                const CircleParams fold{5, alpha != 0, 1.0f};
+                ExpectPathsAgree("fold " + std::to_string(w) + "x" + std::to_string(h), w, h,
+                                 alpha ? 32 : bpp, 0, {PixelPath::General, PixelPath::Fast},
+                                 [&](const ImageView& d, PixelPath p) { CirclePixels(s, d, fold, p); });
+            }
 }
 
 // Enlarging by whole and odd factors, one axis shrinking while the other

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "image/image_view.h"
-#include "transform/warp_nearest.h"
+#include "transform/warp_common.h"
 
 struct CircleParams {
     int mode = 0;  // 0 bulge, 1 pinch, 2 swirl, 3 polar unwrap, 4 and up column folding

@@ -14,23 +14,24 @@ public:
     using OwnInterface = IQELTransform;
     static const IID& OwnInterfaceId() { return IID_IQELTransform; }
 
-    QResult Flip(IQEL* source, IQEL** result) override;    // orientation.cpp
-    QResult Mirror(IQEL* source, IQEL** result) override;  // orientation.cpp
-    QResult Rotate(IQEL* source, IQEL** result, int angle, int method, int forceAlpha,
+    QResult Flip(IQEL* source, IQEL** result /*out*/) override;    // orientation.cpp
+    QResult Mirror(IQEL* source, IQEL** result /*out*/) override;  // orientation.cpp
+    QResult Rotate(IQEL* source, IQEL** result /*out*/, int angle, int method, int forceAlpha,
                    int keepSize) override;  // rotate.cpp
-    QResult Skew(IQEL* source, IQEL** result, float xGain, float yGain, int xPivot, int yPivot, int reserved,
+    QResult Skew(IQEL* source, IQEL** result /*out*/, float xGain, float yGain, int xPivot, int yPivot,
+                 int reserved,
                  int forceAlpha) override;  // skew_quad.cpp
-    QResult Resample(IQEL* source, IQEL** result, int newWidth, int newHeight, int method,
+    QResult Resample(IQEL* source, IQEL** result /*out*/, int newWidth, int newHeight, int method,
                      int nearestOnly) override;  // resample.cpp
-    QResult IncreaseBpp(IQEL* source, IQEL** result, int bitCount,
+    QResult IncreaseBpp(IQEL* source, IQEL** result /*out*/, int bitCount,
                         unsigned int colourModel) override;  // depth.cpp
     QResult RotatePaste(IQEL* source, IQEL* target, double angle, int method,
                         int keyColour) override;  // rotate.cpp
     QResult FlipBits(IQEL* image) override;       // orientation.cpp
-    QResult Quad(IQEL* source, IQEL** result, double x1, double y1, double x2, double y2, double x3,
+    QResult Quad(IQEL* source, IQEL** result /*out*/, double x1, double y1, double x2, double y2, double x3,
                  double y3, double x4, double y4, unsigned int newWidth, unsigned int newHeight,
                  short blend) override;  // skew_quad.cpp
-    QResult Transform(ITransform* transform, IQEL* source, IQEL** result, int xOffset, int yOffset,
+    QResult Transform(ITransform* transform, IQEL* source, IQEL** result /*out*/, int xOffset, int yOffset,
                       unsigned int newWidth, unsigned int newHeight, short unused1,
                       short unused2) override;  // warp.cpp
     QResult TransformPaste(ITransform* transform, IQEL* source, IQEL* target, int xOffset, int yOffset,

@@ -2,35 +2,148 @@
 // rectangle in 16.16 fixed point).
 #include "transform/skew_quad.h"
 
+#include <immintrin.h>
+
 #include <climits>
 #include <cmath>
+#include <type_traits>
 
+#include "image/cpu.h"
+#include "image/pixel_kinds.h"
 #include "module/host_services.h"
 #include "transform/image_transform.h"
 
 namespace {
 
-constexpr uint32_t kOutsideAlpha = 1;  // reserved byte GetPixelColor gives a point outside
+// The depth pairs Skew draws with 16 pixels a step: the source's depth kept,
+// or forced to 32 bits with alpha.
+template <class SourceKind, class TargetKind>
+constexpr bool kWideSkew = SourceKind::kBytes != 0 &&
+                           (std::is_same_v<TargetKind, SourceKind> || std::is_same_v<TargetKind, BgraPixels>);
+
+// Pixels x0 to x0 + 15 of the row whose rowShift is given, as the pixel loop
+// of SkewKernel draws them: the coordinates in float lanes with the same
+// operations, truncated (NaN and values beyond int give INT_MIN, which is
+// outside), the inside pixels gathered, the rest `outside`. Gathers read
+// whole 32-bit words ending at the pixel, or starting there near the row's
+// start, so no read leaves the pixels of the row (needs rows of at least 4
+// bytes). Returns how many columns it drew, a multiple of 16.
+template <class SourceKind, class TargetKind>
+__attribute__((target("avx512f,avx512bw,avx512vbmi"))) int SkewRowWide(const ImageView& source,
+                                                                       const ImageView& target, int y,
+                                                                       float rowShift,
+                                                                       const SkewParams& params,
+                                                                       uint32_t outside) {
+    constexpr int kIn = SourceKind::kBytes;
+    // Bytes before the pixel that a word ending at the pixel starts with.
+    constexpr int kBack = 4 - kIn;
+    // Zero-masking forms with full masks throughout: GCC 12's unmasked forms
+    // warn about an unset source.
+    constexpr __mmask16 kAll16 = 0xFFFF;
+    constexpr __mmask8 kAll8 = 0xFF;
+    const __m512i lanes = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+    const __m512 shift = _mm512_set1_ps(rowShift), gain = _mm512_set1_ps(params.yGain);
+    const __m512 row = _mm512_set1_ps(static_cast<float>(y));
+    const __m512i pivot = _mm512_set1_epi32(params.xPivot);
+    const __m512i width = _mm512_set1_epi32(source.width), height = _mm512_set1_epi32(source.height);
+    const __m512i stride = _mm512_set1_epi64(source.stride);
+    const __m512i outsideColour = _mm512_set1_epi32(static_cast<int>(outside));
+    const __m512i marker = _mm512_set1_epi32(kOutsideAlpha),
+                  opaque = _mm512_set1_epi32(static_cast<int>(0xFF000000u));
+    // 24-bit output: the three low bytes of each of the 16 words, in order.
+    alignas(64) unsigned char packIndex[64] = {};
+    for (int n = 0; n < 48; ++n) packIndex[n] = static_cast<unsigned char>(4 * (n / 3) + n % 3);
+    const __m512i pack = _mm512_load_si512(packIndex);
+    unsigned char* out = target.Row(y);
+    int x0 = 0;
+    for (; x0 + 16 <= target.width; x0 += 16) {
+        const __m512i x = _mm512_add_epi32(_mm512_set1_epi32(x0), lanes);
+        const __m512 fx = _mm512_add_ps(_mm512_maskz_cvtepi32_ps(kAll16, x), shift);
+        const __m512 fy = _mm512_add_ps(
+            row, _mm512_mul_ps(_mm512_maskz_cvtepi32_ps(kAll16, _mm512_sub_epi32(x, pivot)), gain));
+        const __m512i sx = _mm512_maskz_cvttps_epi32(kAll16, fx), sy = _mm512_maskz_cvttps_epi32(kAll16, fy);
+        const __mmask16 inside = _mm512_cmplt_epu32_mask(sx, width) & _mm512_cmplt_epu32_mask(sy, height);
+        // Words ending at the pixel, except in the first columns, where the
+        // row's first word holds it.
+        const __m512i at = _mm512_mullo_epi32(sx, _mm512_set1_epi32(kIn));
+        const __mmask16 ending = kBack == 0 ? kAll16 : _mm512_cmpge_epi32_mask(sx, _mm512_set1_epi32(kBack));
+        const __m512i start = _mm512_maskz_sub_epi32(ending, at, _mm512_set1_epi32(kBack));
+        const __m512i low = _mm512_add_epi64(
+            _mm512_maskz_mul_epi32(
+                kAll8, _mm512_maskz_cvtepi32_epi64(kAll8, _mm512_maskz_extracti64x4_epi64(0xF, sy, 0)),
+                stride),
+            _mm512_maskz_cvtepi32_epi64(kAll8, _mm512_maskz_extracti64x4_epi64(0xF, start, 0)));
+        const __m512i high = _mm512_add_epi64(
+            _mm512_maskz_mul_epi32(
+                kAll8, _mm512_maskz_cvtepi32_epi64(kAll8, _mm512_maskz_extracti64x4_epi64(0xF, sy, 1)),
+                stride),
+            _mm512_maskz_cvtepi32_epi64(kAll8, _mm512_maskz_extracti64x4_epi64(0xF, start, 1)));
+        const __m256i lowWords = _mm512_mask_i64gather_epi32(
+            _mm256_setzero_si256(), static_cast<__mmask8>(inside), low, source.bits, 1);
+        const __m256i highWords = _mm512_mask_i64gather_epi32(
+            _mm256_setzero_si256(), static_cast<__mmask8>(inside >> 8), high, source.bits, 1);
+        __m512i colour = _mm512_maskz_inserti64x4(kAll8, _mm512_castsi256_si512(lowWords), highWords, 1);
+        if (kBack != 0) {
+            const __m512i bits = _mm512_mask_mov_epi32(_mm512_maskz_slli_epi32(kAll16, at, 3), ending,
+                                                       _mm512_set1_epi32(8 * kBack));
+            colour = _mm512_maskz_srlv_epi32(kAll16, colour, bits);
+            colour = _mm512_and_si512(colour, _mm512_set1_epi32(kIn == 1 ? 0xFF : 0xFFFFFF));
+        }
+        if (kIn == 1) colour = _mm512_mullo_epi32(colour, _mm512_set1_epi32(0x010101));  // the grey ramp
+        colour = _mm512_mask_blend_epi32(inside, outsideColour, colour);
+        if (params.forceAlpha) {
+            const __mmask16 marked =
+                _mm512_cmpeq_epi32_mask(_mm512_maskz_srli_epi32(kAll16, colour, 24), marker);
+            colour = _mm512_mask_or_epi32(colour, static_cast<__mmask16>(~marked), colour, opaque);
+        }
+        if (TargetKind::kBytes == 4) {
+            _mm512_storeu_si512(out + static_cast<ptrdiff_t>(x0) * 4, colour);
+        } else if (TargetKind::kBytes == 3) {
+            _mm512_mask_storeu_epi8(out + static_cast<ptrdiff_t>(x0) * 3, 0xFFFFFFFFFFFFull,
+                                    _mm512_maskz_permutexvar_epi8(~__mmask64{0}, pack, colour));
+        } else {
+            // Grey in, grey out: the nearest ramp entry is the grey itself.
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + x0),
+                             _mm512_maskz_cvtepi32_epi8(kAll16, colour));
+        }
+    }
+    return x0;
+}
 
 struct SkewKernel {
     const ImageView& source;
     const ImageView& target;
     const SkewParams& params;
+    PixelPath path;
 
-    template <int SourceDepth, int TargetDepth>
+    // Whether the 16-pixel rows may run: the lanes hold x - xPivot in 32
+    // bits, and the gathers need rows of at least one word.
+    bool WideRuns() const {
+        return path == PixelPath::Fast && SimdRuns(SimdTier::Avx512) && source.bits != nullptr &&
+               source.width * (source.bitCount / 8) >= 4 && target.width < (1 << 30) &&
+               params.xPivot > -(1 << 30) && params.xPivot < (1 << 30);
+    }
+
+    template <class SourceKind, class TargetKind>
     void Run() {
+        const bool wide = kWideSkew<SourceKind, TargetKind> && WideRuns();
+        const uint32_t outside = OutsideColour(source);
         for (int y = 0; y < target.height; ++y) {
             // Distances from the pivots in 64 bits: a pivot far out must not overflow.
             const float rowShift = static_cast<float>(static_cast<int64_t>(y) - params.yPivot) * params.xGain;
-            for (int x = 0; x < target.width; ++x) {
+            int x = 0;
+            if constexpr (kWideSkew<SourceKind, TargetKind>) {
+                if (wide)
+                    x = SkewRowWide<SourceKind, TargetKind>(source, target, y, rowShift, params, outside);
+            }
+            for (; x < target.width; ++x) {
                 const float columnShift =
                     static_cast<float>(static_cast<int64_t>(x) - params.xPivot) * params.yGain;
                 const int sx = TruncOrNowhere(static_cast<float>(x) + rowShift);
                 const int sy = TruncOrNowhere(static_cast<float>(y) + columnShift);
-                uint32_t color = ReadNearest<SourceDepth>(source, sx, sy);
-                if (params.forceAlpha && static_cast<uint32_t>(AlphaOf(color)) != kOutsideAlpha)
-                    color |= 0xFF000000u;
-                WriteNearest<TargetDepth>(target, x, y, color);
+                uint32_t color = ReadOrOutside<SourceKind>(source, sx, sy);
+                if (params.forceAlpha && AlphaOf(color) != kOutsideAlpha) color |= 0xFF000000u;
+                TargetKind::Write(target, x, y, color);
             }
         }
     }
@@ -121,8 +234,10 @@ void QuadRows(const ImageView& source, const ImageView& target, const QuadCorner
 }  // namespace
 
 void SkewPixels(const ImageView& source, const ImageView& target, const SkewParams& params, PixelPath path) {
-    SkewKernel kernel{source, target, params};
-    DispatchNearest(kernel, FastDepthOf(source, path), FastDepthOf(target, path));
+    SkewKernel kernel{source, target, params, path};
+    WithPixelKinds(source, target, path == PixelPath::Fast, [&](auto sourceKind, auto targetKind) {
+        kernel.Run<decltype(sourceKind), decltype(targetKind)>();
+    });
 }
 
 int QuadSideLength(double ax, double ay, double bx, double by, double cx, double cy, double dx, double dy) {
@@ -163,10 +278,11 @@ QResult CQELImageTransform::Skew(IQEL* source, IQEL** result, float xGain, float
     const int bitCount = forceAlpha != 0 ? 32 : sourceView.bitCount;
     const unsigned model = forceAlpha != 0 ? QEL_MODEL_ARGB : sourceView.colourModel;
 
-    SmartPtr<IQELImage> image = NewImageThroughCollection();
-    if (!image) return QEL_E_FAIL;
-    image->Create(sourceView.width, sourceView.height, sourceView.planes, bitCount, model);
-    const ImageView targetView = ReadImageView(image.Get());
+    ImageShape shape = ShapeOf(sourceView);
+    shape.bitCount = bitCount;
+    shape.colourModel = model;
+    Destination made = MakeDestination(shape, DestinationRoad::Collection, WarpWrites(bitCount));
+    if (!made.image) return QEL_E_FAIL;
 
     SkewParams params;
     params.xGain = xGain;
@@ -176,9 +292,8 @@ QResult CQELImageTransform::Skew(IQEL* source, IQEL** result, float xGain, float
     params.yPivot = yPivot != 0 ? yPivot : static_cast<int>(static_cast<unsigned>(sourceView.height) / 2);
     params.forceAlpha = forceAlpha != 0;
     // A Create that did not give the asked layout is left undrawn.
-    if (HasLayout(targetView, sourceView.width, sourceView.height, bitCount))
-        SkewPixels(sourceView, targetView, params);
-    *result = image.Detach();
+    if (const ImageView* canvas = made.Canvas()) SkewPixels(sourceView, *canvas, params);
+    *result = made.image.Detach();
     return QEL_OK;
 }
 
@@ -196,12 +311,11 @@ QResult CQELImageTransform::Quad(IQEL* source, IQEL** result, double x1, double 
     const int height = newHeight == 0 || newHeight >= 65536 ? QuadSideLength(x1, y1, x3, y3, x2, y2, x4, y4)
                                                             : static_cast<int>(newHeight);
 
-    SmartPtr<IQELImageDIB> image = NewImageDIB();
-    if (!image) return QEL_E_FAIL;
-    image->Create(width, height, 1, sourceView.bitCount, sourceView.colourModel);
-    const ImageView targetView = ReadImageView(image.Get());
-    if (HasLayout(targetView, width, height, sourceView.bitCount))
-        QuadPixels(sourceView, targetView, corners, blend != 0 && sourceView.bitCount > 8);
-    *result = image.Detach();
+    const ImageShape shape{width, height, 1, sourceView.bitCount, sourceView.colourModel};
+    Destination made = MakeDestination(shape, DestinationRoad::ImageDIB, WarpWrites(sourceView.bitCount));
+    if (!made.image) return QEL_E_FAIL;
+    if (const ImageView* canvas = made.Canvas())
+        QuadPixels(sourceView, *canvas, corners, blend != 0 && sourceView.bitCount > 8);
+    *result = made.image.Detach();
     return QEL_OK;
 }

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "image/image_view.h"
-#include "transform/warp_nearest.h"
+#include "transform/warp_common.h"
 
 struct SkewParams {
     float xGain = 0;  // horizontal shift per row of distance from yPivot
