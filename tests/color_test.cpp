@@ -49,17 +49,6 @@ TEST(ColourTone, LutNegativeAndNullImages) {
     EXPECT_EQ(After(3, 1, 4, {0x12, 0x34}, lut), (Bytes{0x12, 0x34}));
     EXPECT_EQ(After(9, 1, 1, {0x12, 0x80}, negative), (Bytes{0x12, 0x80}));
     EXPECT_EQ(After(1, 1, 25, {1, 2, 3, 4}, negative), (Bytes{1, 2, 3, 4}));
-    for (const Op& op : {lut, negative, Op([](IQEL* i) { return Colours()->Light(i, 5, 5); }),
-                         Op([](IQEL* i) { return Colours()->Gamma(i, 2.0f); }),
-                         Op([](IQEL* i) { return Colours()->ShiftRGB(i, 1, 1, 1); }),
-                         Op([](IQEL* i) { return Colours()->GrayScale(i); }),
-                         Op([](IQEL* i) { return Colours()->Threshold(i, 1); }),
-                         Op([](IQEL* i) { return Colours()->Colorize(i, 1, 2, 1.0f); }),
-                         Op([](IQEL* i) { return Colours()->SetImageAlpha(i, 5, 0); }),
-                         Op([](IQEL* i) { return Colours()->SetImageTransparentPixel(i, 0); }),
-                         Op([](IQEL* i) { return Colours()->SetImageAlphaTransparency(i, 5, 0); })})
-        EXPECT_EQ(op(nullptr), QEL_E_FAIL);
-    EXPECT_EQ(Colours()->Lut(ImageOf(2, 2, 24, QEL_MODEL_BGR, {}).Get(), nullptr), QEL_E_FAIL);
 }
 
 TEST(ColourTone, LightAndGammaComputeInSinglePrecision) {

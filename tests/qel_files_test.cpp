@@ -2,43 +2,23 @@
 // WebP, GIF and BMP round trips, grey and bilevel writing, EXIF orientation
 // and carried metadata, pipes, batches and info, and hostile files of every
 // new format refused with one line.
-#include <dirent.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
-#include <vector>
+
+#include "support/qel_cli.h"
 
 namespace {
 
-std::string ReadFile(const std::string& path) {
-    std::stringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
-void WriteFile(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
+using qeltest::Outcome;
+using qeltest::PngChunk;
+using qeltest::ReadFile;
+using qeltest::Samples;
+using qeltest::WriteFile;
+
 std::string Big16(unsigned v) { return std::string{char(v >> 8), char(v)}; }
-std::string Big32(uint32_t v) { return Big16(v >> 16) + Big16(v & 0xFFFF); }
+std::string Big32(uint32_t v) { return qeltest::BigEndian(v); }
 std::string Little16(unsigned v) { return std::string{char(v), char(v >> 8)}; }
 std::string Little32(uint32_t v) { return Little16(v & 0xFFFF) + Little16(v >> 16); }
 
-// One PNG chunk with its CRC.
-std::string PngChunk(const std::string& type, const std::string& data) {
-    uint32_t crc = 0xFFFFFFFFu;
-    for (const unsigned char byte : type + data) {
-        crc ^= byte;
-        for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
-    }
-    return Big32(static_cast<uint32_t>(data.size())) + type + data + Big32(~crc);
-}
 // `chunk` inserted after a PNG's IHDR.
 std::string WithPngChunk(const std::string& png, const std::string& chunk) { return png.substr(0, 33) + chunk + png.substr(33); }
 // A JPEG segment inserted after SOI.
@@ -46,19 +26,14 @@ std::string WithJpegSegment(const std::string& jpeg, int marker, const std::stri
     return jpeg.substr(0, 2) + char(0xFF) + char(marker) + Big16(static_cast<unsigned>(data.size() + 2)) + data +
            jpeg.substr(2);
 }
-// A 16-bit grey PNG, its data one stored deflate block.
+// A 16-bit grey PNG.
 std::string Grey16Png(int width, int height) {
     std::string rows;
     for (int y = 0; y < height; ++y) {
         rows += '\0';
         for (int x = 0; x < width; ++x) rows += Big16(static_cast<unsigned>(x * 0x1234 + y * 0x0101));
     }
-    uint32_t a = 1, b = 0;
-    for (unsigned char byte : rows) a = (a + byte) % 65521, b = (b + a) % 65521;
-    const auto n = static_cast<uint16_t>(rows.size());
-    const std::string zlib = std::string("\x78\x01\x01", 3) + Little16(n) + Little16(~n & 0xFFFF) + rows + Big32(b << 16 | a);
-    const std::string header = Big32(width) + Big32(height) + char(16) + char(0) + std::string(3, '\0');
-    return "\x89PNG\r\n\x1a\n" + PngChunk("IHDR", header) + PngChunk("IDAT", zlib) + PngChunk("IEND", "");
+    return qeltest::Png(width, height, 16, 0, rows);
 }
 // An EXIF block (big-endian TIFF header, IFD0 with one Orientation entry).
 std::string ExifWithOrientation(int orientation) {
@@ -110,21 +85,8 @@ std::string Bmp(int32_t width, int32_t height, int bits, uint32_t compression, c
            table + pixels;
 }
 
-struct Outcome {
-    int status = -1;
-    std::string out, err;
-};
-
-class QelFiles : public ::testing::Test {
+class QelFiles : public qeltest::QelRun {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/qel-files-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir_ = pattern;
-    }
-    void TearDown() override { std::system(("rm -rf '" + dir_ + "'").c_str()); }
-    std::string Path(const std::string& name) const { return dir_ + "/" + name; }
-
     // Runs a shell command line in the test folder with ./qel as "qel".
     Outcome Shell(const std::string& line) {
         const std::string command = "Q=\"$PWD/qel\"; cd '" + dir_ + "' && qel() { \"$Q\" \"$@\"; }; { " + line +
@@ -141,32 +103,14 @@ protected:
         const Outcome outcome = Shell(line);
         ASSERT_EQ(outcome.status, 0) << line << "\n" << outcome.err;
     }
-    // The samples of a PAM file written by qel.
-    std::string PamSamples(const std::string& name) {
-        const std::string bytes = ReadFile(Path(name));
-        const size_t end = bytes.find("ENDHDR\n");
-        return end == std::string::npos ? "" : bytes.substr(end + 7);
-    }
-    std::vector<std::string> Listing(const std::string& folder) {
-        std::vector<std::string> names;
-        DIR* d = opendir(Path(folder).c_str());
-        for (dirent* e; d != nullptr && (e = readdir(d)) != nullptr;)
-            if (e->d_name[0] != '.' || std::string(e->d_name).find(".qel-") != std::string::npos)
-                names.push_back(e->d_name);
-        if (d != nullptr) closedir(d);
-        std::sort(names.begin(), names.end());
-        return names;
-    }
     // A refusal: exit 1 and one line naming the file with this reason.
     void ExpectRefused(const std::string& file, const std::string& reason, const std::string& options = "") {
         const Outcome outcome = Shell("qel " + file + " " + options + " out.png");
         EXPECT_EQ(outcome.status, 1) << file << ": " << outcome.err;
         EXPECT_EQ(outcome.err.rfind("qel: " + file + ": " + reason, 0), 0u) << outcome.err;
         EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
-        EXPECT_FALSE(std::ifstream(Path("out.png")).good()) << file;
+        EXPECT_FALSE(qeltest::Exists(Path("out.png"))) << file;
     }
-
-    std::string dir_;
 };
 
 // An RGBA image with fully and partly transparent pixels, and a grey and a
@@ -217,7 +161,7 @@ TEST_F(QelFiles, BmpVariantsReadAsStored) {
               std::string("P6\n3 2\n255\n\xFF\0\0\0\xFF\0\0\0\xFF\0\0\xFF\0\xFF\0\xFF\0\0", 29));
     EXPECT_EQ(ReadFile(Path("sixteen.ppm")),
               std::string("P6\n2 2\n255\n\xFF\0\0\0\xFF\0\0\0\x83\xFF\xFF\xFF", 23));
-    EXPECT_EQ(PamSamples("alpha.pam"), "\x10\x20\x30\x80");
+    EXPECT_EQ(PamSamples("alpha.pam"), (Samples{0x10, 0x20, 0x30, 0x80}));
     // Compressed pixels and a palette cut short are refused.
     WriteFile(Path("rle.bmp"), Bmp(2, 2, 8, 1, "", palette, std::string(8, '\0')));
     ExpectRefused("rle.bmp", "compressed BMP (RLE, JPEG or PNG inside) is not supported");
@@ -384,16 +328,10 @@ TEST_F(QelFiles, HostileFilesAreRefusedWithOneLine) {
         SCOPED_TRACE(format);
         const std::string good = ReadFile(Path(std::string("good.") + format));
         WriteFile(Path(std::string("cut.") + format), good.substr(0, good.size() / 2));
-        const Outcome cut = Shell(std::string("qel cut.") + format + " out.png");
-        EXPECT_EQ(cut.status, 1) << cut.err;
-        EXPECT_EQ(cut.err.rfind(std::string("qel: cut.") + format + ": ", 0), 0u) << cut.err;
-        EXPECT_EQ(std::count(cut.err.begin(), cut.err.end(), '\n'), 1) << cut.err;
+        ExpectRefused(std::string("cut.") + format, "");
         // A file that starts like the format and then is nonsense.
-        std::string mangled = good.substr(0, 4) + std::string(200, '\xA5');
-        WriteFile(Path(std::string("bad.") + format), mangled);
-        const Outcome bad = Shell(std::string("qel bad.") + format + " out.png");
-        EXPECT_EQ(bad.status, 1) << bad.err;
-        EXPECT_EQ(std::count(bad.err.begin(), bad.err.end(), '\n'), 1) << bad.err;
+        WriteFile(Path(std::string("bad.") + format), good.substr(0, 4) + std::string(200, '\xA5'));
+        ExpectRefused(std::string("bad.") + format, "");
     }
     // Sizes far beyond memory, refused before any pixel memory is asked for.
     WriteFile(Path("huge.tif"), GreyTiffPages(1, 4000000u, 4000000u, false));

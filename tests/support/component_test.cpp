@@ -3,6 +3,9 @@
 
 #include <cstdlib>
 
+#include "filter/filter_transform.h"
+#include "transform/image_transform.h"
+
 namespace qeltest {
 
 IQELMaths* Maths() {
@@ -27,6 +30,23 @@ IQELColorTransform* Colours() {
 IQELDeform* Deform() {
     static SmartPtr<IQELDeform> deform = TestHost().Create<IQELDeform>(L"QELDeform", qel::iid::IQELDeform);
     return deform.Get();
+}
+
+CQELImageTransform* TransformClass() {
+    static SmartPtr<IQELTransform> made = [] {
+        SmartPtr<IQELTransform> component;
+        CQELImageTransform::_CreateInstance(nullptr, &IID_IQELTransform, component.OutVoid());
+        return component;
+    }();
+    return static_cast<CQELImageTransform*>(made.Get());
+}
+CQELFilterTransform* FilterClass() {
+    static SmartPtr<IQELFilterTransform> made = [] {
+        SmartPtr<IQELFilterTransform> component;
+        CQELFilterTransform::_CreateInstance(nullptr, &IID_IQELFilterTransform, component.OutVoid());
+        return component;
+    }();
+    return static_cast<CQELFilterTransform*>(made.Get());
 }
 
 unsigned ModelFor(int bitCount) {

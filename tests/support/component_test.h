@@ -19,6 +19,9 @@
     GTEST_SKIP() << "needs the " << SimdTierName(tier) \
                  << " tier (in use: " << SimdTierName(ActiveSimdTier()) << ")"
 
+class CQELImageTransform;
+class CQELFilterTransform;
+
 namespace qeltest {
 
 using Bytes = std::vector<unsigned char>;
@@ -29,6 +32,10 @@ IQELFilterTransform* Filters();
 IQELTransform* Transform();
 IQELColorTransform* Colours();
 IQELDeform* Deform();
+// The transform and filter classes linked in, for the methods a host cannot
+// reach (FillVoids, Rotate4, Kernel).
+CQELImageTransform* TransformClass();
+CQELFilterTransform* FilterClass();
 
 // ARGB at 32 bits, BGR at 24 to 31, MONO below.
 unsigned ModelFor(int bitCount);

@@ -119,12 +119,14 @@ protected:
         if (tuple != nullptr) *tuple = bytes.substr(t + 9, bytes.find('\n', t) - t - 9);
         return Samples(bytes.begin() + static_cast<long>(end + 7), bytes.end());
     }
-    // Files of the test folder (or a folder in it) besides the captured output, by name.
+    // Files of the test folder (or a folder in it) besides the captured output,
+    // by name; qel's own temporary files (".qel-") are listed too.
     std::vector<std::string> Listing(const std::string& folder = "") {
         std::vector<std::string> names;
         DIR* listed = opendir(folder.empty() ? dir_.c_str() : Path(folder).c_str());
         for (dirent* entry; listed != nullptr && (entry = readdir(listed)) != nullptr;)
-            if (entry->d_name[0] != '.') names.push_back(entry->d_name);
+            if (entry->d_name[0] != '.' || std::string(entry->d_name).find(".qel-") != std::string::npos)
+                names.push_back(entry->d_name);
         if (listed != nullptr) closedir(listed);
         std::sort(names.begin(), names.end());
         return names;
