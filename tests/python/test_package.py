@@ -47,11 +47,6 @@ class TestMemory:
         assert qi.negative(view, inplace=True) is view
         assert np.array_equal(data, 255 - bgr)
 
-    def test_without_inplace_the_input_is_kept(self, bgr):
-        data = bgr.copy()
-        assert np.array_equal(qi.negative(data), 255 - bgr)
-        assert np.array_equal(data, bgr)
-
     def test_part_of_each_row_is_read_and_written_through_a_tight_copy(self, bgr):
         # The last row of big[:, 2:6] ends 5 pixels before a whole stride of big.
         big = np.tile(bgr, (1, 1, 1))
@@ -68,7 +63,6 @@ class TestMemory:
         assert np.array_equal(grey, expected)
 
     def test_increase_bpp_of_its_own_depth_hands_back_the_input(self, bgr):
-        assert qi.increase_bpp(bgr, 24) is not None
         assert np.array_equal(qi.increase_bpp(bgr, 24), bgr)
 
 
