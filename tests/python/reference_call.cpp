@@ -15,6 +15,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -115,7 +117,6 @@ int main(int argc, char** argv) {
         Component<IQELFilterTransform>(L"QELFilterTransform", qel::iid::IQELFilterTransform);
     SmartPtr<IQELMaths> m = Component<IQELMaths>(L"QELMaths", qel::iid::IQELMaths);
     SmartPtr<IQEL> made;
-    QResult r = QEL_E_NOTIMPL;
     unsigned char table[256];
     for (size_t k = 0; k < 256 && k < n.size(); ++k) table[k] = static_cast<unsigned char>(in(k));
     std::vector<int> kernel;
@@ -125,101 +126,69 @@ int main(int argc, char** argv) {
     SmartPtr<IQELImage> dest;
     if (!images.empty() && images[0]) images[0]->QueryInterface(qel::iid::IQELImage, dest.OutVoid());
 
-    if (method == "Colorize")
-        r = c->Colorize(im(0), static_cast<unsigned char>(in(0)), static_cast<unsigned char>(in(1)), fl(2));
-    else if (method == "Lut")
-        r = c->Lut(im(0), table);
-    else if (method == "Negative")
-        r = c->Negative(im(0));
-    else if (method == "GrayScale")
-        r = c->GrayScale(im(0));
-    else if (method == "ShiftRGB")
-        r = c->ShiftRGB(im(0), in(0), in(1), in(2));
-    else if (method == "Gamma")
-        r = c->Gamma(im(0), fl(0));
-    else if (method == "Light")
-        r = c->Light(im(0), in(0), in(1));
-    else if (method == "SetImageAlpha")
-        r = c->SetImageAlpha(im(0), in(0), 0);
-    else if (method == "SetImageAlphaTransparency")
-        r = c->SetImageAlphaTransparency(im(0), in(0), un(1));
-    else if (method == "SetImageTransparentPixel")
-        r = c->SetImageTransparentPixel(im(0), un(0));
-    else if (method == "Threshold")
-        r = c->Threshold(im(0), in(0));
-    else if (method == "Flip")
-        r = t->Flip(im(0), made.Out());
-    else if (method == "Mirror")
-        r = t->Mirror(im(0), made.Out());
-    else if (method == "Rotate")
-        r = t->Rotate(im(0), made.Out(), in(0), in(1), in(2), in(3));
-    else if (method == "Skew")
-        r = t->Skew(im(0), made.Out(), fl(0), fl(1), in(2), in(3), 0, in(4));
-    else if (method == "Resample")
-        r = t->Resample(im(0), made.Out(), in(0), in(1), in(2), in(3));
-    else if (method == "IncreaseBpp")
-        r = t->IncreaseBpp(im(0), made.Out(), in(0), un(1));
-    else if (method == "RotatePaste")
-        r = t->RotatePaste(im(0), im(1), n[0], in(1), in(2));
-    else if (method == "FlipBits")
-        r = t->FlipBits(im(0));
-    else if (method == "Quad")
-        r = t->Quad(im(0), made.Out(), n[0], n[1], n[2], n[3], n[4], n[5], n[6], n[7], un(8), un(9),
-                    static_cast<short>(in(10)));
-    else if (method == "Transform")
-        r = t->Transform(affine.get(), im(0), made.Out(), in(0), in(1), un(2), un(3), 0, 0);
-    else if (method == "TransformPaste")
-        r = t->TransformPaste(affine.get(), im(0), im(1), in(0), in(1), static_cast<short>(in(2)), 0);
-    else if (method == "FlipImageAndBits")
-        r = t->FlipImageAndBits(im(0));
-    else if (method == "CircleTransform")
-        r = d->CircleTransform(im(0), in(0), in(1), fl(2));
-    else if (method == "Erode")
-        r = f->Erode(im(0), in(0), made.Out());
-    else if (method == "Edge")
-        r = f->Edge(im(0), in(0), made.Out());
-    else if (method == "Dilate")
-        r = f->Dilate(im(0), in(0), made.Out());
-    else if (method == "Filter")
-        r = f->Filter(im(0), kernel.data(), kernelSize, in(0), in(1), made.Out());
-    else if (method == "Contour")
-        r = f->Contour(im(0), made.Out());
-    else if (method == "Noise") {
-        std::srand(un(1));
-        r = f->Noise(im(0), in(0), made.Out());
-    } else if (method == "Jitter") {
-        std::srand(un(1));
-        r = f->Jitter(im(0), in(0), made.Out());
-    } else if (method == "Median")
-        r = f->Median(im(0), in(0), made.Out());
-    else if (method == "Emboss")
-        r = f->Emboss(im(0), made.Out());
-    else if (method == "Blur")
-        r = f->Blur(im(0), made.Out());
-    else if (method == "Soften")
-        r = f->Soften(im(0), made.Out());
-    else if (method == "Sharpen")
-        r = f->Sharpen(im(0), made.Out());
-    else if (method == "GaussianBlur")
-        r = f->GaussianBlur(im(0), in(0), made.Out());
-    else if (method == "Equal")
-        r = m->Equal(im(0), im(1), in(0));
-    else if (method == "Copy")
-        r = m->Copy(im(0), im(1), im(2), in(0), in(1));
-    else if (method == "AddScale")
-        r = m->AddScale(im(0), im(1), im(2), im(3), fl(0), fl(1), fl(2));
-    else if (method == "Scale")
-        r = m->Scale(im(0), im(1), im(2), fl(0), fl(1));
-    else if (method == "Subtract")
-        r = m->Subtract(im(0), im(1), im(2), in(0));
-    else if (method == "CreateDestImage")
-        r = m->CreateDestImage(made.Out(), im(0), in(0), in(1));
-    else if (method == "Add")
-        r = m->Add(dest.Get(), im(1), im(2), fl(0));
-    else if (method == "Scale8")
-        r = m->Scale8(dest.Get(), im(1), in(0), n[1]);
-    else
-        return 3;
+    // One row per method: the call on the images and numbers given.
+    const std::map<std::string, std::function<QResult()>> calls = {
+        {"Colorize",
+         [&] {
+             return c->Colorize(im(0), static_cast<unsigned char>(in(0)), static_cast<unsigned char>(in(1)),
+                                fl(2));
+         }},
+        {"Lut", [&] { return c->Lut(im(0), table); }},
+        {"Negative", [&] { return c->Negative(im(0)); }},
+        {"GrayScale", [&] { return c->GrayScale(im(0)); }},
+        {"ShiftRGB", [&] { return c->ShiftRGB(im(0), in(0), in(1), in(2)); }},
+        {"Gamma", [&] { return c->Gamma(im(0), fl(0)); }},
+        {"Light", [&] { return c->Light(im(0), in(0), in(1)); }},
+        {"SetImageAlpha", [&] { return c->SetImageAlpha(im(0), in(0), 0); }},
+        {"SetImageAlphaTransparency", [&] { return c->SetImageAlphaTransparency(im(0), in(0), un(1)); }},
+        {"SetImageTransparentPixel", [&] { return c->SetImageTransparentPixel(im(0), un(0)); }},
+        {"Threshold", [&] { return c->Threshold(im(0), in(0)); }},
+        {"Flip", [&] { return t->Flip(im(0), made.Out()); }},
+        {"Mirror", [&] { return t->Mirror(im(0), made.Out()); }},
+        {"Rotate", [&] { return t->Rotate(im(0), made.Out(), in(0), in(1), in(2), in(3)); }},
+        {"Skew", [&] { return t->Skew(im(0), made.Out(), fl(0), fl(1), in(2), in(3), 0, in(4)); }},
+        {"Resample", [&] { return t->Resample(im(0), made.Out(), in(0), in(1), in(2), in(3)); }},
+        {"IncreaseBpp", [&] { return t->IncreaseBpp(im(0), made.Out(), in(0), un(1)); }},
+        {"RotatePaste", [&] { return t->RotatePaste(im(0), im(1), n[0], in(1), in(2)); }},
+        {"FlipBits", [&] { return t->FlipBits(im(0)); }},
+        {"Quad",
+         [&] {
+             return t->Quad(im(0), made.Out(), n[0], n[1], n[2], n[3], n[4], n[5], n[6], n[7], un(8), un(9),
+                            static_cast<short>(in(10)));
+         }},
+        {"Transform",
+         [&] { return t->Transform(affine.get(), im(0), made.Out(), in(0), in(1), un(2), un(3), 0, 0); }},
+        {"TransformPaste",
+         [&] {
+             return t->TransformPaste(affine.get(), im(0), im(1), in(0), in(1), static_cast<short>(in(2)), 0);
+         }},
+        {"FlipImageAndBits", [&] { return t->FlipImageAndBits(im(0)); }},
+        {"CircleTransform", [&] { return d->CircleTransform(im(0), in(0), in(1), fl(2)); }},
+        {"Erode", [&] { return f->Erode(im(0), in(0), made.Out()); }},
+        {"Edge", [&] { return f->Edge(im(0), in(0), made.Out()); }},
+        {"Dilate", [&] { return f->Dilate(im(0), in(0), made.Out()); }},
+        {"Filter", [&] { return f->Filter(im(0), kernel.data(), kernelSize, in(0), in(1), made.Out()); }},
+        {"Contour", [&] { return f->Contour(im(0), made.Out()); }},
+        {"Noise", [&] { return std::srand(un(1)), f->Noise(im(0), in(0), made.Out()); }},
+        {"Jitter", [&] { return std::srand(un(1)), f->Jitter(im(0), in(0), made.Out()); }},
+        {"Median", [&] { return f->Median(im(0), in(0), made.Out()); }},
+        {"Emboss", [&] { return f->Emboss(im(0), made.Out()); }},
+        {"Blur", [&] { return f->Blur(im(0), made.Out()); }},
+        {"Soften", [&] { return f->Soften(im(0), made.Out()); }},
+        {"Sharpen", [&] { return f->Sharpen(im(0), made.Out()); }},
+        {"GaussianBlur", [&] { return f->GaussianBlur(im(0), in(0), made.Out()); }},
+        {"Equal", [&] { return m->Equal(im(0), im(1), in(0)); }},
+        {"Copy", [&] { return m->Copy(im(0), im(1), im(2), in(0), in(1)); }},
+        {"AddScale", [&] { return m->AddScale(im(0), im(1), im(2), im(3), fl(0), fl(1), fl(2)); }},
+        {"Scale", [&] { return m->Scale(im(0), im(1), im(2), fl(0), fl(1)); }},
+        {"Subtract", [&] { return m->Subtract(im(0), im(1), im(2), in(0)); }},
+        {"CreateDestImage", [&] { return m->CreateDestImage(made.Out(), im(0), in(0), in(1)); }},
+        {"Add", [&] { return m->Add(dest.Get(), im(1), im(2), fl(0)); }},
+        {"Scale8", [&] { return m->Scale8(dest.Get(), im(1), in(0), n[1]); }},
+    };
+    const auto call = calls.find(method);
+    if (call == calls.end()) return 3;
+    const QResult r = call->second();
 
     std::printf("%d\n", r);
     for (size_t k = 0; k < images.size(); ++k) WriteRaw(im(k), out + "." + std::to_string(k));

@@ -47,11 +47,6 @@ class TestMemory:
         assert qi.negative(view, inplace=True) is view
         assert np.array_equal(data, 255 - bgr)
 
-    def test_without_inplace_the_input_is_kept(self, bgr):
-        data = bgr.copy()
-        assert np.array_equal(qi.negative(data), 255 - bgr)
-        assert np.array_equal(data, bgr)
-
     def test_part_of_each_row_is_read_and_written_through_a_tight_copy(self, bgr):
         # The last row of big[:, 2:6] ends 5 pixels before a whole stride of big.
         big = np.tile(bgr, (1, 1, 1))
@@ -68,7 +63,6 @@ class TestMemory:
         assert np.array_equal(grey, expected)
 
     def test_increase_bpp_of_its_own_depth_hands_back_the_input(self, bgr):
-        assert qi.increase_bpp(bgr, 24) is not None
         assert np.array_equal(qi.increase_bpp(bgr, 24), bgr)
 
 
@@ -170,18 +164,14 @@ class TestFiles:
         colour = qi.read(tmp_path / "p.png")
         assert colour.shape == (2, 3, 3) and colour[0, 0].tolist() == [255, 128, 1] and colour[0, 1].tolist() == [0, 0, 0]
 
-    def test_missing_file_is_an_os_error_naming_it(self, tmp_path):
+    def test_file_mistakes_are_os_errors_that_leave_nothing(self, tmp_path, bgr):
         with pytest.raises(OSError, match=re.escape(str(tmp_path / "none.png"))):
             qi.read(tmp_path / "none.png")
-
-    def test_unknown_extension_is_refused(self, tmp_path, bgr):
         with pytest.raises(OSError):
             qi.write(bgr, tmp_path / "a.xyz")
         assert os.listdir(tmp_path) == []
-
-    def test_pixel_limit_is_kept(self, tmp_path, bgr):
         qi.write(bgr, tmp_path / "a.png")
-        with pytest.raises(OSError):
+        with pytest.raises(OSError):  # 99 pixels, one over the limit
             qi.read(tmp_path / "a.png", max_pixels=98)
 
 

@@ -74,6 +74,15 @@ void Filtered(Call& call, Draw& d, Invoke invoke) {
     IQEL* image = call.Input(inPlace);
     invoke(image, inPlace ? nullptr : call.result.Out());
 }
+// The filters whose only parameter, if any, is a size.
+template <QResult (IQELFilterTransform::*Method)(IQEL*, IQEL**)>
+void PlainFilter(Call& c, Draw& d) {
+    Filtered(c, d, [](IQEL* i, IQEL** r) { (Filters()->*Method)(i, r); });
+}
+template <QResult (IQELFilterTransform::*Method)(IQEL*, int, IQEL**)>
+void SizedFilter(Call& c, Draw& d) {
+    Filtered(c, d, [&](IQEL* i, IQEL** r) { (Filters()->*Method)(i, FilterSize(d), r); });
+}
 // A mask or second operand: often the first image's size, sometimes any size.
 Shape Like(Draw& d, const IQEL* first, const Shape& shape) {
     Shape other = RandomShape(d);
@@ -204,18 +213,9 @@ const Entry kOperations[] = {
          Deform()->CircleTransform(c.Input(true), d.Param(-2, 6), d.Int(0, 1), F(d.RealParam(-50, 50)));
      }},
     // ---- filters ----
-    {"Erode",
-     [](Call& c, Draw& d) {
-         Filtered(c, d, [&](IQEL* i, IQEL** r) { Filters()->Erode(i, FilterSize(d), r); });
-     }},
-    {"Edge",
-     [](Call& c, Draw& d) {
-         Filtered(c, d, [&](IQEL* i, IQEL** r) { Filters()->Edge(i, FilterSize(d), r); });
-     }},
-    {"Dilate",
-     [](Call& c, Draw& d) {
-         Filtered(c, d, [&](IQEL* i, IQEL** r) { Filters()->Dilate(i, FilterSize(d), r); });
-     }},
+    {"Erode", SizedFilter<&IQELFilterTransform::Erode>},
+    {"Edge", SizedFilter<&IQELFilterTransform::Edge>},
+    {"Dilate", SizedFilter<&IQELFilterTransform::Dilate>},
     {"Filter",
      [](Call& c, Draw& d) {
          // The kernel holds size * size entries: the caller's side of the contract.
@@ -228,8 +228,7 @@ const Entry kOperations[] = {
                                r);
          });
      }},
-    {"Contour",
-     [](Call& c, Draw& d) { Filtered(c, d, [&](IQEL* i, IQEL** r) { Filters()->Contour(i, r); }); }},
+    {"Contour", PlainFilter<&IQELFilterTransform::Contour>},
     {"Jitter",
      [](Call& c, Draw& d) {
          Filtered(c, d, [&](IQEL* i, IQEL** r) { Filters()->Jitter(i, d.Param(-70, 70), r); });
@@ -238,15 +237,11 @@ const Entry kOperations[] = {
      [](Call& c, Draw& d) {
          Filtered(c, d, [&](IQEL* i, IQEL** r) { Filters()->Noise(i, d.Param(-300, 300), r); });
      }},
-    {"Median",
-     [](Call& c, Draw& d) {
-         Filtered(c, d, [&](IQEL* i, IQEL** r) { Filters()->Median(i, FilterSize(d), r); });
-     }},
-    {"Emboss", [](Call& c, Draw& d) { Filtered(c, d, [&](IQEL* i, IQEL** r) { Filters()->Emboss(i, r); }); }},
-    {"Blur", [](Call& c, Draw& d) { Filtered(c, d, [&](IQEL* i, IQEL** r) { Filters()->Blur(i, r); }); }},
-    {"Soften", [](Call& c, Draw& d) { Filtered(c, d, [&](IQEL* i, IQEL** r) { Filters()->Soften(i, r); }); }},
-    {"Sharpen",
-     [](Call& c, Draw& d) { Filtered(c, d, [&](IQEL* i, IQEL** r) { Filters()->Sharpen(i, r); }); }},
+    {"Median", SizedFilter<&IQELFilterTransform::Median>},
+    {"Emboss", PlainFilter<&IQELFilterTransform::Emboss>},
+    {"Blur", PlainFilter<&IQELFilterTransform::Blur>},
+    {"Soften", PlainFilter<&IQELFilterTransform::Soften>},
+    {"Sharpen", PlainFilter<&IQELFilterTransform::Sharpen>},
     {"GaussianBlur",
      [](Call& c, Draw& d) {
          Filtered(c, d, [&](IQEL* i, IQEL** r) { Filters()->GaussianBlur(i, d.Param(-1, 4), r); });
