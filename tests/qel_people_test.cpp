@@ -341,7 +341,9 @@ TEST_F(People, GalleryResultsAreNeverRuinedPictures) {
             }
             EXPECT_FALSE(black) << input << " " << op;
             EXPECT_FALSE(transparent) << input << " " << op;
-            if (std::string(input) == "pal.png") EXPECT_FALSE(grey) << op;
+            if (std::string(input) == "pal.png") {
+                EXPECT_FALSE(grey) << op;
+            }
             ++checked;
         }
         EXPECT_EQ(checked, 51 - static_cast<int>(purpose.size())) << input;  // all but those on purpose
