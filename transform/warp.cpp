@@ -36,8 +36,9 @@ public:
     bool Ready() const { return capacity_ <= 0 || points_; }
 
     // Sends (first + x, y) for x from 0 to count - 1 (at most the capacity)
-    // through the transform.
-    void Map(ITransform* transform, int first, int y, int count) {
+    // through the transform. Coordinates are doubles: an offset near the int
+    // limits must not wrap.
+    void Map(ITransform* transform, double first, double y, int count) {
         for (int x = 0; x < count; ++x) {
             double* point = &points_[2 * static_cast<size_t>(x)];
             point[0] = static_cast<double>(x) + first;
@@ -59,7 +60,7 @@ void TransformRows(ITransform* transform, RowPoints& points, ImageView source, I
                    int yOffset) {
     const double width = source.width, height = source.height;
     for (int y = 0; y < target.height; ++y) {
-        points.Map(transform, xOffset, y + yOffset, target.width);
+        points.Map(transform, xOffset, static_cast<double>(y) + yOffset, target.width);
         unsigned char* out = target.Row(y);
         for (int x = 0; x < target.width; ++x, out += Bytes) {
             const double X = points.X(x), Y = points.Y(x);
