@@ -20,10 +20,12 @@ namespace {
 enum class DivisorRule { kKeepSum, kTimesFour, kDivide };
 
 #if defined(__x86_64__)
-// The saturating sums below, 64 bytes a step, for rows stored normally.
+// The saturating sums below, 64 bytes a step; streamed stores write whole
+// cache lines, so `out` is then 64-byte aligned.
 template <DivisorRule Rule>
 __attribute__((target("avx512f,avx512bw"))) size_t AddRowAvx512(unsigned char* out, const unsigned char* a,
-                                                                const unsigned char* b, size_t count) {
+                                                                const unsigned char* b, size_t count,
+                                                                bool streaming) {
     size_t i = 0;
     for (; i + 64 <= count; i += 64) {
         __m512i sum = _mm512_adds_epu8(_mm512_loadu_si512(a + i), _mm512_loadu_si512(b + i));
@@ -31,7 +33,10 @@ __attribute__((target("avx512f,avx512bw"))) size_t AddRowAvx512(unsigned char* o
             sum = _mm512_adds_epu8(sum, sum);
             sum = _mm512_adds_epu8(sum, sum);
         }
-        _mm512_storeu_si512(out + i, sum);
+        if (streaming)
+            _mm512_stream_si512(reinterpret_cast<__m512i*>(out + i), sum);
+        else
+            _mm512_storeu_si512(out + i, sum);
     }
     return i;
 }
@@ -67,7 +72,7 @@ __attribute__((target("avx512f,avx512bw,popcnt"))) size_t SubtractBytesAvx512(un
 
 // Leading bytes of an Add row without division, 64 or 16 at a time: a saturating
 // byte sum is the clamped sum, and two more saturating doublings give the
-// clamped four-fold sum. With `streaming`, `out` is 16-byte aligned and the
+// clamped four-fold sum. With `streaming`, `out` is 64-byte aligned and the
 // stores bypass the caches. Returns how many bytes it took.
 template <DivisorRule Rule>
 size_t AddRowVector(unsigned char* out, const unsigned char* a, const unsigned char* b, size_t count,
@@ -75,7 +80,7 @@ size_t AddRowVector(unsigned char* out, const unsigned char* a, const unsigned c
     size_t i = 0;
 #if defined(__SSE2__)
     if constexpr (Rule != DivisorRule::kDivide) {
-        if (!streaming && SimdRuns(SimdTier::Avx512)) i = AddRowAvx512<Rule>(out, a, b, count);
+        if (SimdRuns(SimdTier::Avx512)) i = AddRowAvx512<Rule>(out, a, b, count, streaming);
         if (!SimdRuns(SimdTier::Sse2)) return i;
         for (; i + 16 <= count; i += 16) {
             __m128i sum = _mm_adds_epu8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i)),
@@ -109,8 +114,8 @@ void AddRow(unsigned char* out, const unsigned char* a, const unsigned char* b, 
             bool streaming) {
     size_t i = 0;
     if (streaming) {
-        // Bytes up to the first 16-byte boundary of `out`, for aligned streaming stores.
-        const size_t head = std::min(count, (16 - (reinterpret_cast<uintptr_t>(out) & 15)) & 15);
+        // Bytes up to the first 64-byte boundary of `out`, for aligned streaming stores.
+        const size_t head = std::min(count, (64 - (reinterpret_cast<uintptr_t>(out) & 63)) & 63);
         for (; i < head; ++i) out[i] = AddByte<Rule>(a[i], b[i], divisor);
     }
     i += AddRowVector<Rule>(out + i, a + i, b + i, count - i, streaming);
