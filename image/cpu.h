@@ -32,3 +32,16 @@ const char* SimdTierName(SimdTier tier);
 inline bool SimdRuns(SimdTier needed, SimdTier asked = SimdTier::Avx512) {
     return needed <= std::min(asked, ActiveSimdTier());
 }
+
+// Compiles the functions between QEL_TARGET_BEGIN("features") and
+// QEL_TARGET_END of a file for those instruction-set features; callers reach
+// them only after SimdRuns says the processor has them.
+#define QEL_PRAGMA(text) _Pragma(#text)
+#if defined(__clang__)
+#define QEL_TARGET_BEGIN(features) \
+    QEL_PRAGMA(clang attribute push(__attribute__((target(features))), apply_to = function))
+#define QEL_TARGET_END QEL_PRAGMA(clang attribute pop)
+#else
+#define QEL_TARGET_BEGIN(features) QEL_PRAGMA(GCC push_options) QEL_PRAGMA(GCC target(features))
+#define QEL_TARGET_END QEL_PRAGMA(GCC pop_options)
+#endif

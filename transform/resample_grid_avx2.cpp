@@ -7,6 +7,7 @@
 #include <immintrin.h>
 #endif
 
+#include "image/cpu.h"
 #include "transform/resample_grid_plan.h"
 
 namespace {
@@ -20,15 +21,10 @@ typedef int ChannelPair __attribute__((vector_size(32)));
 }  // namespace
 
 #if defined(__x86_64__)
-// Everything from here to the matching pop is compiled for AVX2 and reached
+// Everything from here to QEL_TARGET_END is compiled for AVX2 and reached
 // only after the run-time check; the build itself assumes SSE2, where
 // 8-float vectors would be split in two.
-#if defined(__clang__)
-#pragma clang attribute push(__attribute__((target("avx2"))), apply_to = function)
-#else
-#pragma GCC push_options
-#pragma GCC target("avx2")
-#endif
+QEL_TARGET_BEGIN("avx2")
 
 namespace {
 
@@ -150,11 +146,7 @@ inline void SumRow(const InteriorRow<kTaps>& row) {
 void SumGroupsAvx2(const InteriorRow<4>& row) { SumRow(row); }
 void SumGroupsAvx2(const InteriorRow<12>& row) { SumRow(row); }
 
-#if defined(__clang__)
-#pragma clang attribute pop
-#else
-#pragma GCC pop_options
-#endif
+QEL_TARGET_END
 #else
 void SumGroupsAvx2(const InteriorRow<4>&) {}
 void SumGroupsAvx2(const InteriorRow<12>&) {}

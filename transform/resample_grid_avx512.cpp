@@ -7,15 +7,11 @@
 #include <immintrin.h>
 #endif
 
+#include "image/cpu.h"
 #include "transform/resample_grid_plan.h"
 
 #if defined(__x86_64__)
-#if defined(__clang__)
-#pragma clang attribute push(__attribute__((target("avx512f,avx512bw,avx512vbmi"))), apply_to = function)
-#else
-#pragma GCC push_options
-#pragma GCC target("avx512f,avx512bw,avx512vbmi")
-#endif
+QEL_TARGET_BEGIN("avx512f,avx512bw,avx512vbmi")
 
 namespace {
 
@@ -124,11 +120,7 @@ inline void SumRow(const InteriorRow<kTaps>& row) {
 void SumSlidingGroupsAvx512(const InteriorRow<4>& row) { SumRow(row); }
 void SumSlidingGroupsAvx512(const InteriorRow<12>& row) { SumRow(row); }
 
-#if defined(__clang__)
-#pragma clang attribute pop
-#else
-#pragma GCC pop_options
-#endif
+QEL_TARGET_END
 #else
 void SumSlidingGroupsAvx512(const InteriorRow<4>&) {}
 void SumSlidingGroupsAvx512(const InteriorRow<12>&) {}

@@ -6,15 +6,11 @@
 #include <immintrin.h>
 #endif
 
+#include "image/cpu.h"
 #include "transform/resample_grid_plan.h"
 
 #if defined(__x86_64__)
-#if defined(__clang__)
-#pragma clang attribute push(__attribute__((target("avx512f,avx512bw"))), apply_to = function)
-#else
-#pragma GCC push_options
-#pragma GCC target("avx512f,avx512bw")
-#endif
+QEL_TARGET_BEGIN("avx512f,avx512bw")
 
 namespace {
 
@@ -81,11 +77,7 @@ inline void SumRow(const GreyRow<kTaps>& row) {
 void SumGreyAvx512(const GreyRow<4>& row) { SumRow(row); }
 void SumGreyAvx512(const GreyRow<12>& row) { SumRow(row); }
 
-#if defined(__clang__)
-#pragma clang attribute pop
-#else
-#pragma GCC pop_options
-#endif
+QEL_TARGET_END
 #else
 void SumGreyAvx512(const GreyRow<4>&) {}
 void SumGreyAvx512(const GreyRow<12>&) {}
