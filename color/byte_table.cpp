@@ -158,13 +158,9 @@ void ShiftChannels(const ImageView& image, const ChannelShift& shift, SimdTier w
     }
     const WideTable tables[3] = {LoadWideTable(shift.Table(0)), LoadWideTable(shift.Table(1)),
                                  LoadWideTable(shift.Table(2))};
-    const int pixelBytes = image.bitCount == 32 ? 4 : 3;  // as MapPixels walks them
-    for (int y = 0; y < image.height; ++y) {
-        unsigned char* row = image.Row(y);
-        const int done = pixelBytes == 4 ? ChannelRowAvx512<4>(row, image.width, tables)
-                                         : ChannelRowAvx512<3>(row, image.width, tables);
-        for (int x = done; x < image.width; ++x) shift(row + static_cast<ptrdiff_t>(x) * pixelBytes);
-    }
+    MapPixelsAfterWideRows(image, shift, [&](unsigned char* row, int width, auto bytes) {
+        return ChannelRowAvx512<bytes()>(row, width, tables);
+    });
 }
 
 }  // namespace color

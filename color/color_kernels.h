@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include "image/clamp.h"
 #include "image/cpu.h"
@@ -57,6 +58,24 @@ void MapDirectPixels(const ImageView& image, const Map& map) {
         unsigned char* pixel = image.Row(y);
         for (int x = 0; x < image.width; ++x, pixel += kPixelBytes) map(pixel);
     }
+}
+
+// MapPixels over 24- and 32-bit rows that first go through a vector step:
+// `wideRow(row, width, bytes)` maps a row's leading pixels and returns how
+// many (`bytes` is std::integral_constant<int, 3 or 4>); `map` takes the rest.
+template <class Map, class WideRow>
+void MapPixelsAfterWideRows(const ImageView& image, const Map& map, const WideRow& wideRow) {
+    const auto walk = [&](auto bytes) {
+        for (int y = 0; y < image.height; ++y) {
+            unsigned char* row = image.Row(y);
+            for (int x = wideRow(row, image.width, bytes); x < image.width; ++x)
+                map(row + static_cast<ptrdiff_t>(x) * bytes());
+        }
+    };
+    if (image.bitCount == 32)
+        walk(std::integral_constant<int, 4>{});
+    else
+        walk(std::integral_constant<int, 3>{});
 }
 
 template <class Map>

@@ -154,13 +154,9 @@ void ColorizePixels(const ImageView& image, const ColorizeTint& tint, SimdTier w
         MapPixels(image, tint);
         return;
     }
-    const int pixelBytes = image.bitCount == 32 ? 4 : 3;  // as MapPixels walks them
-    for (int y = 0; y < image.height; ++y) {
-        unsigned char* row = image.Row(y);
-        const int done = pixelBytes == 4 ? ColorizeRowWide<4>(row, image.width, tint)
-                                         : ColorizeRowWide<3>(row, image.width, tint);
-        for (int x = done; x < image.width; ++x) tint(row + static_cast<ptrdiff_t>(x) * pixelBytes);
-    }
+    MapPixelsAfterWideRows(image, tint, [&](unsigned char* row, int width, auto bytes) {
+        return ColorizeRowWide<bytes()>(row, width, tint);
+    });
 }
 
 }  // namespace color
