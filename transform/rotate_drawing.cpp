@@ -13,9 +13,14 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "image/cpu.h"
 #include "image/pixel_kinds.h"
 #include "image/sampling.h"
+// Only the AVX2 lanes use the sampler's kernels here, on 8-float vectors, so
+// they are built for AVX2 in this file (the headers they include come first).
+QEL_TARGET_BEGIN("avx2")
 #include "image/sampling_kernels.h"
+QEL_TARGET_END
 
 // Vector arguments of the always-inlined helpers below never cross a call.
 #pragma GCC diagnostic ignored "-Wpsabi"
@@ -29,6 +34,10 @@ int PixelSpan(float span) { return span >= 0.0f && span < 2147483520.0f ? static
 // ---- Which output pixels are drawn ----------------------------------------------
 // For one position (float) or a vector of them (a lane mask).
 
+// What comparing positions gives: a bool for one, a lane mask for a vector.
+template <class V>
+using Mask = decltype(V{} > 0.0f);
+
 // Rotate leaves a margin of about four pixels along every source edge unsampled.
 // Positions are never NaN here (cosine and sine of whole degrees are finite),
 // so "inside both bounds" is the same as "not at or beyond either".
@@ -37,8 +46,8 @@ struct RotateCover {
     explicit RotateCover(const ImageView& source)
         : lastX(static_cast<float>(source.width - 4)), lastY(static_cast<float>(source.height - 4)) {}
     template <class V>
-    __attribute__((always_inline)) auto Covers(V sx, V sy) const {
-        return (sx > 3.0f) & (sx < lastX) & (sy > 3.0f) & (sy < lastY);
+    __attribute__((always_inline)) void Covers(const V& sx, const V& sy, Mask<V>* covered) const {
+        *covered = (sx > 3.0f) & (sx < lastX) & (sy > 3.0f) & (sy < lastY);
     }
 };
 
@@ -48,8 +57,8 @@ struct PasteCover {
     explicit PasteCover(const ImageView& source)
         : width(static_cast<float>(source.width)), height(static_cast<float>(source.height)) {}
     template <class V>
-    __attribute__((always_inline)) auto Covers(V sx, V sy) const {
-        return (sx >= 0.0f) & (sx <= width) & (sy >= 0.0f) & (sy <= height);
+    __attribute__((always_inline)) void Covers(const V& sx, const V& sy, Mask<V>* covered) const {
+        *covered = (sx >= 0.0f) & (sx <= width) & (sy >= 0.0f) & (sy <= height);
     }
 };
 
@@ -104,7 +113,9 @@ void DrawPixels(const ImageView& source, const TurnMap& turn, const Cover& cover
         for (int i = 0; i < width; ++i) {
             float sx = 0.0f, sy = 0.0f;
             turn.SourceOf(turn.startX + static_cast<float>(i), turnedY, &sx, &sy);
-            if (!cover.Covers(sx, sy)) continue;
+            bool covered = false;
+            cover.Covers(sx, sy, &covered);
+            if (!covered) continue;
             writer.Write(i, j, sampler.Sample(sx, sy));
         }
     }
@@ -284,8 +295,9 @@ __attribute__((target("avx2"))) void DrawLanes(const ImageView& source, const Tu
             const __m256i column = _mm256_add_epi32(_mm256_set1_epi32(i0), laneIndex);
             __m256 sx, sy;
             turn.SourceOf(turn.startX + _mm256_cvtepi32_ps(column), turnedY, &sx, &sy);
-            const __m256i covered =
-                _mm256_and_si256((__m256i)cover.Covers(sx, sy), _mm256_cmpgt_epi32(rowEnd, column));
+            decltype(sx > 0.0f) onSource;
+            cover.Covers(sx, sy, &onSource);
+            const __m256i covered = _mm256_and_si256((__m256i)onSource, _mm256_cmpgt_epi32(rowEnd, column));
             const int coveredLanes = _mm256_movemask_ps(_mm256_castsi256_ps(covered));
             if (coveredLanes == 0) continue;
             // Covered positions are never negative, so truncation gives the sampler's base.

@@ -12,10 +12,8 @@
 // Output pixel (i, j) lies at (startX + i, startY + j) in the turned frame;
 // its source position is that point turned back, plus a shift (Rotate's turn
 // about the centre of an image of unchanged size).
-// GCC reports the ABI of vector arguments on every instantiation; SourceOf is
-// always inlined, so no vector crosses a call.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wpsabi"
+// Vectors are taken by reference: the vector drawer's callers are built for
+// AVX2 and this header is not.
 struct TurnMap {
     float cosine = 1.0f, sine = 0.0f;
     float startX = 0.0f, startY = 0.0f;
@@ -23,12 +21,11 @@ struct TurnMap {
 
     // For a float or a GCC vector of turned-frame x positions on one row.
     template <class V>
-    __attribute__((always_inline)) void SourceOf(V turnedX, float turnedY, V* sourceX, V* sourceY) const {
+    __attribute__((always_inline)) void SourceOf(const V& turnedX, float turnedY, V* sourceX, V* sourceY) const {
         *sourceX = cosine * turnedX + sine * turnedY + shiftX;
         *sourceY = cosine * turnedY - sine * turnedX + shiftY;
     }
 };
-#pragma GCC diagnostic pop
 
 // The bounding box of a w x h image turned by (cosine, sine), measured from the
 // pixel edges, and where its output pixel (0, 0) lies in the turned frame.
