@@ -3,7 +3,9 @@ process and for the worker processes it starts), and a local cluster of two
 worker processes on the loopback interface, always closed."""
 
 import os
+import signal
 import sys
+import time
 
 import pytest
 
@@ -21,16 +23,9 @@ def cluster_client():
     """A Client of a cluster of two single-threaded worker processes on
     127.0.0.1, for the whole session; closed even when a test fails."""
     from distributed import Client, LocalCluster
-    cluster = LocalCluster(n_workers=2, threads_per_worker=1, processes=True, host="127.0.0.1",
-                           dashboard_address=None, silence_logs=50)
-    try:
-        client = Client(cluster, timeout="60s")
-        try:
-            yield client
-        finally:
-            client.close()
-    finally:
-        cluster.close()
+    with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, host="127.0.0.1",
+                      dashboard_address=None, silence_logs=50) as cluster, Client(cluster, timeout="60s") as client:
+        yield client
 
 
 @pytest.fixture
@@ -39,3 +34,17 @@ def two_workers(cluster_client):
     its nanny starts another)."""
     cluster_client.wait_for_workers(2, timeout=120)
     return cluster_client
+
+
+def kill_a_worker_when(client, ready, timeout=120):
+    """Kills one worker process as soon as ready() answers true and returns
+    that answer; None when it never did within the timeout."""
+    victim = next(iter(client.run(os.getpid).values()))
+    deadline = time.monotonic() + timeout
+    while time.monotonic() < deadline:
+        answer = ready()
+        if answer:
+            os.kill(victim, signal.SIGKILL)
+            return answer
+        time.sleep(0.02)
+    return None
