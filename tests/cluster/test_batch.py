@@ -117,7 +117,8 @@ def test_killed_worker_mid_batch_loses_nothing(two_workers, tmp_path):
         return len([n for n in os.listdir(out_dir) if n.endswith(".png")]) if os.path.isdir(out_dir) else 0
 
     with ThreadPoolExecutor(1) as pool:
-        batch = pool.submit(cluster.process_files, inputs, "median 9 blur", out_dir, two_workers, progress=False)
+        batch = pool.submit(cluster.process_files, inputs, "median 9 blur", out_dir, two_workers,
+                            progress=False)
         seen_at_kill = kill_a_worker_when(two_workers, written)
         report = batch.result()
     assert seen_at_kill and seen_at_kill < 29, "the worker was not killed mid-batch"

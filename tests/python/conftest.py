@@ -8,7 +8,6 @@ import sys
 import tempfile
 
 import numpy as np
-import pytest
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 BUILD = os.path.abspath(os.environ.get("QEL_BUILD_DIR", os.path.join(ROOT, "build")))
@@ -55,10 +54,8 @@ def raw(image):
 def write_raw(image, path):
     """The helper's image file: int32 width, height, bit count, colour model, then raw()'s bytes."""
     width, height, bits, rows = raw(image)
-    if isinstance(image, qi.Image):
-        model = image._image.colour_model_code
-    else:
-        model = qi.MONO if image.ndim == 2 else (qi.BGR if bits == 24 else qi.ARGB)
+    model = (image._image.colour_model_code if isinstance(image, qi.Image)
+             else qi.MONO if image.ndim == 2 else qi.BGR if bits == 24 else qi.ARGB)
     with open(path, "wb") as out:
         out.write(np.array([width, height, bits, model], dtype=np.uint32).tobytes() + rows)
 
@@ -71,13 +68,12 @@ def read_raw(path):
     return tuple(np.frombuffer(data[:16], dtype=np.int32).tolist()[:3]) + (data[16:],)
 
 
-@pytest.fixture(scope="session")
-def reference(tmp_path_factory):
+def reference(method, images, numbers):
     """Runs a method of the module from C++: images are arrays, Images, None
     or "empty". Returns (result code, [raw() of each image after the call],
     raw() of the delivered image or None)."""
-    def run(method, images, numbers):
-        stem = os.path.join(tempfile.mkdtemp(dir=tmp_path_factory.getbasetemp()), "call")
+    with tempfile.TemporaryDirectory() as folder:
+        stem = os.path.join(folder, "call")
         arguments = []
         for index, image in enumerate(images):
             if image is None or isinstance(image, str):
@@ -85,8 +81,8 @@ def reference(tmp_path_factory):
             else:
                 arguments.append("%s.in%d" % (stem, index))
                 write_raw(image, arguments[-1])
-        command = [REFERENCE, MODULE_FOLDER, method, stem] + arguments + ["--"] + [repr(float(n)) for n in numbers]
-        code = int(subprocess.run(command, capture_output=True, text=True, check=True).stdout)
-        return code, [read_raw("%s.%d" % (stem, k)) for k in range(len(images))], read_raw(stem + ".result")
-
-    return run
+        numbers = [repr(float(n)) for n in numbers]
+        done = subprocess.run([REFERENCE, MODULE_FOLDER, method, stem] + arguments + ["--"] + numbers,
+                              capture_output=True, text=True, check=True)
+        after = [read_raw("%s.%d" % (stem, index)) for index in range(len(images))]
+        return int(done.stdout), after, read_raw(stem + ".result")

@@ -50,13 +50,11 @@ void WriteRaw(IQEL* image, const std::string& path) {
         out.write(reinterpret_cast<const char*>(p.Row(y)), static_cast<std::streamsize>(p.RowBytes()));
 }
 
-// The map of the last six numbers: x' = n0 x + n1 y + n2, y' = n3 x + n4 y + n5.
+// The affine map of six numbers: x' = m0 x + m1 y + m2, y' = m3 x + m4 y + m5.
 // It lives on the stack, so it counts no references.
 class Affine final : public ITransform {
 public:
-    explicit Affine(const std::vector<double>& n) {
-        if (n.size() >= 6) std::memcpy(m_, &n[n.size() - 6], sizeof(m_));
-    }
+    explicit Affine(const double* m) : m_(m) {}
     QResult QueryInterface(const IID&, void** object) override {
         *object = this;
         return QEL_OK;
@@ -71,7 +69,7 @@ public:
     }
 
 private:
-    double m_[6] = {};
+    const double* m_;
 };
 
 }  // namespace
@@ -107,7 +105,7 @@ int main(int argc, char** argv) {
     std::vector<int> kernel;
     for (size_t k = 2; k < n.size(); ++k) kernel.push_back(in(k));
     const int kernelSize = static_cast<int>(std::lround(std::sqrt(static_cast<double>(kernel.size()))));
-    Affine affine(n);
+    Affine affine(n.size() >= 6 ? &n[n.size() - 6] : nullptr);  // the last six numbers
     SmartPtr<IQELImage> dest;
     if (!images.empty() && images[0]) images[0]->QueryInterface(qel::iid::IQELImage, dest.OutVoid());
 

@@ -18,12 +18,10 @@ def bgr():
 
 
 class TestMemory:
-    def test_input_array_is_wrapped_not_copied(self, bgr):
+    def test_inputs_are_wrapped_and_result_arrays_are_the_runtime_images_memory(self, bgr):
         assert qi.Image.from_array(bgr)._image.address() == bgr.ctypes.data
         bottom_up = bgr[::-1]
         assert qi.as_image(bottom_up)._image.address() == bottom_up.ctypes.data
-
-    def test_result_array_is_the_runtime_images_memory(self, bgr):
         result = qi.median(qi.Image.from_array(bgr), 3)
         view = result.array
         assert view.__array_interface__["data"][0] == result._image.address()
@@ -132,7 +130,7 @@ class TestFiles:
         qi.write(image, tmp_path / name)
         assert np.array_equal(qi.read(tmp_path / name), image)
 
-    def test_a_palette_image_converts_and_its_file_reads_as_colour_or_with_its_palette_kept(self, tmp_path):
+    def test_a_palette_image_converts_and_reads_back_as_colour_or_with_its_palette(self, tmp_path):
         indexed = qi.Image(3, 2, 8, "MONO")
         indexed.palette = [(0, 0, 0, 0), (255, 128, 1, 0)]
         assert indexed.palette == [(0, 0, 0, 0), (255, 128, 1, 0)]
@@ -146,7 +144,7 @@ class TestFiles:
         assert read.array.tolist() == [[1, 0, 7], [0, 0, 0]]
         # As qel shows it: the palette's colours, bytes B, G, R.
         colour = qi.read(tmp_path / "p.png")
-        assert colour.shape == (2, 3, 3) and colour[0, 0].tolist() == [255, 128, 1] and colour[0, 1].tolist() == [0, 0, 0]
+        assert colour.shape == (2, 3, 3) and colour[0, :2].tolist() == [[255, 128, 1], [0, 0, 0]]
 
     def test_file_mistakes_are_os_errors_that_leave_nothing(self, tmp_path, bgr):
         with pytest.raises(OSError, match=re.escape(str(tmp_path / "none.png"))):
@@ -175,11 +173,6 @@ class TestImage:
         assert (image.planes, image.plane(0).sum(), image.plane(1).sum()) == (2, 0, 9 * 12)
         with pytest.raises(IndexError):
             image.plane(2)
-
-    def test_int32_mono_is_32_bit_integers(self):
-        values = np.array([[-7, 8, 1000]], np.int32)
-        assert qi.scale8(values[:, 1:], 0.25, 3).tolist() == [[5, 253]]
-        assert qi.scale(values[:, 1:], 2.0, 1.0).tolist() == [[17, 2001]]
 
     def test_version_is_the_projects(self):
         text = open(os.path.join(ROOT, "CMakeLists.txt")).read()
