@@ -15,7 +15,7 @@ import qelimaging as qi
 from conftest import QEL, kill_a_worker_when
 from qelimaging import cluster
 
-CHAIN = ["median", "5", "gamma", "1.4", "sharpen"]
+CHAIN = "median 5 gamma 1.4 filter 1,2,1,2,4,2,1,2,1 --divisor 16 swirl gaussian sharpen".split()
 BAD = "13-corrupt.png"
 
 
@@ -92,15 +92,11 @@ def test_command_line_mistakes_exit_2_before_any_work(tmp_path, arguments, messa
 
 
 def test_steps_follow_qel_words_values_and_options():
-    steps = cluster.parse_steps("median 5 rotate 30 --keep-size --method nearest filter 1,2,1,2,4,2,1,2,1 "
-                                "--divisor 16 swirl alphakey 90 FF8000 gaussian")
+    # CHAIN's words are held to qel's bytes above; rotate's are not (qel turns on a repeated border).
+    steps = cluster.parse_steps("rotate 30 --keep-size --method nearest alphakey 90 FF8000")
     assert [(step.function, step.params) for step in steps] == [
-        ("median", {"size": 5}),
         ("rotate", {"angle": 30, "keep_size": True, "method": "nearest"}),
-        ("filter", {"kernel": [1, 2, 1, 2, 4, 2, 1, 2, 1], "divisor": 16}),
-        ("swirl", {}),
         ("set_image_alpha_transparency", {"alpha": 90, "key_colour": (255, 128, 0)}),
-        ("gaussian_blur", {}),
     ]
     for words, message in [("", "no operation given"), ("median --size 3", "median: unknown option --size"),
                            ("transparent F00", "transparent: bad colour 'F00': expected RRGGBB"),
