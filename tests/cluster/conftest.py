@@ -3,7 +3,9 @@ process and for the worker processes it starts), and a local cluster of two
 worker processes on the loopback interface, always closed."""
 
 import os
+import signal
 import sys
+import time
 
 import pytest
 
@@ -17,25 +19,26 @@ QEL = os.path.join(BUILD, "qel")
 
 
 @pytest.fixture(scope="session")
-def cluster_client():
+def two_workers():
     """A Client of a cluster of two single-threaded worker processes on
     127.0.0.1, for the whole session; closed even when a test fails."""
     from distributed import Client, LocalCluster
-    cluster = LocalCluster(n_workers=2, threads_per_worker=1, processes=True, host="127.0.0.1",
-                           dashboard_address=None, silence_logs=50)
-    try:
-        client = Client(cluster, timeout="60s")
-        try:
+    with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, host="127.0.0.1",
+                      dashboard_address=None, silence_logs=50) as cluster:
+        with Client(cluster, timeout="60s") as client:
             yield client
-        finally:
-            client.close()
-    finally:
-        cluster.close()
 
 
-@pytest.fixture
-def two_workers(cluster_client):
-    """The session's client once both workers run (a test may have killed one:
-    its nanny starts another)."""
-    cluster_client.wait_for_workers(2, timeout=120)
-    return cluster_client
+def kill_a_worker_when(client, ready, timeout=120):
+    """Kills one of the two workers (its nanny starts another) as soon as
+    ready() answers true and returns that answer; None when it never did."""
+    client.wait_for_workers(2, timeout=timeout)  # an earlier test may have killed one
+    victim = next(iter(client.run(os.getpid).values()))
+    deadline = time.monotonic() + timeout
+    while time.monotonic() < deadline:
+        answer = ready()
+        if answer:
+            os.kill(victim, signal.SIGKILL)
+            return answer
+        time.sleep(0.02)
+    return None

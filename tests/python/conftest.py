@@ -5,9 +5,9 @@ inputs (the reference helper the build makes beside the package)."""
 import os
 import subprocess
 import sys
+import tempfile
 
 import numpy as np
-import pytest
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 BUILD = os.path.abspath(os.environ.get("QEL_BUILD_DIR", os.path.join(ROOT, "build")))
@@ -17,15 +17,10 @@ import qelimaging as qi  # noqa: E402
 
 REFERENCE = os.path.join(BUILD, "python", "qel_python_reference")
 MODULE_FOLDER = os.path.join(BUILD, "_binLIN64")
-ROW_BITS = {1: 1, 4: 4, 8: 8, 24: 24, 32: 32}
 
 # The depths every operation is compared at: (name, bit count, colour model).
 DEPTHS = [("1", 1, qi.MONO), ("4", 4, qi.MONO), ("8", 8, qi.MONO), ("24", 24, qi.BGR), ("32", 32, qi.ARGB),
           ("mono32", 32, qi.MONO)]
-
-
-def row_bytes(width, bits):
-    return (width * bits + 7) // 8
 
 
 def random_input(rng, width, height, bits, model, layout="plain"):
@@ -36,8 +31,7 @@ def random_input(rng, width, height, bits, model, layout="plain"):
         image.array[...] = rng.integers(0, 256, image.array.shape, dtype=np.uint8)
         return image
     if model == qi.MONO and bits == 32:
-        shape, dtype = (height, width + 2), np.int32
-        full = rng.integers(-2 ** 31, 2 ** 31, shape, dtype=np.int64).astype(np.int32)
+        full = rng.integers(-2 ** 31, 2 ** 31, (height, width + 2), dtype=np.int32)
     else:
         channels = {8: (), 24: (3,), 32: (4,)}[bits]
         full = rng.integers(0, 256, (height, width + 2) + channels, dtype=np.uint8)
@@ -47,62 +41,48 @@ def random_input(rng, width, height, bits, model, layout="plain"):
     return array[::-1] if layout == "bottom-up" else array
 
 
-def image_bytes(image):
-    """(bit count, the rows' bytes without padding) of an array or Image."""
+def raw(image):
+    """(width, height, bit count, the rows' bytes without padding) of an array or Image."""
     if isinstance(image, qi.Image):
-        bits, view = image.bit_count, image.array
+        width, height, bits, view = image.width, image.height, image.bit_count, image.array
     else:
-        view = image
-        bits = 8 * view.dtype.itemsize * (view.shape[2] if view.ndim == 3 else 1)
-    rows = [np.ascontiguousarray(view[y]).tobytes() for y in range(view.shape[0])]
-    return bits, b"".join(rows)
+        view, (height, width) = image, image.shape[:2]
+        bits = 8 * image.dtype.itemsize * (image.shape[2] if image.ndim == 3 else 1)
+    return width, height, bits, b"".join(np.ascontiguousarray(row).tobytes() for row in view)
 
 
 def write_raw(image, path):
-    if isinstance(image, qi.Image):
-        width, height, bits, model = image.width, image.height, image.bit_count, image._image.colour_model_code
-        palette = image.palette
-    else:
-        height, width = image.shape[:2]
-        bits = image_bytes(image)[0]
-        model = qi.MONO if image.ndim == 2 else (qi.BGR if bits == 24 else qi.ARGB)
-        palette = []
-    header = np.array([width, height, bits, np.uint32(model).view(np.int32), len(palette)], dtype=np.int32)
+    """The helper's image file: int32 width, height, bit count, colour model, then raw()'s bytes."""
+    width, height, bits, rows = raw(image)
+    model = (image._image.colour_model_code if isinstance(image, qi.Image)
+             else qi.MONO if image.ndim == 2 else qi.BGR if bits == 24 else qi.ARGB)
     with open(path, "wb") as out:
-        out.write(header.tobytes())
-        out.write(np.array(palette, dtype=np.uint8).tobytes())
-        out.write(image_bytes(image)[1])
+        out.write(np.array([width, height, bits, model], dtype=np.uint32).tobytes() + rows)
 
 
 def read_raw(path):
-    """(bit count, rows' bytes) of a file the helper wrote, or None."""
+    """raw() of an image file the helper wrote, or None."""
     if not os.path.exists(path):
         return None
     data = open(path, "rb").read()
-    width, height, bits, _, palette = np.frombuffer(data[:20], dtype=np.int32)
-    return int(bits), data[20 + 4 * int(palette):]
+    return tuple(np.frombuffer(data[:16], dtype=np.int32).tolist()[:3]) + (data[16:],)
 
 
-@pytest.fixture
-def reference(tmp_path):
+def reference(method, images, numbers):
     """Runs a method of the module from C++: images are arrays, Images, None
-    or "empty". Returns (result code, [each image after the call], result)."""
-    counter = [0]
-
-    def run(method, images, numbers):
-        counter[0] += 1
-        stem = str(tmp_path / ("call%d" % counter[0]))
+    or "empty". Returns (result code, [raw() of each image after the call],
+    raw() of the delivered image or None)."""
+    with tempfile.TemporaryDirectory() as folder:
+        stem = os.path.join(folder, "call")
         arguments = []
         for index, image in enumerate(images):
             if image is None or isinstance(image, str):
                 arguments.append("none" if image is None else image)
             else:
-                path = "%s.in%d" % (stem, index)
-                write_raw(image, path)
-                arguments.append(path)
-        command = [REFERENCE, MODULE_FOLDER, method, stem] + arguments + ["--"] + [repr(float(n)) for n in numbers]
-        done = subprocess.run(command, capture_output=True, text=True, check=True)
+                arguments.append("%s.in%d" % (stem, index))
+                write_raw(image, arguments[-1])
+        numbers = [repr(float(n)) for n in numbers]
+        done = subprocess.run([REFERENCE, MODULE_FOLDER, method, stem] + arguments + ["--"] + numbers,
+                              capture_output=True, text=True, check=True)
         after = [read_raw("%s.%d" % (stem, index)) for index in range(len(images))]
         return int(done.stdout), after, read_raw(stem + ".result")
-
-    return run

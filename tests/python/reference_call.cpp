@@ -8,8 +8,8 @@
 // image argument after the call to OUT.0, OUT.1, ... and a delivered image to
 // OUT.result. Transform and TransformPaste take their six affine numbers last;
 // Noise and Jitter take the seed of rand after the amount.
-// Raw image file: int32 width, height, bit count, colour model, palette count,
-// the palette (B, G, R, A each), then the rows' bytes without padding.
+// Raw image file: int32 width, height, bit count and colour model, then the
+// rows' bytes without padding.
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -17,7 +17,6 @@
 #include <fstream>
 #include <functional>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -29,15 +28,12 @@ qel::Host g_host;
 
 SmartPtr<IQEL> ReadRaw(const std::string& path) {
     if (path == "none") return SmartPtr<IQEL>();
-    SmartPtr<IQELImageDIB> image = g_host.NewImage();
-    if (path == "empty") return SmartPtr<IQEL>(image.Detach());
+    if (path == "empty") return SmartPtr<IQEL>(g_host.NewImage().Detach());
     std::ifstream in(path, std::ios::binary);
-    int32_t header[5] = {};
+    int32_t header[4] = {};
     in.read(reinterpret_cast<char*>(header), sizeof(header));
-    std::vector<RGBQUAD> palette(static_cast<size_t>(header[4]));
-    in.read(reinterpret_cast<char*>(palette.data()), static_cast<std::streamsize>(palette.size() * 4));
-    image->Create(header[0], header[1], 1, header[2], static_cast<unsigned>(header[3]));
-    if (!palette.empty()) image->SetPalette(palette.data(), static_cast<unsigned>(palette.size()));
+    SmartPtr<IQELImageDIB> image =
+        g_host.NewImage(header[0], header[1], header[2], static_cast<unsigned>(header[3]));
     const qel::Pixels p = qel::PixelsOf(image.Get());
     for (int y = 0; y < p.height; ++y)
         in.read(reinterpret_cast<char*>(p.Row(y)), static_cast<std::streamsize>(p.RowBytes()));
@@ -47,26 +43,18 @@ SmartPtr<IQEL> ReadRaw(const std::string& path) {
 void WriteRaw(IQEL* image, const std::string& path) {
     if (image == nullptr) return;
     const qel::Pixels p = qel::PixelsOf(image);
-    std::vector<RGBQUAD> palette;
-    SmartPtr<IQELImagePalette> withPalette;
-    image->QueryInterface(qel::iid::IQELImagePalette, withPalette.OutVoid());
-    RGBQUAD* entries = nullptr;
-    unsigned count = 0;
-    if (withPalette && withPalette->GetPalette(&entries, &count) >= 0 && entries != nullptr)
-        palette.assign(entries, entries + count);
-    const int32_t header[5] = {p.width, p.height, p.bitCount, static_cast<int32_t>(p.colourModel),
-                               static_cast<int32_t>(palette.size())};
+    const int32_t header[4] = {p.width, p.height, p.bitCount, static_cast<int32_t>(p.colourModel)};
     std::ofstream out(path, std::ios::binary);
     out.write(reinterpret_cast<const char*>(header), sizeof(header));
-    out.write(reinterpret_cast<const char*>(palette.data()),
-              static_cast<std::streamsize>(palette.size() * 4));
     for (int y = 0; y < p.height && p.bits != nullptr; ++y)
         out.write(reinterpret_cast<const char*>(p.Row(y)), static_cast<std::streamsize>(p.RowBytes()));
 }
 
+// The affine map of six numbers: x' = m0 x + m1 y + m2, y' = m3 x + m4 y + m5.
+// It lives on the stack, so it counts no references.
 class Affine final : public ITransform {
 public:
-    explicit Affine(const double* m) { std::memcpy(m_, m, sizeof(m_)); }
+    explicit Affine(const double* m) : m_(m) {}
     QResult QueryInterface(const IID&, void** object) override {
         *object = this;
         return QEL_OK;
@@ -81,13 +69,8 @@ public:
     }
 
 private:
-    double m_[6];
+    const double* m_;
 };
-
-template <class T>
-SmartPtr<T> Component(const wchar_t* name, const IID& iid) {
-    return g_host.Create<T>(name, iid);
-}
 
 }  // namespace
 
@@ -108,31 +91,27 @@ int main(int argc, char** argv) {
     auto in = [&](size_t k) { return static_cast<int>(static_cast<long long>(n[k])); };
     auto un = [&](size_t k) { return static_cast<unsigned>(static_cast<long long>(n[k])); };
     auto fl = [&](size_t k) { return static_cast<float>(n[k]); };
+    auto byte = [&](size_t k) { return static_cast<unsigned char>(in(k)); };
+    auto sh = [&](size_t k) { return static_cast<short>(in(k)); };
 
-    SmartPtr<IQELColorTransform> c =
-        Component<IQELColorTransform>(L"QELColorTransform", qel::iid::IQELColorTransform);
-    SmartPtr<IQELTransform> t = Component<IQELTransform>(L"QELTransform", qel::iid::IQELTransform);
-    SmartPtr<IQELDeform> d = Component<IQELDeform>(L"QELDeform", qel::iid::IQELDeform);
-    SmartPtr<IQELFilterTransform> f =
-        Component<IQELFilterTransform>(L"QELFilterTransform", qel::iid::IQELFilterTransform);
-    SmartPtr<IQELMaths> m = Component<IQELMaths>(L"QELMaths", qel::iid::IQELMaths);
+    auto c = g_host.Create<IQELColorTransform>(L"QELColorTransform", qel::iid::IQELColorTransform);
+    auto t = g_host.Create<IQELTransform>(L"QELTransform", qel::iid::IQELTransform);
+    auto d = g_host.Create<IQELDeform>(L"QELDeform", qel::iid::IQELDeform);
+    auto f = g_host.Create<IQELFilterTransform>(L"QELFilterTransform", qel::iid::IQELFilterTransform);
+    auto m = g_host.Create<IQELMaths>(L"QELMaths", qel::iid::IQELMaths);
     SmartPtr<IQEL> made;
     unsigned char table[256];
-    for (size_t k = 0; k < 256 && k < n.size(); ++k) table[k] = static_cast<unsigned char>(in(k));
+    for (size_t k = 0; k < 256 && k < n.size(); ++k) table[k] = byte(k);
     std::vector<int> kernel;
     for (size_t k = 2; k < n.size(); ++k) kernel.push_back(in(k));
     const int kernelSize = static_cast<int>(std::lround(std::sqrt(static_cast<double>(kernel.size()))));
-    std::unique_ptr<Affine> affine(n.size() >= 6 ? new Affine(&n[n.size() - 6]) : nullptr);
+    Affine affine(n.size() >= 6 ? &n[n.size() - 6] : nullptr);  // the last six numbers
     SmartPtr<IQELImage> dest;
     if (!images.empty() && images[0]) images[0]->QueryInterface(qel::iid::IQELImage, dest.OutVoid());
 
     // One row per method: the call on the images and numbers given.
     const std::map<std::string, std::function<QResult()>> calls = {
-        {"Colorize",
-         [&] {
-             return c->Colorize(im(0), static_cast<unsigned char>(in(0)), static_cast<unsigned char>(in(1)),
-                                fl(2));
-         }},
+        {"Colorize", [&] { return c->Colorize(im(0), byte(0), byte(1), fl(2)); }},
         {"Lut", [&] { return c->Lut(im(0), table); }},
         {"Negative", [&] { return c->Negative(im(0)); }},
         {"GrayScale", [&] { return c->GrayScale(im(0)); }},
@@ -154,14 +133,11 @@ int main(int argc, char** argv) {
         {"Quad",
          [&] {
              return t->Quad(im(0), made.Out(), n[0], n[1], n[2], n[3], n[4], n[5], n[6], n[7], un(8), un(9),
-                            static_cast<short>(in(10)));
+                            sh(10));
          }},
         {"Transform",
-         [&] { return t->Transform(affine.get(), im(0), made.Out(), in(0), in(1), un(2), un(3), 0, 0); }},
-        {"TransformPaste",
-         [&] {
-             return t->TransformPaste(affine.get(), im(0), im(1), in(0), in(1), static_cast<short>(in(2)), 0);
-         }},
+         [&] { return t->Transform(&affine, im(0), made.Out(), in(0), in(1), un(2), un(3), 0, 0); }},
+        {"TransformPaste", [&] { return t->TransformPaste(&affine, im(0), im(1), in(0), in(1), sh(2), 0); }},
         {"FlipImageAndBits", [&] { return t->FlipImageAndBits(im(0)); }},
         {"CircleTransform", [&] { return d->CircleTransform(im(0), in(0), in(1), fl(2)); }},
         {"Erode", [&] { return f->Erode(im(0), in(0), made.Out()); }},
