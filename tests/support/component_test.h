@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <initializer_list>
 #include <vector>
 
@@ -36,6 +37,17 @@ IQELDeform* Deform();
 // reach (FillVoids, Rotate4, Kernel).
 CQELImageTransform* TransformClass();
 CQELFilterTransform* FilterClass();
+
+// A caller's transform over a function of (x, y), owned by the test (its
+// reference count is not kept); the module must pass z as 0.
+struct PointMap final : ITransform {
+    std::function<void(double& x, double& y)> map;
+    explicit PointMap(std::function<void(double& x, double& y)> f) : map(std::move(f)) {}
+    QResult QueryInterface(const IID& iid, void** object) override;
+    uint32_t AddRef() override { return 2; }
+    uint32_t Release() override { return 1; }
+    QResult TransformPoint(double* x, double* y, double* z) override;
+};
 
 // ARGB at 32 bits, BGR at 24 to 31, MONO below.
 unsigned ModelFor(int bitCount);
