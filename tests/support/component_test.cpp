@@ -144,6 +144,11 @@ SmartPtr<IQELImageDIB> Positions(int width, int height, int bitCount) {
     return image;
 }
 
+std::vector<int> SizeAndFormat(IQEL* image) {
+    const qel::Pixels p = qel::PixelsOf(image);
+    return {p.width, p.height, p.bitCount, static_cast<int>(p.colourModel)};
+}
+
 Bytes PixelOf(IQEL* image, int x, int y) {
     const qel::Pixels p = qel::PixelsOf(image);
     const int n = p.bitCount / 8;

@@ -81,6 +81,8 @@ SmartPtr<IQELImageDIB> HostImage(int width, int height, int bitCount, const Byte
 // Pixel (x, y) is blue x, green y, red 200 (alpha 9 at 32 bits): a result's
 // colours name the source pixel they came from.
 SmartPtr<IQELImageDIB> Positions(int width, int height, int bitCount = 32);
+// Width, height, bit count and colour model, compared in one check.
+std::vector<int> SizeAndFormat(IQEL* image);
 // The bytes of pixel (x, y) of an image of 8 bits or more.
 Bytes PixelOf(IQEL* image, int x, int y);
 
