@@ -2,9 +2,12 @@
 // to 40, padded and bottom-up strides. Any change in any output byte, on any
 // path and under any vector tier, changes a digest. Run with
 // QEL_DIGEST_RECORD=1 to print the tables for the current code.
-#include "support/digest.h"
+#include <gtest/gtest.h>
 
+#include <cinttypes>
+#include <cstdio>
 #include <cstdlib>
+#include <string>
 
 #include "support/component_test.h"
 
@@ -12,6 +15,78 @@ namespace {
 
 using namespace qeltest;
 using Owned = SmartPtr<BufferImage>;
+
+// ---- the harness: each operation over a fixed set of random images ----
+
+struct Shape {
+    int width, height, padding;
+    bool bottomUp;
+};
+// Tiny, odd, one-row and one-column shapes, shapes smaller than the largest
+// windows, and 40-pixel sides; padded and bottom-up rows among them.
+const Shape kShapes[] = {{1, 1, 0, false},   {2, 1, 3, true},    {1, 3, 0, false},   {3, 3, 1, false},
+                         {5, 4, 0, true},    {7, 9, 2, false},   {13, 11, 0, false}, {17, 23, 5, true},
+                         {40, 37, 0, false}, {31, 40, 3, false}, {40, 1, 0, false},  {1, 40, 2, true}};
+// The depths digests are recorded at, in the order of RecordedDigest::digests.
+const int kDigestDepths[6] = {1, 4, 8, 16, 24, 32};
+
+struct RecordedDigest {
+    const char* operation;
+    std::function<QResult(IQEL* source, IQEL** result)> run;
+    uint64_t digests[6];
+};
+
+// ARGB at 32 bits, BGR at 16 and 24, MONO below (the digests depend on it).
+unsigned DigestModelFor(int depth) {
+    return depth == 32 ? QEL_MODEL_ARGB : depth >= 16 ? QEL_MODEL_BGR : QEL_MODEL_MONO;
+}
+
+uint64_t Mix(uint64_t hash, uint64_t value) {
+    for (int n = 0; n < 8; ++n) {
+        hash ^= (value >> (8 * n)) & 0xFF;
+        hash *= 1099511628211ull;
+    }
+    return hash;
+}
+
+// One digest over every shape at one depth: the result code, the result's
+// pixel bytes, and the source's (which must not change).
+uint64_t DigestOf(const RecordedDigest& entry, int depth) {
+    uint64_t hash = 1469598103934665603ull;
+    uint32_t seed = static_cast<uint32_t>(depth) * 1000u;
+    for (const Shape& shape : kShapes) {
+        Owned source(BufferImage::Make(shape.width, shape.height, depth, DigestModelFor(depth), shape.padding,
+                                       shape.bottomUp));
+        source->FillRandom(++seed);
+        SmartPtr<IQEL> result;
+        hash = Mix(hash, static_cast<uint32_t>(entry.run(source.Get(), result.Out())));
+        hash = Mix(hash, result ? PixelDigest(result.Get()) : 0);
+        hash = Mix(hash, PixelDigest(source.Get()));
+    }
+    return hash;
+}
+
+// Expects each operation's digest at every depth to equal the recorded one;
+// with QEL_DIGEST_RECORD set in the environment, prints the table instead.
+void CheckDigests(const std::vector<RecordedDigest>& table) {
+    const bool record = std::getenv("QEL_DIGEST_RECORD") != nullptr;
+    for (const RecordedDigest& entry : table) {
+        std::string line = std::string("{\"") + entry.operation + "\", ..., {";
+        for (size_t d = 0; d < 6; ++d) {
+            const uint64_t digest = DigestOf(entry, kDigestDepths[d]);
+            char text[32];
+            std::snprintf(text, sizeof(text), "0x%016" PRIx64 "ull%s", digest, d < 5 ? ", " : "");
+            line += text;
+            if (!record) {
+                EXPECT_EQ(digest, entry.digests[d])
+                    << entry.operation << " at " << kDigestDepths[d] << " bits: got " << text;
+            }
+        }
+        if (record) std::printf("%s}},\n", line.c_str());
+    }
+}
+
+// ---- images and calls the operations share ----
 
 // A second image of the source's shape and depth, filled from its bytes.
 Owned Partner(IQEL* source, bool bottomUp) {
