@@ -2,8 +2,6 @@
 // Rotate operations, with exact bytes through the interface.
 #include <gtest/gtest.h>
 
-#include <cmath>
-
 #include "image/sampling.h"
 #include "support/component_test.h"
 #include "transform/image_transform.h"
@@ -110,35 +108,42 @@ TEST(Rotate4, QuarterTurnsMoveWholePixelsAndTheThreeByteHalfTurnReadsOneLeft) {
 }
 
 TEST(IncreaseBpp, GreyPaletteAndThreeByteImagesGainDepth) {
-    SmartPtr<IQELImageDIB> rgb = HostImage(2, 1, 24, {1, 2, 3, 4, 5, 6});
+    SmartPtr<IQELImageDIB> rgb = HostImage(2, 1, 24, {1, 2, 3, 4, 5, 6}),
+                           grey = HostImage(3, 1, 8, {0, 7, 255});
     for (int bitCount : {24, 8, 0}) {  // nothing deeper: the source comes back
         IQEL* result = nullptr;
         EXPECT_EQ(Transform()->IncreaseBpp(rgb.Get(), &result, bitCount, QEL_MODEL_ARGB), QEL_NOTHING_TO_DO);
         EXPECT_EQ(result, static_cast<IQEL*>(rgb.Get()));
         EXPECT_EQ(result->Release(), 1u);
     }
-    SmartPtr<IQEL> result;
-    ASSERT_EQ(Transform()->IncreaseBpp(rgb.Get(), result.Out(), 32, QEL_MODEL_ARGB), QEL_OK);
-    EXPECT_EQ(PixelBytes(result.Get()), (Bytes{1, 2, 3, 255, 4, 5, 6, 255}));
-    SmartPtr<IQELImageDIB> grey = HostImage(3, 1, 8, {0, 7, 255});
-    ASSERT_EQ(Transform()->IncreaseBpp(grey.Get(), result.Out(), 24, QEL_MODEL_BGR), QEL_OK);
-    EXPECT_EQ(PixelBytes(result.Get()), (Bytes{0, 0, 0, 7, 7, 7, 255, 255, 255}));
-    ASSERT_EQ(Transform()->IncreaseBpp(grey.Get(), result.Out(), 32, 0), QEL_OK);
-    EXPECT_EQ(qel::PixelsOf(result.Get()).colourModel, 0u);  // the requested model as it stands
-    EXPECT_EQ(PixelBytes(result.Get()), (Bytes{0, 0, 0, 255, 7, 7, 7, 255, 255, 255, 255, 255}));
-    // A palette colours the indices; alpha stays as created.
-    SmartPtr<IQELImageDIB> indexed = HostImage(3, 1, 8, {5, 1, 5});
+    // A palette colours the indices with alpha as created; the palette interface is released.
+    SmartPtr<IQELImageDIB> indexed = HostImage(3, 1, 8, {5, 1, 5}), wide = HostImage(2, 1, 16, {9, 9, 9, 9});
     RGBQUAD palette[6] = {};
     palette[1] = RGBQUAD{200, 150, 100, 77}, palette[5] = RGBQUAD{10, 20, 30, 99};
     ASSERT_EQ(indexed->SetPalette(palette, 6), QEL_OK);
-    ASSERT_EQ(Transform()->IncreaseBpp(indexed.Get(), result.Out(), 32, QEL_MODEL_ARGB), QEL_OK);
-    EXPECT_EQ(PixelBytes(result.Get()), (Bytes{10, 20, 30, 0, 200, 150, 100, 0, 10, 20, 30, 0}));
-    EXPECT_EQ(RefCountOf(result.Get()), 1u);
-    EXPECT_EQ(RefCountOf(indexed.Get()), 1u);  // the palette interface was released
-    // Other depths stay blank; a negative count compares as a huge one the image refuses.
-    SmartPtr<IQELImageDIB> wide = HostImage(2, 1, 16, {9, 9, 9, 9});
-    ASSERT_EQ(Transform()->IncreaseBpp(wide.Get(), result.Out(), 24, QEL_MODEL_BGR), QEL_OK);
-    EXPECT_EQ(PixelBytes(result.Get()), Bytes(6, 0));
+    const struct {
+        IQEL* source;
+        int bitCount;
+        unsigned model;  // the requested model as it stands
+        Bytes expected;
+    } cases[] = {
+        {rgb.Get(), 32, QEL_MODEL_ARGB, {1, 2, 3, 255, 4, 5, 6, 255}},
+        {grey.Get(), 24, QEL_MODEL_BGR, {0, 0, 0, 7, 7, 7, 255, 255, 255}},
+        {grey.Get(), 32, 0, {0, 0, 0, 255, 7, 7, 7, 255, 255, 255, 255, 255}},
+        {indexed.Get(), 32, QEL_MODEL_ARGB, {10, 20, 30, 0, 200, 150, 100, 0, 10, 20, 30, 0}},
+        {wide.Get(), 24, QEL_MODEL_BGR, Bytes(6, 0)},  // other depths stay blank
+    };
+    for (const auto& c : cases) {
+        SmartPtr<IQEL> result;
+        ASSERT_EQ(Transform()->IncreaseBpp(c.source, result.Out(), c.bitCount, c.model), QEL_OK);
+        EXPECT_EQ(PixelBytes(result.Get()), c.expected)
+            << c.bitCount << " from " << SizeAndFormat(c.source)[2];
+        const int width = qel::PixelsOf(c.source).width;
+        EXPECT_EQ(SizeAndFormat(result.Get()), (std::vector<int>{width, 1, c.bitCount, int(c.model)}));
+        EXPECT_EQ(RefCountOf(result.Get()) + RefCountOf(c.source), 2u);
+    }
+    // A negative count compares as a huge one the image refuses.
+    SmartPtr<IQEL> result;
     EXPECT_LT(Transform()->IncreaseBpp(rgb.Get(), result.Out(), -1, 0), 0);
 }
 
@@ -184,12 +189,9 @@ TEST(Resample, CopiesNearestPixelsAndAveragesTruncatedBlocks) {
     for (int y = 0; y < 200; y += 7)
         for (int x = 0; x < 200; ++x)
             ASSERT_EQ(ColourAt(doubled.Get(), x, y), ColourAt(big.Get(), x / 2, y / 2));
-    Owned grey = Random(9, 9, 8, 3);
-    SmartPtr<IQEL> picked = Resampled(grey.Get(), 3, 4, 5, 1);
-    for (int y = 0; y < 4; ++y)
-        for (int x = 0; x < 3; ++x)
-            EXPECT_EQ(qel::PixelsOf(picked.Get()).Row(y)[x],
-                      grey->Row(static_cast<int>(std::floor(y * 2.25f)))[x * 3]);
+    // 9 x 9 to 3 x 4 reads rows 0, 2, 4 and 6 (floor of 2.25 y), columns 0, 3 and 6.
+    EXPECT_EQ(PixelBytes(Resampled(Counting(9, 9, 8, 3).Get(), 3, 4, 5, 1).Get()),
+              (Bytes{1, 4, 7, 19, 22, 25, 37, 40, 43, 55, 58, 61}));
     // 4 x 2 to 2 x 1: 2 x 2 blocks, sums divided with truncation; alpha stays as created.
     Owned blocks =
         ImageOf(4, 2, 32, QEL_MODEL_ARGB, {10, 0, 255, 9, 11, 1, 254, 9, 100, 0, 0, 9, 200, 0, 0, 9,
