@@ -30,9 +30,11 @@ const Shape kShapes[] = {{1, 1, 0, false},   {2, 1, 3, true},    {1, 3, 0, false
 // The depths digests are recorded at, in the order of RecordedDigest::digests.
 const int kDigestDepths[6] = {1, 4, 8, 16, 24, 32};
 
+using DigestRun = std::function<QResult(IQEL* source, IQEL** result)>;
+
 struct RecordedDigest {
     const char* operation;
-    std::function<QResult(IQEL* source, IQEL** result)> run;
+    DigestRun run;
     uint64_t digests[6];
 };
 
@@ -114,12 +116,18 @@ Owned MaskFor(IQEL* source) {
 // The colour of the source's first pixel (alpha dropped), so a key matches at least once.
 unsigned int FirstColour(IQEL* source) { return ColourAt(source, 0, 0) & 0xFFFFFFu; }
 
-// Runs `call` on a destination made for it, which becomes the result.
-QResult Into(Owned dest, IQEL** result, const std::function<QResult(BufferImage* dest)>& call) {
-    const QResult code = call(dest.Get());
-    *result = dest.Detach();
-    return code;
+// A run whose result is a destination made from the source, which `call` then writes.
+DigestRun Into(std::function<Owned(IQEL* source)> make,
+               std::function<QResult(IQEL* source, BufferImage* dest)> call) {
+    return [=](IQEL* s, IQEL** r) {
+        Owned dest = make(s);
+        const QResult code = call(s, dest.Get());
+        *r = dest.Detach();
+        return code;
+    };
 }
+// A 1 x 1 grey destination, for operations that make it over.
+Owned Tiny(IQEL*) { return Owned(BufferImage::Make(1, 1, 8, QEL_MODEL_MONO, 3)); }
 
 // A caller's warp: a slight turn and shear with a quadratic bend.
 PointMap warp([](double& x, double& y) {
@@ -197,18 +205,16 @@ TEST(OperationDigests, DepthSkewQuadAndWarps) {
         };
     };
     auto paste = [t](short fillVoids) {
-        return [=](IQEL* s, IQEL** r) {
-            return Into(Partner(s, false), r, [&](BufferImage* target) {
-                return t->TransformPaste(&warp, s, target, 2, -1, fillVoids, 0);
-            });
-        };
+        return Into([](IQEL* s) { return Partner(s, false); },
+                    [=](IQEL* s, BufferImage* target) {
+                        return t->TransformPaste(&warp, s, target, 2, -1, fillVoids, 0);
+                    });
     };
     auto rotatePaste = [t](double angle, int method, bool keyed) {
-        return [=](IQEL* s, IQEL** r) {
-            return Into(Partner(s, true), r, [&](BufferImage* target) {
-                return t->RotatePaste(s, target, angle, method, keyed ? int(FirstColour(s)) : -1);
-            });
-        };
+        return Into([](IQEL* s) { return Partner(s, true); },
+                    [=](IQEL* s, BufferImage* target) {
+                        return t->RotatePaste(s, target, angle, method, keyed ? int(FirstColour(s)) : -1);
+                    });
     };
     auto circle = [d](int mode, int withAlpha, float factor) {
         return [=](IQEL* s, IQEL**) { return d->CircleTransform(s, mode, withAlpha, factor); };
@@ -240,48 +246,38 @@ TEST(OperationDigests, DepthSkewQuadAndWarps) {
 TEST(OperationDigests, Maths) {
     IQELMaths* m = Maths();
     auto add = [m](float divisor) {
-        return [=](IQEL* s, IQEL** r) {
-            return Into(Owned(BufferImage::Make(1, 1, 8, QEL_MODEL_MONO, 3)), r,
-                        [&](BufferImage* dest) { return m->Add(dest, s, Partner(s, true).Get(), divisor); });
-        };
+        return Into(Tiny, [=](IQEL* s, BufferImage* dest) {
+            return m->Add(dest, s, Partner(s, true).Get(), divisor);
+        });
     };
     auto addScale = [m](float fa, float fb, float offset, bool masked) {
-        return [=](IQEL* s, IQEL** r) {
-            Owned b = Partner(s, false);
-            const qel::Pixels p = qel::PixelsOf(s);
-            Owned mask = Random(p.width, p.height, 8, 7);
-            return Into(Partner(b.Get(), true), r, [&](BufferImage* dest) {
-                return m->AddScale(dest, s, b.Get(), masked ? mask.Get() : nullptr, fa, fb, offset);
-            });
-        };
+        return Into([](IQEL* s) { return Partner(Partner(s, false).Get(), true); },
+                    [=](IQEL* s, BufferImage* dest) {
+                        const qel::Pixels p = qel::PixelsOf(s);
+                        Owned mask = Random(p.width, p.height, 8, 7);
+                        return m->AddScale(dest, s, Partner(s, false).Get(), masked ? mask.Get() : nullptr,
+                                           fa, fb, offset);
+                    });
     };
     auto copy = [m](int bitCount, unsigned model, bool masked, int x, int y) {
-        return [=](IQEL* s, IQEL** r) {
-            return Into(bitCount == 0 ? Partner(s, true) : Other(s, bitCount, model, 2), r,
-                        [&](BufferImage* dest) {
-                            return m->Copy(dest, s, masked ? MaskFor(dest).Get() : nullptr, x, y);
-                        });
-        };
+        return Into([=](IQEL* s) { return bitCount == 0 ? Partner(s, true) : Other(s, bitCount, model, 2); },
+                    [=](IQEL* s, BufferImage* dest) {
+                        return m->Copy(dest, s, masked ? MaskFor(dest).Get() : nullptr, x, y);
+                    });
     };
     auto scale = [m](int bitCount, unsigned model, bool masked, float factor, float offset) {
-        return [=](IQEL* s, IQEL** r) {
-            return Into(Other(s, bitCount, model), r, [&](BufferImage* dest) {
-                return m->Scale(dest, s, masked ? MaskFor(s).Get() : nullptr, factor, offset);
-            });
-        };
+        return Into([=](IQEL* s) { return Other(s, bitCount, model); },
+                    [=](IQEL* s, BufferImage* dest) {
+                        return m->Scale(dest, s, masked ? MaskFor(s).Get() : nullptr, factor, offset);
+                    });
     };
     auto scale8 = [m](int offset, double factor) {
-        return [=](IQEL* s, IQEL** r) {
-            return Into(Owned(BufferImage::Make(1, 1, 8, QEL_MODEL_MONO, 3)), r,
-                        [&](BufferImage* dest) { return m->Scale8(dest, s, offset, factor); });
-        };
+        return Into(Tiny, [=](IQEL* s, BufferImage* dest) { return m->Scale8(dest, s, offset, factor); });
     };
     auto subtract = [m](int flags) {
-        return [=](IQEL* s, IQEL** r) {
-            Owned b = Partner(s, true);
-            return Into(Partner(b.Get(), false), r,
-                        [&](BufferImage* dest) { return m->Subtract(dest, s, b.Get(), flags); });
-        };
+        return Into(
+            [](IQEL* s) { return Partner(Partner(s, true).Get(), false); },
+            [=](IQEL* s, BufferImage* dest) { return m->Subtract(dest, s, Partner(s, true).Get(), flags); });
     };
     auto equal = [m](bool masked, int value) {
         return [=](IQEL* s, IQEL**) { return m->Equal(s, masked ? MaskFor(s).Get() : nullptr, value); };
