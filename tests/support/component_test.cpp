@@ -8,45 +8,49 @@
 
 namespace qeltest {
 
-IQELMaths* Maths() {
-    static SmartPtr<IQELMaths> maths = TestHost().Create<IQELMaths>(L"QELMaths", qel::iid::IQELMaths);
-    return maths.Get();
+namespace {
+
+// One component of each interface, created through the host on first use.
+template <class Interface>
+Interface* Hosted(const wchar_t* name, const IID& iid) {
+    static SmartPtr<Interface> component = TestHost().Create<Interface>(name, iid);
+    return component.Get();
 }
-IQELFilterTransform* Filters() {
-    static SmartPtr<IQELFilterTransform> filters =
-        TestHost().Create<IQELFilterTransform>(L"QELFilterTransform", qel::iid::IQELFilterTransform);
-    return filters.Get();
-}
-IQELTransform* Transform() {
-    static SmartPtr<IQELTransform> transform =
-        TestHost().Create<IQELTransform>(L"QELTransform", qel::iid::IQELTransform);
-    return transform.Get();
-}
-IQELColorTransform* Colours() {
-    static SmartPtr<IQELColorTransform> colours =
-        TestHost().Create<IQELColorTransform>(L"QELColorTransform", qel::iid::IQELColorTransform);
-    return colours.Get();
-}
-IQELDeform* Deform() {
-    static SmartPtr<IQELDeform> deform = TestHost().Create<IQELDeform>(L"QELDeform", qel::iid::IQELDeform);
-    return deform.Get();
+// One instance of a linked class, made directly rather than through the host.
+template <class Class, class Interface>
+Class* Linked(const IID& iid) {
+    static SmartPtr<Interface> made = [&iid] {
+        SmartPtr<Interface> component;
+        Class::_CreateInstance(nullptr, &iid, component.OutVoid());
+        return component;
+    }();
+    return static_cast<Class*>(made.Get());
 }
 
-CQELImageTransform* TransformClass() {
-    static SmartPtr<IQELTransform> made = [] {
-        SmartPtr<IQELTransform> component;
-        CQELImageTransform::_CreateInstance(nullptr, &IID_IQELTransform, component.OutVoid());
-        return component;
-    }();
-    return static_cast<CQELImageTransform*>(made.Get());
+}  // namespace
+
+IQELMaths* Maths() { return Hosted<IQELMaths>(L"QELMaths", qel::iid::IQELMaths); }
+IQELFilterTransform* Filters() {
+    return Hosted<IQELFilterTransform>(L"QELFilterTransform", qel::iid::IQELFilterTransform);
 }
+IQELTransform* Transform() { return Hosted<IQELTransform>(L"QELTransform", qel::iid::IQELTransform); }
+IQELColorTransform* Colours() {
+    return Hosted<IQELColorTransform>(L"QELColorTransform", qel::iid::IQELColorTransform);
+}
+IQELDeform* Deform() { return Hosted<IQELDeform>(L"QELDeform", qel::iid::IQELDeform); }
+CQELImageTransform* TransformClass() { return Linked<CQELImageTransform, IQELTransform>(IID_IQELTransform); }
 CQELFilterTransform* FilterClass() {
-    static SmartPtr<IQELFilterTransform> made = [] {
-        SmartPtr<IQELFilterTransform> component;
-        CQELFilterTransform::_CreateInstance(nullptr, &IID_IQELFilterTransform, component.OutVoid());
-        return component;
-    }();
-    return static_cast<CQELFilterTransform*>(made.Get());
+    return Linked<CQELFilterTransform, IQELFilterTransform>(IID_IQELFilterTransform);
+}
+
+QResult PointMap::QueryInterface(const IID&, void** object) {
+    *object = nullptr;
+    return QEL_E_NOINTERFACE;
+}
+QResult PointMap::TransformPoint(double* x, double* y, double* z) {
+    EXPECT_EQ(*z, 0.0);
+    map(*x, *y);
+    return QEL_OK;
 }
 
 unsigned ModelFor(int bitCount) {
@@ -138,6 +142,11 @@ SmartPtr<IQELImageDIB> Positions(int width, int height, int bitCount) {
             if (bitCount == 32) px[3] = 9;
         }
     return image;
+}
+
+std::vector<int> SizeAndFormat(IQEL* image) {
+    const qel::Pixels p = qel::PixelsOf(image);
+    return {p.width, p.height, p.bitCount, static_cast<int>(p.colourModel)};
 }
 
 Bytes PixelOf(IQEL* image, int x, int y) {

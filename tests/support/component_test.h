@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <initializer_list>
 #include <vector>
 
@@ -36,6 +37,17 @@ IQELDeform* Deform();
 // reach (FillVoids, Rotate4, Kernel).
 CQELImageTransform* TransformClass();
 CQELFilterTransform* FilterClass();
+
+// A caller's transform over a function of (x, y), owned by the test (its
+// reference count is not kept); the module must pass z as 0.
+struct PointMap final : ITransform {
+    std::function<void(double& x, double& y)> map;
+    explicit PointMap(std::function<void(double& x, double& y)> f) : map(std::move(f)) {}
+    QResult QueryInterface(const IID& iid, void** object) override;
+    uint32_t AddRef() override { return 2; }
+    uint32_t Release() override { return 1; }
+    QResult TransformPoint(double* x, double* y, double* z) override;
+};
 
 // ARGB at 32 bits, BGR at 24 to 31, MONO below.
 unsigned ModelFor(int bitCount);
@@ -69,6 +81,8 @@ SmartPtr<IQELImageDIB> HostImage(int width, int height, int bitCount, const Byte
 // Pixel (x, y) is blue x, green y, red 200 (alpha 9 at 32 bits): a result's
 // colours name the source pixel they came from.
 SmartPtr<IQELImageDIB> Positions(int width, int height, int bitCount = 32);
+// Width, height, bit count and colour model, compared in one check.
+std::vector<int> SizeAndFormat(IQEL* image);
 // The bytes of pixel (x, y) of an image of 8 bits or more.
 Bytes PixelOf(IQEL* image, int x, int y);
 

@@ -45,7 +45,6 @@ public:
     void FillRandom(uint32_t seed);
     unsigned char* Row(int y, int plane = 0);
     int Stride() const { return stride_; }
-    int Padding() const { return padding_; }
     // The whole block of a plane, rows in memory order, padding included.
     std::vector<unsigned char> Snapshot(int plane = 0) const;
 
