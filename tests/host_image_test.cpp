@@ -49,7 +49,7 @@ TEST(ImageDIB, CreateLaysOutZeroedTopDownRowsPaddedToFourBytes) {
     }
 }
 
-TEST(ImageDIB, ReportsWhatWasCreatedWithABufferPerPlane) {
+TEST(ImageDIB, ReportsWhatWasCreatedAndKeepsItWhenRefusingBadGeometry) {
     SmartPtr<IQELImageDIB> image = NewImage();
     ASSERT_EQ(image->Create(7, 4, 2, 32, QEL_MODEL_ARGB), QEL_OK);
     int width = 0, height = 0, planes = 0, bitCount = 0, reserved = -1;
@@ -65,30 +65,23 @@ TEST(ImageDIB, ReportsWhatWasCreatedWithABufferPerPlane) {
     EXPECT_NE(plane0, plane1);
     EXPECT_EQ(image->GetBits(2, &reserved, &none, &stride), QEL_E_INVALIDARG);
     EXPECT_EQ(none, nullptr);
-}
-
-TEST(ImageDIB, RefusesBadSizesAndDepthsAndKeepsItsContent) {
-    SmartPtr<IQELImageDIB> image = NewImage();
-    ASSERT_EQ(image->Create(2, 2, 1, 8, QEL_MODEL_MONO), QEL_OK);
-    qel::PixelsOf(image.Get()).bits[0] = 42;
+    plane0[0] = 42;
 
     EXPECT_EQ(image->Create(-1, 2, 1, 8, QEL_MODEL_MONO), QEL_E_INVALIDARG);
     EXPECT_EQ(image->Create(2, -1, 1, 8, QEL_MODEL_MONO), QEL_E_INVALIDARG);
-    EXPECT_EQ(image->Create(2, 2, 0, 8, QEL_MODEL_MONO), QEL_E_INVALIDARG);
-    for (int bitCount : {0, 2, 7, 12, 25, 31, 33, 64, -8})
-        EXPECT_EQ(image->Create(2, 2, 1, bitCount, QEL_MODEL_MONO), QEL_E_INVALIDARG) << bitCount;
+    for (int badPlanes : {0, 17})
+        EXPECT_EQ(image->Create(2, 2, badPlanes, 8, QEL_MODEL_MONO), QEL_E_INVALIDARG) << badPlanes;
+    for (int badBitCount : {0, 2, 7, 12, 25, 31, 33, 64, -8})
+        EXPECT_EQ(image->Create(2, 2, 1, badBitCount, QEL_MODEL_MONO), QEL_E_INVALIDARG) << badBitCount;
     // Byte counts that do not fit: a stride beyond INT_MAX, and rows times stride beyond memory.
     EXPECT_EQ(image->Create(INT_MAX, 1, 1, 32, QEL_MODEL_BGR), QEL_E_INVALIDARG);
     EXPECT_EQ(image->Create(INT_MAX / 4, INT_MAX, 16, 32, QEL_MODEL_BGR), QEL_E_INVALIDARG);
     // 64 TiB is refused before any allocation is tried.
     EXPECT_EQ(image->Create(1 << 20, 1 << 20, 16, 32, QEL_MODEL_BGR), QEL_E_OUTOFMEMORY);
+    EXPECT_EQ(Geometry(image.Get()), std::vector<int>({7, 4, 32, QEL_MODEL_ARGB, 28}));
+    EXPECT_EQ(qel::PixelsOf(image.Get()).bits[0], 42);
 
-    const qel::Pixels p = qel::PixelsOf(image.Get());
-    EXPECT_EQ(std::vector<int>({p.width, p.bitCount, p.bits[0]}), std::vector<int>({2, 8, 42}));
-}
-
-TEST(ImageDIB, EmptyImagesHaveNoPixels) {
-    SmartPtr<IQELImageDIB> image = NewImage();
+    // An empty image has no pixels to fill or clear.
     EXPECT_EQ(image->Create(0, 5, 1, 24, QEL_MODEL_BGR), QEL_OK);
     EXPECT_EQ(qel::PixelsOf(image.Get()).stride, 0);
     EXPECT_EQ(image->Fill(0xFFFFFFFF), QEL_OK);
@@ -145,6 +138,9 @@ TEST(ImageDIB, AssignCopiesSizeFormatPixelsAndPalette) {
     ASSERT_EQ(palette->GetPalette(&got, &count), QEL_OK);
     ASSERT_EQ(count, 3u);
     EXPECT_EQ(got[2].rgbRed, 9);
+    ASSERT_EQ(target->Assign(NewImage(2, 1, 8, QEL_MODEL_MONO).Get(), 0), QEL_OK);
+    EXPECT_FALSE(QueryAs<IQELImagePalette>(target.Get(), qel::iid::IQELImagePalette)) << "and leaves with it";
+    ASSERT_EQ(target->Assign(paletted.Get(), 0), QEL_OK);
     EXPECT_EQ(paletted->SetPalette(entries, 257), QEL_E_INVALIDARG);
     EXPECT_EQ(paletted->SetPalette(nullptr, 2), QEL_E_POINTER);
     EXPECT_EQ(paletted->SetPalette(nullptr, 0), QEL_OK);
@@ -154,8 +150,8 @@ TEST(ImageDIB, AssignCopiesSizeFormatPixelsAndPalette) {
     EXPECT_EQ(qel::PixelsOf(target.Get()).width, 2);
 }
 
-// Assign and Create over an image of the same geometry reuse its buffers:
-// the result must still be exactly what a fresh image would hold.
+// Assign, Create and CreateUninitialised over an image of the same geometry
+// reuse its block: what it held before must not show through.
 TEST(ImageDIB, SameGeometryAssignAndCreateGiveWhatAFreshImageHolds) {
     for (const int bitCount : {1, 4, 8, 16, 24, 32}) {
         // Width 5 leaves row padding at every depth but 32, and a bottom-up
@@ -169,8 +165,11 @@ TEST(ImageDIB, SameGeometryAssignAndCreateGiveWhatAFreshImageHolds) {
         SmartPtr<IQELImageDIB> reused = NewImage();
         ASSERT_EQ(reused->Create(5, 3, 2, bitCount, QEL_MODEL_MONO), QEL_OK);
         const int stride = qel::PixelsOf(reused.Get()).stride;
-        for (int plane = 0; plane < 2; ++plane)  // old content, padding and slack
-            std::memset(PlaneBits(reused.Get(), plane), 0xA5, static_cast<size_t>(3 * stride + 16));
+        const size_t bytes = static_cast<size_t>(3 * stride + 16), rowBytes = (5 * bitCount + 7) / 8;
+        auto Dirty = [&] {  // old content, padding and slack
+            for (int plane = 0; plane < 2; ++plane) std::memset(PlaneBits(reused.Get(), plane), 0xA5, bytes);
+        };
+        Dirty();
         unsigned char* before = qel::PixelsOf(reused.Get()).bits;
         ASSERT_EQ(reused->Assign(source.Get(), 0), QEL_OK);
         EXPECT_EQ(qel::PixelsOf(reused.Get()).bits, before) << "the buffer is kept";
@@ -178,7 +177,6 @@ TEST(ImageDIB, SameGeometryAssignAndCreateGiveWhatAFreshImageHolds) {
         for (int plane = 0; plane < 2; ++plane) {
             const unsigned char *freshBits = PlaneBits(fresh.Get(), plane),
                                 *reusedBits = PlaneBits(reused.Get(), plane);
-            const size_t bytes = static_cast<size_t>(3 * stride + 16);
             const std::vector<unsigned char> want(freshBits, freshBits + bytes),
                 got(reusedBits, reusedBits + bytes);
             EXPECT_EQ(got, want) << bitCount << " bits, plane " << plane << ":\n"
@@ -186,56 +184,32 @@ TEST(ImageDIB, SameGeometryAssignAndCreateGiveWhatAFreshImageHolds) {
         }
         EXPECT_EQ(qeltest::PixelBytes(reused.Get()), qeltest::PixelBytes(source.Get())) << bitCount;
 
-        // Create of the same geometry clears pixels, padding and slack, and takes the new model.
-        ASSERT_EQ(reused->Create(5, 3, 2, bitCount, QEL_MODEL_ARGB), QEL_OK);
-        const qel::Pixels p = qel::PixelsOf(reused.Get());
-        EXPECT_EQ(p.colourModel, QEL_MODEL_ARGB);
-        for (int i = 0; i < 3 * p.stride + 16; ++i)
-            ASSERT_EQ(p.bits[i], 0) << bitCount << " bits, byte " << i;
+        // For callers that write every row byte themselves: the pixel bytes
+        // are kept, while row padding and slack are zero again.
+        SmartPtr<IQELImageUninitialised> uninitialised =
+            QueryAs<IQELImageUninitialised>(reused.Get(), qel::iid::IQELImageUninitialised);
+        ASSERT_TRUE(uninitialised);
+        Dirty();
+        ASSERT_EQ(uninitialised->CreateUninitialised(5, 3, 2, bitCount, QEL_MODEL_ARGB), QEL_OK);
+        EXPECT_EQ(qel::PixelsOf(reused.Get()).colourModel, QEL_MODEL_ARGB);
+        for (int plane = 0; plane < 2; ++plane)
+            for (size_t i = 0; i < bytes; ++i) {
+                const bool pixelByte = i < bytes - 16 && i % static_cast<size_t>(stride) < rowBytes;
+                ASSERT_EQ(PlaneBits(reused.Get(), plane)[i], pixelByte ? 0xA5 : 0)
+                    << bitCount << " bits, plane " << plane << ", byte " << i;
+            }
+        EXPECT_EQ(uninitialised->CreateUninitialised(-1, 3, 2, bitCount, QEL_MODEL_ARGB), QEL_E_INVALIDARG);
+
+        // Create clears pixels, padding and slack, and takes the new model.
+        Dirty();
+        ASSERT_EQ(reused->Create(5, 3, 2, bitCount, QEL_MODEL_BGR), QEL_OK);
+        EXPECT_EQ(qel::PixelsOf(reused.Get()).bits, before);
+        EXPECT_EQ(qel::PixelsOf(reused.Get()).colourModel, QEL_MODEL_BGR);
+        for (int plane = 0; plane < 2; ++plane)
+            for (size_t i = 0; i < bytes; ++i)
+                ASSERT_EQ(PlaneBits(reused.Get(), plane)[i], 0)
+                    << bitCount << " bits, plane " << plane << ", byte " << i;
     }
-}
-
-TEST(ImageDIB, SameGeometryAssignFollowsThePalette) {
-    const RGBQUAD entries[2] = {{1, 2, 3, 0}, {4, 5, 6, 0}};
-    SmartPtr<IQELImageDIB> paletted = NewImage(), plain = NewImage(), target = NewImage();
-    paletted->Create(4, 2, 1, 8, QEL_MODEL_MONO);
-    paletted->SetPalette(entries, 2);
-    qel::PixelsOf(paletted.Get()).bits[5] = 77;
-    plain->Create(4, 2, 1, 8, QEL_MODEL_MONO);
-    target->Create(4, 2, 1, 8, QEL_MODEL_MONO);
-
-    ASSERT_EQ(target->Assign(paletted.Get(), 0), QEL_OK);
-    SmartPtr<IQELImagePalette> palette = QueryAs<IQELImagePalette>(target.Get(), qel::iid::IQELImagePalette);
-    ASSERT_TRUE(palette) << "the palette travels";
-    EXPECT_EQ(qel::PixelsOf(target.Get()).bits[5], 77);
-    ASSERT_EQ(target->Assign(plain.Get(), 0), QEL_OK);
-    EXPECT_FALSE(QueryAs<IQELImagePalette>(target.Get(), qel::iid::IQELImagePalette)) << "and leaves with it";
-    EXPECT_EQ(qel::PixelsOf(target.Get()).bits[5], 0);
-}
-
-// For callers that write every row byte themselves: a reused block keeps its
-// pixel bytes, while row padding and the slack after the rows are zero again.
-TEST(ImageDIB, CreateUninitialisedClearsOnlyPaddingAndSlack) {
-    SmartPtr<IQELImageDIB> image = NewImage(5, 3, 24, QEL_MODEL_BGR);
-    SmartPtr<IQELImageUninitialised> raw =
-        QueryAs<IQELImageUninitialised>(image.Get(), qel::iid::IQELImageUninitialised);
-    ASSERT_TRUE(raw);
-    unsigned char* bits = qel::PixelsOf(image.Get()).bits;
-    std::memset(bits, 0xA5, 3 * 16 + 16);
-    ASSERT_EQ(raw->CreateUninitialised(5, 3, 1, 24, QEL_MODEL_ARGB), QEL_OK);
-    const qel::Pixels p = qel::PixelsOf(image.Get());
-    EXPECT_EQ(p.bits, bits);
-    EXPECT_EQ(p.colourModel, QEL_MODEL_ARGB);
-    for (int i = 0; i < 3 * 16 + 16; ++i) {
-        const bool pixelByte = i < 3 * 16 && i % 16 < 15;
-        ASSERT_EQ(p.bits[i], pixelByte ? 0xA5 : 0) << "byte " << i;
-    }
-    // A new geometry gets a new block with the same guarantees.
-    ASSERT_EQ(raw->CreateUninitialised(3, 2, 1, 8, QEL_MODEL_MONO), QEL_OK);
-    const qel::Pixels q = qel::PixelsOf(image.Get());
-    EXPECT_EQ(q.stride, 4);
-    for (int i : {3, 7, 8, 9, 23}) EXPECT_EQ(q.bits[i], 0) << "byte " << i;
-    EXPECT_EQ(raw->CreateUninitialised(-1, 2, 1, 8, QEL_MODEL_MONO), QEL_E_INVALIDARG);
 }
 
 // Large images take blocks that earlier images gave back: Create still hands
@@ -343,19 +317,29 @@ TEST(ImageDIBSharing, ReadersOnSeveralThreadsAgreeOnTheBits) {
     }
 }
 
-TEST(RuntimeStrings, CreatableStringAppendsAndLocatorsResolve) {
+// The collection makes components by name; a string holding a component's
+// name finds its locator, which makes that component.
+TEST(RuntimeCollection, CreatesComponentsByNameAndLocatesThemByString) {
+    IComponentCollection* collection = TestHost().Collection();
+    SmartPtr<IQELMaths> maths;
+    SmartPtr<IUnknown> none;
+    EXPECT_EQ(collection->CreateComponent(qel::REF(L"QELMaths"), &qel::iid::IQELMaths, maths.OutVoid()),
+              QEL_OK);
+    EXPECT_TRUE(maths);
+    EXPECT_EQ(collection->CreateComponent(qel::REF(L"Nothing"), &qel::iid::IUnknown, none.OutVoid()),
+              QEL_E_FAIL);
+    EXPECT_FALSE(none);
+
     SmartPtr<ICreatableString> text;
-    ASSERT_EQ(TestHost().Collection()->CreateComponent(qel::REF(L"CreatableString"),
-                                                       &qel::iid::ICreatableString, text.OutVoid()),
+    ASSERT_EQ(collection->CreateComponent(qel::REF(L"CreatableString"), &qel::iid::ICreatableString,
+                                          text.OutVoid()),
               QEL_OK);
     const wchar_t letters[] = L"QELImageDIB";
     for (int i = 0; i < 11; ++i) text->AppendChars(1, &letters[i]);
     int index = -1;
-    SmartPtr<IString> asString = QueryAs<IString>(text.Get(), qel::iid::IString);
-    ASSERT_TRUE(asString);
-    ASSERT_EQ(TestHost().Collection()->FindItem(asString.Get(), &index), QEL_OK);
+    ASSERT_EQ(collection->FindItem(text.Get(), &index), QEL_OK);
     SmartPtr<IUnknown> item;
-    ASSERT_EQ(TestHost().Collection()->GetItem(index, item.Out()), QEL_OK);
+    ASSERT_EQ(collection->GetItem(index, item.Out()), QEL_OK);
     SmartPtr<IComponentString> locator = QueryAs<IComponentString>(item.Get(), qel::iid::IComponentString);
     ASSERT_TRUE(locator);
     SmartPtr<IQELImageDIB> image;
@@ -363,20 +347,8 @@ TEST(RuntimeStrings, CreatableStringAppendsAndLocatorsResolve) {
     EXPECT_TRUE(image);
 
     text->SetString(qel::REF(L"NoSuchComponent"));
-    EXPECT_LT(TestHost().Collection()->FindItem(asString.Get(), &index), 0);
+    EXPECT_LT(collection->FindItem(text.Get(), &index), 0);
     EXPECT_EQ(index, -1);
-}
-
-TEST(RuntimeCollection, CreatesTheModuleComponentsByName) {
-    SmartPtr<IQELMaths> maths;
-    SmartPtr<IUnknown> none;
-    IComponentCollection* collection = TestHost().Collection();
-    EXPECT_EQ(collection->CreateComponent(qel::REF(L"QELMaths"), &qel::iid::IQELMaths, maths.OutVoid()),
-              QEL_OK);
-    EXPECT_TRUE(maths);
-    EXPECT_EQ(collection->CreateComponent(qel::REF(L"Nothing"), &qel::iid::IUnknown, none.OutVoid()),
-              QEL_E_FAIL);
-    EXPECT_FALSE(none);
 }
 
 }  // namespace
