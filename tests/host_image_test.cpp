@@ -240,13 +240,11 @@ TEST(ImageDIB, LargeImagesOnReusedBlocksKeepWhatCreatePromises) {
     for (int y = 0; y < height; ++y) ASSERT_EQ(p.Row(y)[3003], 0) << "padding of row " << y;
     for (size_t n = bytes - 16; n < bytes; ++n) ASSERT_EQ(p.bits[n], 0) << "slack byte " << n;
 
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < 3003; ++x) p.Row(y)[x] = static_cast<unsigned char>(x * 7 + y);
+    // The copy holds the pixels left as they were, and the zeroed padding and slack.
     SmartPtr<IQELImageDIB> copy = NewImage();
     ASSERT_EQ(copy->Assign(raw.Get(), 0), QEL_OK);
     EXPECT_NE(qel::PixelsOf(copy.Get()).bits, p.bits);
-    EXPECT_EQ(qeltest::PixelBytes(copy.Get()), qeltest::PixelBytes(raw.Get()));
-    EXPECT_EQ(std::memcmp(qel::PixelsOf(copy.Get()).bits, p.bits, bytes), 0) << "padding and slack too";
+    EXPECT_EQ(std::memcmp(qel::PixelsOf(copy.Get()).bits, p.bits, bytes), 0);
 }
 
 // Assign from another runtime image hands its pixel block over without a
