@@ -82,51 +82,45 @@ size_t Count(const std::string& text, const std::string& piece) {
     return count;
 }
 
-TEST(GlobalComponents, ReportsAMissingCollectionsModuleAndRetries) {
+// A missing module gives one line naming it and the loader's reason each time
+// it is asked for; names too long for the path buffer are refused before the
+// loader; a module found is asked for the component.
+TEST(ModuleCreateFunction, ReportsMissingModulesRetriesAndRefusesNamesBeyondThePathBuffer) {
     const std::string build = BuildFolder();
     const ScratchDirectory scratch;
     const ChildResult result = RunInChild([&] {
         if (chdir(scratch.c_str()) != 0) return 10;
         if (GLOBALComponents() != nullptr) return 11;
         if (GLOBALComponents() != nullptr) return 12;
-        // Once the module folder appears, the next call loads it.
-        if (symlink((build + "/_binLIN64").c_str(), "_binLIN64") != 0) return 13;
-        SmartPtr<IComponentCollection> collection(GLOBALComponents());
-        if (!collection) return 14;
-        SmartPtr<IComponentCollection> again(GLOBALComponents());
-        return again.Get() == collection.Get() ? 0 : 15;
-    });
-    EXPECT_EQ(result.exitCode, 0) << result.output;
-    EXPECT_EQ(Count(result.output, "Module not available ./_binLIN64/CollectionsEx.so, error "), 2u)
-        << result.output;
-    EXPECT_EQ(Count(result.output, "\n"), 2u) << "one line per failed attempt:\n" << result.output;
-    EXPECT_NE(result.output.find("CollectionsEx.so: cannot open shared object file"), std::string::npos)
-        << "the loader's own message follows:\n"
-        << result.output;
-}
-
-TEST(ModuleCreateFunction, RefusesNamesLongerThanThePathBufferAndAsksASiblingForTheComponent) {
-    const ChildResult result = RunInChild([] {
         // 12 + 248 + 3 + 1 = 264 bytes fits; 249 characters would not.
         for (size_t length : {size_t{248}, size_t{249}, size_t{100000}}) {
             const std::wstring name(length, L'x');
             if (MODULECreateFunction(tagREFString{name.size(), name.c_str()}, qel::REF(L"Anything")) !=
                 nullptr)
-                return 10;
+                return 13;
         }
+        // Once the module folder appears, the next call loads it.
+        if (symlink((build + "/_binLIN64").c_str(), "_binLIN64") != 0) return 14;
+        SmartPtr<IComponentCollection> collection(GLOBALComponents());
+        SmartPtr<IComponentCollection> again(GLOBALComponents());
+        if (!collection || again.Get() != collection.Get()) return 15;
         QELCreateInstanceFn create =
             MODULECreateFunction(qel::REF(L"CollectionsEx"), qel::REF(L"QELImageDIB"));
         SmartPtr<IQELImage> image;
         if (create == nullptr || create(nullptr, &IID_IQELImage, image.OutVoid()) != QEL_OK || !image)
-            return 11;
+            return 16;
         // An unknown component gives a null creation function, without a message.
-        return MODULECreateFunction(qel::REF(L"CollectionsEx"), qel::REF(L"NoSuchThing")) == nullptr ? 0 : 12;
+        return MODULECreateFunction(qel::REF(L"CollectionsEx"), qel::REF(L"NoSuchThing")) == nullptr ? 0 : 17;
     });
-    EXPECT_EQ(result.exitCode, 0);
-    // Only the name that fits reaches the loader and its message.
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_EQ(Count(result.output, "Module not available ./_binLIN64/CollectionsEx.so, error "), 2u)
+        << result.output;
     EXPECT_EQ(
         Count(result.output, "Module not available ./_binLIN64/" + std::string(248, 'x') + ".so, error"), 1u);
-    EXPECT_EQ(Count(result.output, "Module not available"), 1u) << result.output;
+    EXPECT_EQ(Count(result.output, "\n"), 3u) << "one line per failed attempt:\n" << result.output;
+    EXPECT_NE(result.output.find("CollectionsEx.so: cannot open shared object file"), std::string::npos)
+        << "the loader's own message follows:\n"
+        << result.output;
 }
 
 TEST(CreateImageDIB, ResolvesTheLocatorOnceOrFindsTheRuntimeByTheFolderRule) {
