@@ -33,19 +33,38 @@ std::vector<int> Geometry(IQEL* image) {
     return {p.width, p.height, p.bitCount, static_cast<int>(p.colourModel), p.stride};
 }
 
-TEST(ImageDIB, CreateLaysOutZeroedTopDownRowsPaddedToFourBytes) {
+// Create lays out zeroed top-down rows padded to four bytes; Fill writes the
+// colour in each depth's form to every row and leaves padding and slack alone.
+TEST(ImageDIB, CreateLaysOutZeroedPaddedRowsAndFillHonoursEveryDepth) {
     struct Case {
-        int width, bitCount, stride;
+        int width, bitCount;
+        std::vector<unsigned char> row;
     };
-    for (const Case c : {Case{5, 24, 16}, Case{5, 32, 20}, Case{5, 8, 8}, Case{9, 4, 8}, Case{33, 1, 8},
-                         Case{3, 16, 8}, Case{1, 1, 4}}) {
+    const unsigned colour = 0x80C86432;  // alpha 0x80, red 200, green 100, blue 50
+    // grey (50 + 100 + 200 + 1) / 3 = 117: 117 & 15 = 5, 117 & 1 = 1; a row's last byte is filled whole.
+    const Case cases[] = {
+        {3, 32, {0x32, 0x64, 0xC8, 0x80, 0x32, 0x64, 0xC8, 0x80, 0x32, 0x64, 0xC8, 0x80}},
+        {3, 24, {0x32, 0x64, 0xC8, 0x32, 0x64, 0xC8, 0x32, 0x64, 0xC8, 0, 0, 0}},
+        {3, 16, {0x26, 0xCB, 0x26, 0xCB, 0x26, 0xCB, 0, 0}},  // 5-6-5: 11001 011001 00110
+        {5, 8, {117, 117, 117, 117, 117, 0, 0, 0}},
+        {9, 4, {0x55, 0x55, 0x55, 0x55, 0x55, 0, 0, 0}},
+        {33, 1, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0}},
+        {1, 1, {0xFF, 0, 0, 0}},
+    };
+    for (const Case& c : cases) {
         SmartPtr<IQELImageDIB> image = NewImage();
-        ASSERT_EQ(image->Create(c.width, 3, 1, c.bitCount, QEL_MODEL_BGR), QEL_OK);
+        ASSERT_EQ(image->Create(c.width, 3, 1, c.bitCount, 0), QEL_OK);
         const qel::Pixels p = qel::PixelsOf(image.Get());
-        EXPECT_EQ(p.stride, c.stride) << c.width << "x" << c.bitCount;
-        ASSERT_NE(p.bits, nullptr);
-        // Every byte of the block, and the slack after it, starts at zero.
-        for (int i = 0; i < 3 * p.stride + 16; ++i) ASSERT_EQ(p.bits[i], 0) << i;
+        ASSERT_EQ(p.stride, static_cast<int>(c.row.size())) << c.width << "x" << c.bitCount;
+        for (int i = 0; i < 3 * p.stride + 16; ++i)
+            ASSERT_EQ(p.bits[i], 0) << c.bitCount << " bits, byte " << i;
+        ASSERT_EQ(image->Fill(colour), QEL_OK);
+        for (int y = 0; y < 3; ++y) {
+            const std::vector<unsigned char> row(p.Row(y), p.Row(y) + p.stride);
+            EXPECT_EQ(row, c.row) << c.bitCount << " bits, row " << y << ":\n"
+                                  << qeltest::HexRows(row, row.size());
+        }
+        for (int i = 3 * p.stride; i < 3 * p.stride + 16; ++i) ASSERT_EQ(p.bits[i], 0) << "slack byte " << i;
     }
 }
 
@@ -87,31 +106,6 @@ TEST(ImageDIB, ReportsWhatWasCreatedAndKeepsItWhenRefusingBadGeometry) {
     EXPECT_EQ(image->Fill(0xFFFFFFFF), QEL_OK);
     EXPECT_EQ(image->Clear(), QEL_OK);
     EXPECT_EQ(qel::PixelsOf(image.Get()).bits, nullptr);
-}
-
-TEST(ImageDIB, FillHonoursEveryDepth) {
-    struct Case {
-        int bitCount;
-        std::vector<unsigned char> firstRow;
-    };
-    const unsigned colour = 0x80C86432;  // alpha 0x80, red 200, green 100, blue 50
-    // grey (50 + 100 + 200 + 1) / 3 = 117: 117 & 15 = 5, 117 & 1 = 1.
-    const Case cases[] = {
-        {32, {0x32, 0x64, 0xC8, 0x80, 0x32, 0x64, 0xC8, 0x80, 0x32, 0x64, 0xC8, 0x80}},
-        {24, {0x32, 0x64, 0xC8, 0x32, 0x64, 0xC8, 0x32, 0x64, 0xC8, 0, 0, 0}},
-        {16, {0x26, 0xCB, 0x26, 0xCB, 0x26, 0xCB, 0, 0}},  // 5-6-5: 11001 011001 00110
-        {8, {117, 117, 117, 0}},
-        {4, {0x55, 0x55, 0, 0}},
-        {1, {0xFF, 0, 0, 0}},
-    };
-    for (const Case& c : cases) {
-        SmartPtr<IQELImageDIB> image = NewImage();
-        ASSERT_EQ(image->Create(3, 2, 1, c.bitCount, 0), QEL_OK);
-        ASSERT_EQ(image->Fill(colour), QEL_OK);
-        const qel::Pixels p = qel::PixelsOf(image.Get());
-        const std::vector<unsigned char> row(p.Row(1), p.Row(1) + p.stride);
-        EXPECT_EQ(row, c.firstRow) << c.bitCount << " bits:\n" << qeltest::HexRows(row, row.size());
-    }
 }
 
 TEST(ImageDIB, AssignCopiesSizeFormatPixelsAndPalette) {
