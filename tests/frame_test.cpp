@@ -60,45 +60,27 @@ TEST(InterfaceSlots, EveryOperationAHostOrTheModuleCalls) {
     ExpectSlots(5, &ICreatableString::AppendChars);
 }
 
-// The identifier's bytes, low byte of each word first.
-std::vector<int> BytesOf(const IID& iid) {
-    std::vector<int> bytes;
-    for (int i = 0; i < 16; ++i) bytes.push_back(static_cast<uint8_t>(iid.words[i / 4] >> (8 * (i % 4))));
-    return bytes;
-}
-std::vector<int> Leading(std::initializer_list<int> leading) {
-    std::vector<int> bytes(leading);
-    bytes.resize(16, 0);
-    return bytes;
-}
-
 TEST(IIDOfc, FiveBitLettersCodesForOtherCharactersAndTheWideFour) {
-    // Letters are 1 to 26, five bits each: "ABC" is 1 | 2 << 5 | 3 << 10 = 0x0C41.
-    // '0' is 28, '3' is 31, other characters 27; '4' is 32, six bits wide, so
-    // 'A' after it sets the same bit.
-    const std::pair<const char*, std::vector<int>> cases[] = {
-        {"", Leading({})},       {"A", Leading({1})},
-        {"AB", Leading({0x41})}, {"ABC", Leading({0x41, 0x0C})},
-        {"Z", Leading({0x1A})},  {"_", Leading({0x1B})},
-        {"9", Leading({0x1B})},  {"\xC3", Leading({0x1B})},
-        {"0", Leading({28})},    {"3", Leading({31})},
-        {"4", Leading({0x20})},  {"4A", Leading({0x20})},
-        {"B4", Leading({2, 4})}};
-    for (const auto& c : cases) EXPECT_EQ(BytesOf(__IIDOfc(c.first)), c.second) << '"' << c.first << '"';
-    EXPECT_EQ(__IIDOfc("IObjectInfo"), __IIDOfc("iobjectinfo"));  // case is folded
-    EXPECT_NE(__IIDOfc("IQELImage"), __IIDOfc("IQELImageDIB"));
-    // Only the first 25 characters count: 25 letters 'Z' (11010b) fill 125 bits.
-    EXPECT_EQ(__IIDOfc("ABCDEFGHIJKLMNOPQRSTUVWXY"), __IIDOfc("ABCDEFGHIJKLMNOPQRSTUVWXYZZZ"));
-    EXPECT_NE(__IIDOfc("ABCDEFGHIJKLMNOPQRSTUVWX"), __IIDOfc("ABCDEFGHIJKLMNOPQRSTUVWXY"));
-    const int top = BytesOf(__IIDOfc("ZZZZZZZZZZZZZZZZZZZZZZZZZ"))[15];
-    EXPECT_EQ(top & 0xE0, 0);  // the top three bits stay clear
-    EXPECT_NE(top, 0);
+    // Letters are 1 to 26, five bits each, the first in the lowest bits: "ABC"
+    // is 1 | 2 << 5 | 3 << 10 = 0x0C41. '0' is 28, '3' is 31, other characters
+    // 27; '4' is 32, six bits wide, so 'A' after it sets the same bit.
+    const std::pair<const char*, uint32_t> firstWords[] = {
+        {"", 0},        {"A", 1},  {"AB", 0x41}, {"ABC", 0x0C41}, {"Z", 0x1A},  {"_", 0x1B},   {"9", 0x1B},
+        {"\xC3", 0x1B}, {"0", 28}, {"3", 31},    {"4", 0x20},     {"4A", 0x20}, {"B4", 0x0402}};
+    for (const auto& c : firstWords)
+        EXPECT_EQ(__IIDOfc(c.first), (IID{{c.second, 0, 0, 0}})) << '"' << c.first << '"';
+    // 25 letters fill 125 bits: the top three stay clear, case is folded and later letters do not count.
+    const IID zs = {{0xB5AD6B5A, 0xAD6B5AD6, 0x6B5AD6B5, 0x1AD6B5AD}};
+    for (const char* name :
+         {"ZZZZZZZZZZZZZZZZZZZZZZZZZ", "ZZZZZZZZZZZZZZZZZZZZZZZZZA", "zzzzzzzzzzzzzzzzzzzzzzzzz"})
+        EXPECT_EQ(__IIDOfc(name), zs) << name;
+    EXPECT_EQ(__IIDOfc("ZZZZZZZZZZZZZZZZZZZZZZZZ"), (IID{{0xB5AD6B5A, 0xAD6B5AD6, 0x6B5AD6B5, 0x00D6B5AD}}));
     // The module's globals are computed at load from their names; IUnknown is the conventional one.
     EXPECT_EQ(IID_IObjectInfo, __IIDOfc("IObjectInfo"));
     EXPECT_EQ(IID_IQELImage, __IIDOfc("IQELImage"));
     EXPECT_EQ(IID_IQELMaths, qel::iid::IQELMaths);
     EXPECT_EQ(IID_IComponentCollection, __IIDOfc("IComponentCollection"));
-    EXPECT_EQ(BytesOf(IID_IUnknown), Leading({0, 0, 0, 0, 0, 0, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46}));
+    EXPECT_EQ(IID_IUnknown, (IID{{0, 0, 0xC0, 0x46000000}}));
 }
 
 QResult Lookup(const wchar_t* text, uint64_t length, QELCreateInstanceFn* out) {

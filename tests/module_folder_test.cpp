@@ -4,79 +4,61 @@
 // names when none holds the module.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <string>
 
 #include "qel/host.h"
 
 namespace {
 
-// A throwaway tree: bin/ (the program's folder), bin/_binLIN64,
-// lib/qelimaging and opt/qel, each made to hold the module on demand.
-class ModuleFolderTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/qel-module-folder-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        root_ = pattern;
-        for (const char* folder : {"/bin", "/bin/_binLIN64", "/lib", "/lib/qelimaging", "/opt", "/opt/qel"})
-            ASSERT_EQ(mkdir((root_ + folder).c_str(), 0700), 0);
+// Folders of the throwaway tree that may hold the module; bin/ is the program's.
+enum : int { kBuildTree = 1, kRelative = 2, kInstalled = 4 };
+const char* const kFolders[] = {"/bin/_binLIN64", "/lib/qelimaging", "/opt/qel"};
+
+TEST(ModuleFolder, ChoosesTheFirstFolderHoldingTheModuleInOrder) {
+    char pattern[] = "/tmp/qel-module-folder-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    const std::string root = pattern;
+    for (const char* folder : {"/bin", "/bin/_binLIN64", "/lib", "/lib/qelimaging", "/opt", "/opt/qel"})
+        ASSERT_EQ(mkdir((root + folder).c_str(), 0700), 0);
+    // A leading '~' in a row stands for the tree's root.
+    auto At = [&](const char* path) { return path[0] == '~' ? root + (path + 1) : std::string(path); };
+    struct Case {
+        int modules;
+        const char *chosen, *relative, *installed, *expected;
+    };
+    const Case cases[] = {
+        {kBuildTree | kRelative | kInstalled, nullptr, "../lib/qelimaging", "~/opt/qel", "~/bin/_binLIN64"},
+        {kBuildTree | kRelative | kInstalled, "", "../lib/qelimaging", "~/opt/qel", "~/bin/_binLIN64"},
+        {kRelative | kInstalled, nullptr, "../lib/qelimaging", "~/opt/qel", "~/bin/../lib/qelimaging"},
+        // A relative folder without the module is passed over.
+        {kRelative | kInstalled, nullptr, "../lib/other", "~/opt/qel", "~/opt/qel"},
+        {kInstalled, nullptr, nullptr, "~/opt/qel", "~/opt/qel"},
+        {kInstalled, nullptr, "", "~/opt/qel", "~/opt/qel"},
+        // The folder the user names wins even without the module.
+        {kBuildTree, "/nowhere/qel", "../lib/qelimaging", nullptr, "/nowhere/qel"},
+        // A failed search names the installed folder, else the build tree.
+        {0, nullptr, "../lib/qelimaging", "/usr/lib/qelimaging", "/usr/lib/qelimaging"},
+        {0, nullptr, "../lib/qelimaging", nullptr, "~/bin/_binLIN64"},
+        {0, nullptr, nullptr, "", "~/bin/_binLIN64"},
+    };
+    for (size_t row = 0; row < std::size(cases); ++row) {
+        const Case& c = cases[row];
+        for (int folder = 0; folder < 3; ++folder) {
+            const std::string module = root + kFolders[folder] + "/QELImaging.so";
+            std::remove(module.c_str());
+            if ((c.modules & 1 << folder) != 0) std::fclose(std::fopen(module.c_str(), "w"));
+        }
+        const std::string installed = c.installed != nullptr ? At(c.installed) : "";
+        EXPECT_EQ(qel::ChooseModuleFolder(c.chosen, root + "/bin", c.relative,
+                                          c.installed != nullptr ? installed.c_str() : nullptr),
+                  At(c.expected))
+            << "row " << row;
     }
-    void TearDown() override {
-        for (const char* file : {"/bin/_binLIN64/QELImaging.so", "/lib/qelimaging/QELImaging.so",
-                                 "/opt/qel/QELImaging.so"})
-            std::remove((root_ + file).c_str());
-        for (const char* folder : {"/bin/_binLIN64", "/bin", "/lib/qelimaging", "/lib", "/opt/qel", "/opt", ""})
-            rmdir((root_ + folder).c_str());
-    }
-    void PutModule(const std::string& folder) {
-        FILE* file = std::fopen((root_ + folder + "/QELImaging.so").c_str(), "w");
-        ASSERT_NE(file, nullptr);
-        std::fclose(file);
-    }
-    std::string Choose(const char* chosen, const char* relative, const char* installed) {
-        return qel::ChooseModuleFolder(chosen, root_ + "/bin", relative, installed);
-    }
-    std::string root_;
-};
-
-TEST_F(ModuleFolderTest, BuildTreeBesideTheProgramComesFirst) {
-    PutModule("/bin/_binLIN64");
-    PutModule("/lib/qelimaging");
-    PutModule("/opt/qel");
-    const std::string installed = root_ + "/opt/qel";
-    EXPECT_EQ(Choose(nullptr, "../lib/qelimaging", installed.c_str()), root_ + "/bin/_binLIN64");
-    EXPECT_EQ(Choose("", "../lib/qelimaging", installed.c_str()), root_ + "/bin/_binLIN64");
-}
-
-TEST_F(ModuleFolderTest, InstalledProgramFindsTheModuleRelativeToItself) {
-    PutModule("/lib/qelimaging");
-    PutModule("/opt/qel");
-    const std::string installed = root_ + "/opt/qel";
-    EXPECT_EQ(Choose(nullptr, "../lib/qelimaging", installed.c_str()), root_ + "/bin/../lib/qelimaging");
-    // A relative folder without the module is passed over.
-    EXPECT_EQ(Choose(nullptr, "../lib/other", installed.c_str()), installed);
-}
-
-TEST_F(ModuleFolderTest, HostBuiltAgainstAnInstallationUsesItsFolder) {
-    PutModule("/opt/qel");
-    const std::string installed = root_ + "/opt/qel";
-    EXPECT_EQ(Choose(nullptr, nullptr, installed.c_str()), installed);
-    EXPECT_EQ(Choose(nullptr, "", installed.c_str()), installed);
-}
-
-TEST_F(ModuleFolderTest, FolderNamedByTheUserWinsEvenWithoutTheModule) {
-    PutModule("/bin/_binLIN64");
-    EXPECT_EQ(Choose("/nowhere/qel", "../lib/qelimaging", nullptr), "/nowhere/qel");
-}
-
-TEST_F(ModuleFolderTest, FailedSearchNamesTheInstalledFolderElseTheBuildTree) {
-    EXPECT_EQ(Choose(nullptr, "../lib/qelimaging", "/usr/lib/qelimaging"), "/usr/lib/qelimaging");
-    EXPECT_EQ(Choose(nullptr, "../lib/qelimaging", nullptr), root_ + "/bin/_binLIN64");
-    EXPECT_EQ(Choose(nullptr, nullptr, ""), root_ + "/bin/_binLIN64");
+    std::system(("rm -rf '" + root + "'").c_str());
 }
 
 TEST(FindModuleFolder, ReadsQelModuleDirFromTheEnvironment) {

@@ -67,14 +67,19 @@ void NoteAllocation(const volatile void*, size_t size) {
 void NoteFree(const volatile void*) {}
 #endif
 
-// Reads `bytes` as a netpbm file through a memory file; the error, or "" on success.
-std::string ReadNetpbmBytes(const std::string& bytes, long long maxPixels = 1 << 20) {
+using Reader = SmartPtr<IQEL> (*)(FILE*, const qel::Host&, long long, qeltool::ImageMetadata*, std::string*);
+
+// Reads `bytes` through a memory file; the error, or "" with the image in `image` when given.
+std::string ReadBytes(const std::string& bytes, Reader reader = qeltool::ReadNetpbm,
+                      SmartPtr<IQEL>* image = nullptr) {
     std::string copy = bytes, error;
     qeltool::ImageMetadata metadata;
     FILE* file = fmemopen(&copy[0], copy.size(), "rb");
-    SmartPtr<IQEL> image = qeltool::ReadNetpbm(file, qeltest::TestHost(), maxPixels, &metadata, &error);
+    SmartPtr<IQEL> read = reader(file, qeltest::TestHost(), 1 << 20, &metadata, &error);
     std::fclose(file);
-    return image ? "" : error;
+    if (!read) return error;
+    if (image != nullptr) *image = std::move(read);
+    return "";
 }
 
 // libnetpbm lost the comments it had gathered (one allocation, as long as the
@@ -86,10 +91,10 @@ TEST(Regression, BadPamHeaderLosesNoMemory) {
                                    "P7\n" + comments + "WIDTH 2\nBOGUS 1\nENDHDR\n",
                                    "P7\n" + comments + "WIDTH 2\nHEIGHT 2\nDEPTH 1\nMAXVAL 70000\nENDHDR\n",
                                    "P7\n" + comments + "WIDTH 2\n"};
-    for (const std::string& header : headers) EXPECT_NE(ReadNetpbmBytes(header), "");
+    for (const std::string& header : headers) EXPECT_NE(ReadBytes(header), "");
     const size_t before = HeapBytesInUse();
     for (int round = 0; round < 100; ++round)
-        for (const std::string& header : headers) ReadNetpbmBytes(header);
+        for (const std::string& header : headers) ReadBytes(header);
     // Lost comments would be over a megabyte by now.
     EXPECT_LT(HeapBytesInUse(), before + 16384);
 }
@@ -102,16 +107,10 @@ TEST(Regression, PngChunkLengthDoesNotSizeAnAllocation) {
 #else
     const std::string header(
         "\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR\0\0\0\x06\0\0\0\x02\x04\x03\0\0\0\x89\x73\xb0\x6d", 33);
-    const std::string bytes = header + "tRNSsPLT" + std::string(16, 'x');
     __sanitizer_install_malloc_and_free_hooks(NoteAllocation, NoteFree);
-    std::string copy = bytes, error;
-    qeltool::ImageMetadata metadata;
-    FILE* file = fmemopen(&copy[0], copy.size(), "rb");
     gWatching = true;
-    SmartPtr<IQEL> image = qeltool::ReadPng(file, qeltest::TestHost(), 1 << 20, &metadata, &error);
+    const std::string error = ReadBytes(header + "tRNSsPLT" + std::string(16, 'x'), qeltool::ReadPng);
     gWatching = false;
-    std::fclose(file);
-    EXPECT_FALSE(image);
     EXPECT_EQ(error.rfind("corrupt or truncated PNG (", 0), 0u) << error;
     EXPECT_LT(gLargestAllocation, size_t(16) << 20);
 #endif
@@ -120,52 +119,44 @@ TEST(Regression, PngChunkLengthDoesNotSizeAnAllocation) {
 // The PAM header as the reader reads it: comments and blank lines anywhere,
 // TUPLTYPE lines joined, each mistake named.
 TEST(NetpbmReader, PamHeaderMistakesAreNamed) {
+    const std::string corrupt = "corrupt netpbm file: ",
+                      unsupported = "unsupported netpbm dimensions, depth or maximum value";
     const std::pair<std::string, std::string> cases[] = {
         {"P7\n# a\n\n  WIDTH 3 \nHEIGHT 1\n#b\nDEPTH 1\nMAXVAL 1\nTUPLTYPE BLACKANDWHITE\nENDHDR\n" +
              std::string("\1\0\1", 3),
          ""},
         {"P7\nWIDTH 2\nHEIGHT x\nDEPTH 1\nMAXVAL 255\nENDHDR\n",
-         "corrupt netpbm file: non-numeric value for HEIGHT in the PAM header: 'x'"},
-        {"P7\nWIDTH -2\n", "corrupt netpbm file: non-numeric value for WIDTH in the PAM header: '-2'"},
-        {"P7\nWIDTH\n", "corrupt netpbm file: non-numeric value for WIDTH in the PAM header: ''"},
-        {"P7\nWIDTH 2\nBOGUS 1\nENDHDR\n", "corrupt netpbm file: unrecognised PAM header line 'BOGUS 1'"},
-        {"P7 WIDTH 2\n", "corrupt netpbm file: unexpected text after the PAM magic number"},
-        {"P7\nWIDTH 2\nHEIGHT 2\nMAXVAL 255\nENDHDR\n", "corrupt netpbm file: the PAM header has no DEPTH"},
-        {"P7\nWIDTH 2\nHEIGHT 2\nDEPTH 5\nMAXVAL 255\nENDHDR\n",
-         "unsupported netpbm dimensions, depth or maximum value"},
-        {"P7\nWIDTH 2\nHEIGHT 0\nDEPTH 1\nMAXVAL 255\nENDHDR\n",
-         "unsupported netpbm dimensions, depth or maximum value"},
-        {"P7\nWIDTH 2147483648\nHEIGHT 1\nDEPTH 1\nMAXVAL 255\nENDHDR\n",
-         "unsupported netpbm dimensions, depth or maximum value"},
-        {"P7\nWIDTH 2\nHEIGHT 2\nDEPTH 1\nMAXVAL 65536\nENDHDR\n",
-         "unsupported netpbm dimensions, depth or maximum value"},
+         corrupt + "non-numeric value for HEIGHT in the PAM header: 'x'"},
+        {"P7\nWIDTH -2\n", corrupt + "non-numeric value for WIDTH in the PAM header: '-2'"},
+        {"P7\nWIDTH\n", corrupt + "non-numeric value for WIDTH in the PAM header: ''"},
+        {"P7\nWIDTH 2\nBOGUS 1\nENDHDR\n", corrupt + "unrecognised PAM header line 'BOGUS 1'"},
+        {"P7 WIDTH 2\n", corrupt + "unexpected text after the PAM magic number"},
+        {"P7\nWIDTH 2\nHEIGHT 2\nMAXVAL 255\nENDHDR\n", corrupt + "the PAM header has no DEPTH"},
+        {"P7\nWIDTH 2\nHEIGHT 2\nDEPTH 5\nMAXVAL 255\nENDHDR\n", unsupported},
+        {"P7\nWIDTH 2\nHEIGHT 0\nDEPTH 1\nMAXVAL 255\nENDHDR\n", unsupported},
+        {"P7\nWIDTH 2147483648\nHEIGHT 1\nDEPTH 1\nMAXVAL 255\nENDHDR\n", unsupported},
+        {"P7\nWIDTH 2\nHEIGHT 2\nDEPTH 1\nMAXVAL 65536\nENDHDR\n", unsupported},
         {"P7\nWIDTH 2048\nHEIGHT 1024\nDEPTH 1\nMAXVAL 255\nENDHDR\n",
          "image 2048x1024 is above the pixel limit 1048576 (--max-pixels)"},
         {"P7\nWIDTH 2\nHEIGHT 2\n", "truncated file"},
         {"P7\nWIDTH 2\nHEIGHT 2\nDEPTH 1\nMAXVAL 255\nENDHDR\nabc", "truncated file"},
         {"P7\n" + std::string(5000, ' ') + "\n",
-         "corrupt netpbm file: a PAM header line is longer than 4096 characters"},
+         corrupt + "a PAM header line is longer than 4096 characters"},
         // Other netpbm kinds still go through the library's own header reading.
         {"P5\n2 1\n255\nab", ""},
-        {"P6\n2 x\n", "corrupt netpbm file: "}};
+        {"P6\n2 x\n", corrupt}};
     for (const auto& c : cases) {
-        const std::string error = ReadNetpbmBytes(c.first);
-        if (c.second == "corrupt netpbm file: ")
+        const std::string error = ReadBytes(c.first);
+        if (c.second == corrupt)
             EXPECT_EQ(error.rfind(c.second, 0), 0u) << c.first;
         else
             EXPECT_EQ(error, c.second) << c.first;
     }
     // The first case's tuple type survives the header's rebuilding: a 1-bit image, white where set.
-    std::string bytes = cases[0].first, error;
-    qeltool::ImageMetadata metadata;
-    FILE* file = fmemopen(&bytes[0], bytes.size(), "rb");
-    SmartPtr<IQEL> image = qeltool::ReadNetpbm(file, qeltest::TestHost(), 1 << 20, &metadata, &error);
-    std::fclose(file);
-    ASSERT_TRUE(image) << error;
+    SmartPtr<IQEL> image;
+    ASSERT_EQ(ReadBytes(cases[0].first, qeltool::ReadNetpbm, &image), "");
     const qel::Pixels p = qel::PixelsOf(image.Get());
-    EXPECT_EQ(p.width, 3);
-    EXPECT_EQ(p.bitCount, 1);
-    EXPECT_EQ(p.Row(0)[0], 0xA0);
+    EXPECT_EQ(std::vector<int>({p.width, p.bitCount, p.Row(0)[0]}), std::vector<int>({3, 1, 0xA0}));
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 // A stand-in for the collections module, loaded by the host services test
 // from a folder of its own: its one component, "ComponentString", makes a
 // string locator that counts its references, records the parts set on it and
-// makes plain strings. The test reads the count and the parts through the
-// two functions at the end.
+// makes strings that do nothing. The test reads the count and the parts
+// through the two functions at the end.
 #include <atomic>
 #include <cstdio>
 #include <string>
@@ -18,52 +18,29 @@ std::wstring gPartsSet;  // "part:text;" for each SetPart, in order
 class CountingLocator;
 CountingLocator* gLocator = nullptr;
 
+// The strings the locator makes: the test only holds and releases them.
 class PlainString final : public ICreatableString {
 public:
-    QResult QueryInterface(const IID&, void** object) override {
-        AddRef();
-        *object = this;
-        return QEL_OK;
-    }
+    QResult QueryInterface(const IID&, void**) override { return QEL_E_NOINTERFACE; }
     uint32_t AddRef() override { return ++refs_; }
     uint32_t Release() override {
         const uint32_t left = --refs_;
         if (left == 0) delete this;
         return left;
     }
-    QResult GetString(tagREFString* text) override {
-        *text = tagREFString{text_.size(), text_.c_str()};
-        return QEL_OK;
-    }
-    QResult GetLength(int* length) override {
-        *length = static_cast<int>(text_.size());
-        return QEL_OK;
-    }
-    QResult AppendChars(int count, const wchar_t* characters) override {
-        text_.append(characters, static_cast<size_t>(count));
-        return QEL_OK;
-    }
-    QResult SetString(tagREFString text) override {
-        text_.assign(text.text, static_cast<size_t>(text.length));
-        return QEL_OK;
-    }
-    QResult Clear() override {
-        text_.clear();
-        return QEL_OK;
-    }
+    QResult GetString(tagREFString*) override { return QEL_E_NOTIMPL; }
+    QResult GetLength(int*) override { return QEL_E_NOTIMPL; }
+    QResult AppendChars(int, const wchar_t*) override { return QEL_E_NOTIMPL; }
+    QResult SetString(tagREFString) override { return QEL_E_NOTIMPL; }
+    QResult Clear() override { return QEL_E_NOTIMPL; }
 
 private:
     std::atomic<uint32_t> refs_{1};
-    std::wstring text_;
 };
 
 class CountingLocator final : public IComponentString {
 public:
-    QResult QueryInterface(const IID&, void** object) override {
-        AddRef();
-        *object = this;
-        return QEL_OK;
-    }
+    QResult QueryInterface(const IID&, void**) override { return QEL_E_NOINTERFACE; }
     uint32_t AddRef() override { return static_cast<uint32_t>(++gLocatorReferences); }
     uint32_t Release() override {
         const int left = --gLocatorReferences;
