@@ -354,8 +354,8 @@ PYBIND11_MODULE(_core, m) {
     m.def("load", &qelpy::Load, py::arg("folder"));
     m.def("call", &qelpy::Call, py::arg("method"), py::arg("images"), py::arg("numbers"),
           py::arg("transform") = py::none());
-    m.def("rotate_clockwise", &qelpy::RotateClockwise, py::arg("image"), py::arg("degrees"), py::arg("method"),
-          py::arg("add_alpha"), py::arg("keep_size"), py::arg("background"));
+    m.def("rotate_clockwise", &qelpy::RotateClockwise, py::arg("image"), py::arg("degrees"),
+          py::arg("method"), py::arg("add_alpha"), py::arg("keep_size"), py::arg("background"));
     m.def("methods", &qelpy::OperationNames);
     m.def("method_names", &qeltool::MethodNames);
     m.def(
