@@ -14,7 +14,7 @@ GROUPS = [
     ("Colour (\"QELColorTransform\")", ["colorize", "lut", "negative", "grayscale", "shift_rgb", "gamma", "light",
                                        "set_image_alpha", "set_image_alpha_transparency",
                                        "set_image_transparent_pixel", "threshold"]),
-    ("Geometry (\"QELTransform\")", ["flip", "mirror", "rotate", "skew", "resample", "increase_bpp", "rotate_paste",
+    ("Geometry (\"QELTransform\")", ["flip", "mirror", "rotate", "rotate_clockwise", "skew", "resample", "increase_bpp", "rotate_paste",
                                     "flip_bits", "quad", "transform", "transform_paste", "flip_image_and_bits"]),
     ("Deforms (\"QELDeform\")", ["circle_transform", "bulge", "pinch", "swirl", "polar", "fold"]),
     ("Filters (\"QELFilterTransform\")", ["erode", "edge", "dilate", "filter", "contour", "jitter", "noise", "median",
@@ -39,7 +39,7 @@ the `/usr` prefix, `lib/python3.X/dist-packages` under others).
 import qelimaging as qi
 image = qi.read("photo.jpg")                  # uint8 HxWx3, bytes B, G, R
 smooth = qi.median(image, 5)                  # a view of the module's result
-turned = qi.rotate(smooth, 30, method="lanczos")
+turned = qi.rotate_clockwise(smooth, 30, method="lanczos")
 qi.write(turned, "out.png")
 ```
 

@@ -186,7 +186,13 @@ def _run(operation, method, images, numbers, transform=None):
     """Calls the module's method (GIL released). Raises QelError on a failure
     code; returns (code, delivered Image or None)."""
     raw = [None if image is None else image._image for image in images]
-    code, made = _core.call(method, raw, [float(n) for n in numbers], transform)
+    return _answer(operation, _core.call(method, raw, [float(n) for n in numbers], transform), images)
+
+
+def _answer(operation, answer, images=()):
+    """The (code, delivered image) of a call of the extension: raises QelError
+    on a failure code, copies tight copies the call wrote back to their arrays."""
+    code, made = answer
     if code < 0:
         raise QelError(operation, code)
     for image in images:

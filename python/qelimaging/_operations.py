@@ -10,7 +10,8 @@ is called. The GIL is released while the module works.
 
 import math
 
-from ._image import (ARGB, BGR, Image, QelError, _hand_back, _in_place, _model, _number, _run, _whole,
+from . import _core
+from ._image import (ARGB, BGR, Image, QelError, _answer, _hand_back, _in_place, _model, _number, _run, _whole,
                      as_image)
 
 # Interpolation methods of rotate, resample and rotate_paste, by name.
@@ -37,13 +38,14 @@ def _pair(value, name):
     return _number(first, name), _number(second, name)
 
 
-def _colour(value, name):
+def _colour(value, name, red_high=False):
     """A colour as an int in the module's packing, or (red, green, blue) packed
-    with red in the lowest byte as the alpha operations read their key."""
+    with red in the lowest byte as the alpha operations read their key (in the
+    highest of three, 0xRRGGBB, with ``red_high``)."""
     if isinstance(value, (tuple, list)):
         red, green, blue = (_whole(v, name, 0, 255) for v in value)
-        return red | green << 8 | blue << 16
-    return _whole(value, name)
+        return red << 16 | green << 8 | blue if red_high else red | green << 8 | blue << 16
+    return _whole(value, name, 0, 0xFFFFFF) if red_high else _whole(value, name)
 
 
 # ---- QELColorTransform: in place -------------------------------------------
@@ -150,12 +152,31 @@ def mirror(image):
 
 
 def rotate(image, angle, method=3, *, force_alpha=False, keep_size=False):
-    """Rotates clockwise by whole degrees with an interpolation ``method``
-    (0-15 or a name of METHODS). The result grows to the turned bounding box
-    unless ``keep_size``; ``force_alpha`` makes it 32-bit with alpha. 8-, 24-
-    and 32-bit images."""
+    """The module's Rotate: turns anticlockwise by whole degrees with an
+    interpolation ``method`` (0-15 or a name of METHODS), except that 90 and
+    270 turn clockwise by their angle, as the module defines them. The result
+    grows to the turned bounding box unless ``keep_size``; ``force_alpha``
+    makes it 32-bit with alpha. 8-, 24- and 32-bit images. ``rotate_clockwise``
+    turns as people and qel expect."""
     return _made("rotate", "Rotate", image,
                  [_whole(angle, "angle"), _method(method), int(bool(force_alpha)), int(bool(keep_size))])
+
+
+def rotate_clockwise(image, angle, method=3, *, add_alpha=False, keep_size=False, background=None):
+    """Turns clockwise by any ``angle`` in degrees, as qel's rotate word does:
+    quarter and half turns exact, whole degrees interpolated by ``method``
+    (0-15 or a name of METHODS) with the picture reaching the edges, fractions
+    of a degree by the nearest pixel. The result grows to the turned rectangle
+    unless ``keep_size``. Uncovered corners are transparent on images with
+    alpha, else the top-left pixel's colour, or ``background`` ((red, green,
+    blue) or an int 0xRRGGBB); ``add_alpha`` gives an image without alpha one
+    first, so that only the corners are clear. 8-, 24- and 32-bit images."""
+    source = as_image(image)
+    fill = None if background is None else _colour(background, "background", red_high=True)
+    answer = _core.rotate_clockwise(source._image, _number(angle, "angle"), _whole(_method(method), "method", 0, 15),
+                                    bool(add_alpha), bool(keep_size), fill)
+    _, made = _answer("rotate_clockwise", answer)
+    return _hand_back(made, image)
 
 
 def skew(image, x_gain, y_gain=0.0, *, pivot=(0, 0), force_alpha=False):

@@ -9,9 +9,12 @@ place where the cluster code meets the package's operations.
 """
 
 import functools
+import math
+import string
 
 import numpy as np
 
+from . import _core
 from . import _operations as ops
 from ._image import Image, seed
 
@@ -29,9 +32,12 @@ def _int(text):
 
 def _float(text):
     try:
-        return float(text)
+        value = float(text)
     except ValueError:
         raise StepError("bad number %r" % text) from None
+    if not math.isfinite(value):
+        raise StepError("bad number %r" % text)
+    return value
 
 
 def _ints(text):
@@ -46,10 +52,25 @@ def _point(text):
 
 
 def _colour(text):
-    if len(text) != 6:
+    digits = text[1:] if text.startswith("#") else text
+    if len(digits) != 6 or not set(digits) <= set(string.hexdigits):
         raise StepError("bad colour %r: expected RRGGBB" % text)
-    value = _int("0x" + text)
+    value = int(digits, 16)
     return (value >> 16 & 255, value >> 8 & 255, value & 255)
+
+
+def _method(text):
+    """An interpolation method as qel takes it: 0-15, or qel's name for it in any case."""
+    names = _core.method_names()
+    if text.lower() in names:
+        return names.index(text.lower())
+    try:
+        number = int(text, 0)
+    except ValueError:
+        number = -1
+    if not 0 <= number < len(names):
+        raise StepError("bad method %r: expected 0 to %d or one of %s" % (text, len(names) - 1, ", ".join(names)))
+    return number
 
 
 _FLAG = object()
@@ -71,8 +92,9 @@ _WORDS = {
     "mirror": ("mirror", [], {}),
     "swaprb": ("flip_bits", [], {}),
     "flipall": ("flip_image_and_bits", [], {}),
-    "rotate": ("rotate", [("angle", _int, None)],
-               {"--alpha": ("force_alpha", _FLAG), "--keep-size": ("keep_size", _FLAG), "--method": ("method", str)}),
+    "rotate": ("rotate_clockwise", [("angle", _float, None)],
+               {"--alpha": ("add_alpha", _FLAG), "--keep-size": ("keep_size", _FLAG), "--method": ("method", _method),
+                "--background": ("background", _colour)}),
     "skew": ("skew", [("x_gain", _float, None), ("y_gain", _float, 0.0)],
              {"--pivot": ("pivot", _point), "--alpha": ("force_alpha", _FLAG)}),
     "bulge": ("bulge", [], {"--alpha": ("with_alpha", _FLAG)}),

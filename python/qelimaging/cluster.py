@@ -198,6 +198,7 @@ _SIZED = {"median", "erode", "dilate", "edge"}
 _NOT_CHUNKED = {
     "rotate": "each result pixel is sampled at a turned position anywhere in the image",
     "rotate_paste": "each result pixel is sampled at a turned position anywhere in the image",
+    "rotate_clockwise": "each result pixel is sampled at a turned position anywhere in the image",
     "resample": "the sampling grid depends on the whole image's size",
     "skew": "the shear is measured from a pivot of the whole image and reads rows far away",
     "quad": "the warp maps result pixels to source positions anywhere in the image",

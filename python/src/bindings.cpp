@@ -6,6 +6,7 @@
 #include <pybind11/stl.h>
 
 #include <climits>
+#include <cmath>
 #include <cstdlib>
 #include <optional>
 
@@ -247,6 +248,44 @@ py::tuple Call(const std::string& method, const std::vector<std::optional<Image*
     return py::make_tuple(result, py::cast(std::move(image)));
 }
 
+// qel's rotate word through the host layer qel itself calls, so that a chain
+// gives qel's bytes: clockwise for every angle, exact quarter and half turns,
+// the picture reaching the edges and the corners filled as a person expects.
+// `background` is 0xRRGGBB, or none for the default fill. Answers as `call`
+// does.
+py::tuple RotateClockwise(const Image& source, double degrees, int method, bool addAlpha, bool keepSize,
+                          std::optional<unsigned> background) {
+    Loaded& loaded = Need();
+    if (!std::isfinite(degrees)) throw py::value_error("the angle must be a finite number");
+    if (background && *background > 0xFFFFFF) throw py::value_error("the background is a colour 0xRRGGBB");
+    const qel::Pixels p = source.Pixels();
+    // The corners' default fill is read from the top-left pixel.
+    if (p.width <= 0 || p.height <= 0 || p.bits == nullptr) throw py::value_error("the image is empty");
+    long long width = 0, height = 0;
+    qeltool::RotatedSize(p.width, p.height, degrees, keepSize, &width, &height);
+    // The layer makes the result with int sides.
+    if (width > INT_MAX || height > INT_MAX)
+        throw py::value_error("the turned image would be " + std::to_string(width) + "x" +
+                              std::to_string(height) + " pixels, too large for an image");
+    qeltool::RotateOptions options;
+    options.method = method;
+    options.addAlpha = addAlpha;
+    options.keepSize = keepSize;
+    options.hasBackground = background.has_value();
+    options.background = background.value_or(0);
+    QResult result = QEL_OK;
+    SmartPtr<IQEL> made;
+    {
+        py::gil_scoped_release release;
+        result = qeltool::RotateClockwise(loaded.components.transform.Get(), loaded.host, source.image.Get(),
+                                          degrees, options, &made);
+    }
+    if (result < 0 || !made) return py::make_tuple(result, py::none());
+    Image image;
+    image.image = std::move(made);
+    return py::make_tuple(result, py::cast(std::move(image)));
+}
+
 void Load(const std::string& folder) {
     if (g_loaded != nullptr) return;
     auto loaded = std::make_unique<Loaded>();
@@ -315,7 +354,10 @@ PYBIND11_MODULE(_core, m) {
     m.def("load", &qelpy::Load, py::arg("folder"));
     m.def("call", &qelpy::Call, py::arg("method"), py::arg("images"), py::arg("numbers"),
           py::arg("transform") = py::none());
+    m.def("rotate_clockwise", &qelpy::RotateClockwise, py::arg("image"), py::arg("degrees"),
+          py::arg("method"), py::arg("add_alpha"), py::arg("keep_size"), py::arg("background"));
     m.def("methods", &qelpy::OperationNames);
+    m.def("method_names", &qeltool::MethodNames);
     m.def(
         "seed", [](unsigned seed) { std::srand(seed); }, py::arg("seed"));
     m.def("describe", [](long long code) { return qeltool::DescribeResult(static_cast<QResult>(code)); });

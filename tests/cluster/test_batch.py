@@ -15,7 +15,7 @@ import qelimaging as qi
 from conftest import QEL, kill_a_worker_when
 from qelimaging import cluster
 
-CHAIN = "median 5 gamma 1.4 filter 1,2,1,2,4,2,1,2,1 --divisor 16 swirl gaussian sharpen".split()
+CHAIN = "median 5 gamma 1.4 filter 1,2,1,2,4,2,1,2,1 --divisor 16 swirl gaussian rotate 30 sharpen".split()
 BAD = "13-corrupt.png"
 
 
@@ -67,12 +67,18 @@ def test_folder_gives_qel_bytes_reports_the_bad_file_and_reruns_nothing(two_work
     assert snapshot(out_dir) == before
 
 
-def test_alpha_words_give_images_without_alpha_one_as_qel_does(tmp_path):
+# Words qel runs through its own layer: alpha given to images without it, and
+# rotate's clockwise turns, edges and corners.
+ADAPTED = ["alpha 128", "alphakey 90 000000", "transparent FFFFFF", "rotate 90", "rotate 30 --method lanczos",
+           "rotate 12.5", "rotate -40 --keep-size --background 336699", "rotate 200 --alpha"]
+
+
+def test_words_qel_adapts_give_qels_bytes(tmp_path):
     rng = np.random.default_rng(5)
     source, reference, ours = (str(tmp_path / name) for name in ("in.png", "qel.png", "ours.png"))
-    for shape in [(40, 30), (40, 30, 3)]:
+    for shape in [(40, 30), (40, 30, 3), (40, 30, 4)]:
         qi.write(rng.integers(0, 256, shape, dtype=np.uint8), source)
-        for chain in (["alpha", "128"], ["alphakey", "90", "000000"], ["transparent", "FFFFFF"]):
+        for chain in (words.split() for words in ADAPTED):
             subprocess.run([QEL, source] + chain + [reference], check=True, timeout=60)
             qi.write(cluster.run_steps(qi.read(source), cluster.parse_steps(chain)), ours)
             assert filecmp.cmp(ours, reference, shallow=False), (shape, chain)
@@ -92,15 +98,16 @@ def test_command_line_mistakes_exit_2_before_any_work(tmp_path, arguments, messa
 
 
 def test_steps_follow_qel_words_values_and_options():
-    # CHAIN's words are held to qel's bytes above; rotate's are not (qel turns on a repeated border).
-    steps = cluster.parse_steps("rotate 30 --keep-size --method nearest alphakey 90 FF8000")
+    steps = cluster.parse_steps("rotate 30 --keep-size --method Lanczos --background #336699 alphakey 90 FF8000")
     assert [(step.function, step.params) for step in steps] == [
-        ("rotate", {"angle": 30, "keep_size": True, "method": "nearest"}),
+        ("rotate_clockwise", {"angle": 30.0, "keep_size": True, "method": 5, "background": (0x33, 0x66, 0x99)}),
         ("set_image_alpha_transparency", {"alpha": 90, "key_colour": (255, 128, 0)}),
     ]
     for words, message in [("", "no operation given"), ("median --size 3", "median: unknown option --size"),
                            ("transparent F00", "transparent: bad colour 'F00': expected RRGGBB"),
-                           ("filter 1,2 --divisor", "filter: --divisor needs a value")]:
+                           ("filter 1,2 --divisor", "filter: --divisor needs a value"),
+                           ("rotate nan", "rotate: bad number 'nan'"),
+                           ("rotate 30 --method 16", "rotate: bad method '16': expected 0 to 15")]:
         with pytest.raises(cluster.StepError, match="^" + message):
             cluster.parse_steps(words)
 

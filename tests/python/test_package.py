@@ -84,6 +84,8 @@ class TestErrors:
         (lambda a: qi.light(a, 2 ** 40), "between"),
         (lambda a: qi.resample(a, (4, 4), method="blurry"), "unknown method"),
         (lambda a: qi.transform(a, (1, 0, 0)), "six numbers"),
+        (lambda a: qi.rotate_clockwise(a, float("inf")), "the angle must be a finite number"),
+        (lambda a: qi.rotate_clockwise(qi.Image(), 90), "the image is empty"),
     ])
     def test_bad_arrays_and_arguments_are_value_errors(self, bgr, call, message):
         with pytest.raises(ValueError, match=message):
