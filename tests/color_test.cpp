@@ -170,10 +170,8 @@ Bytes AlphaAfter(int width, int height, const Bytes& pixels, const Op& op) {
 }
 
 TEST(ColourAlpha, LowestByteOneForZeroAndTheKeyColour) {
-    EXPECT_EQ(AlphaAfter(3, 2, {}, Call(&C::SetImageAlpha, 0, 99)), Bytes(6, 1));
-    EXPECT_EQ(AlphaAfter(3, 2, {}, Call(&C::SetImageAlpha, 300, 99)), Bytes(6, 44));
-    EXPECT_EQ(AlphaAfter(3, 2, {}, Call(&C::SetImageAlpha, 256, 99)), Bytes(6, 0));
-    EXPECT_EQ(AlphaAfter(1, 1, {}, Call(&C::SetImageAlpha, -1, 99)), Bytes(1, 255));
+    for (const auto& stored : {std::make_pair(0, 1), {300, 44}, {256, 0}, {-1, 255}})
+        EXPECT_EQ(AlphaAfter(3, 2, {}, Call(&C::SetImageAlpha, stored.first, 99)), Bytes(6, stored.second));
     // The key is red, green, blue from the low byte: pure red, red with green 1,
     // (0x11, 0x22, 0x33), pure blue.
     const Bytes pixels = {0, 0, 255, 0x80, 0, 1, 255, 0x81, 0x33, 0x22, 0x11, 0x82, 255, 0, 0, 0x83};
