@@ -402,10 +402,9 @@ TEST(MathsKernels, InPlaceAndStagedRowsAgree) {
             for (const auto& from : formats) {
                 SmartPtr<BufferImage> source = Random(w, h, from.first, 21, 3, true);
                 SmartPtr<BufferImage> narrowMask = Random(w - (w > 1), h, 8, 22, 1);
-                ImageView infoSource, infoDest;
-                ReadFormat(source.Get(), &infoSource);
+                ImageView infoDest;
                 infoDest.bitCount = bits, infoDest.colourModel = to.second;
-                const ScaleCase scaleCase = ChooseScaleCase(infoSource, infoDest);
+                const ScaleCase scaleCase = ChooseScaleCase(ReadImageView(source.Get()), infoDest);
                 const MathsPlane ps8 = PlaneOf(source.Get()), pn = PlaneOf(narrowMask.Get());
                 ExpectRoadsAgree(w, h, bits, to.second, [&](MathsPlane d, RowStage& s) {
                     ScaleRows(scaleCase, d, ps8, &pn, w, h, 1.7f, -20.5f, s);
