@@ -12,6 +12,13 @@ namespace {
 
 using namespace qeltest;
 using Op = std::function<QResult(IQEL*)>;
+using C = IQELColorTransform;
+
+// One method of the component with its arguments after the image.
+template <class... Params, class... Args>
+Op Call(QResult (C::*method)(IQEL*, Params...), Args... args) {
+    return [=](IQEL* image) { return (Colours()->*method)(image, static_cast<Params>(args)...); };
+}
 
 // The pixel rows after `op` ran on an image of these rows (random padding,
 // bottom-up at odd widths). In-place operations must leave every byte outside
@@ -34,12 +41,17 @@ Bytes Ramp() {
 }
 // The table a tone operation applied, read back from a 256 x 1 grey ramp.
 Bytes TableOf(const Op& op) { return After(256, 1, 8, Ramp(), op); }
+// The entries of `table` at `at`.
+Bytes Entries(const Bytes& table, std::initializer_list<int> at) {
+    Bytes picked;
+    for (int i : at) picked.push_back(table[size_t(i)]);
+    return picked;
+}
 
-TEST(ColourTone, LutNegativeAndNullImages) {
+TEST(ColourTone, LutNegativeAndPaletteDepths) {
     unsigned char table[256];
     for (int v = 0; v < 256; ++v) table[v] = static_cast<unsigned char>(v * 7 + 3);
-    const Op lut = [&](IQEL* image) { return Colours()->Lut(image, table); };
-    const Op negative = [](IQEL* image) { return Colours()->Negative(image); };
+    const Op lut = Call(&C::Lut, table), negative = Call(&C::Negative);
     EXPECT_EQ(After(3, 2, 8, {0, 1, 2, 253, 254, 255}, lut), (Bytes{3, 10, 17, 0xEE, 0xF5, 0xFC}));
     EXPECT_EQ(After(2, 1, 32, {1, 2, 3, 0x80, 4, 5, 6, 0}, lut), (Bytes{10, 17, 24, 0x80, 31, 38, 45, 0}));
     EXPECT_EQ(After(1, 2, 24, {1, 2, 3, 200, 100, 50}, negative), (Bytes{254, 253, 252, 55, 155, 205}));
@@ -53,58 +65,40 @@ TEST(ColourTone, LutNegativeAndNullImages) {
 
 TEST(ColourTone, LightAndGammaComputeInSinglePrecision) {
     const auto light = [](int brightness, int contrast) {
-        return TableOf([=](IQEL* image) { return Colours()->Light(image, brightness, contrast); });
+        return TableOf(Call(&C::Light, brightness, contrast));
     };
+    const auto gamma = [](float g) { return TableOf(Call(&C::Gamma, g)); };
     EXPECT_EQ(light(0, 0), Ramp());
+    EXPECT_EQ(gamma(1.0f), Ramp());
     EXPECT_EQ(light(20, -100), Bytes(256, 148));
-    const Bytes brighter = light(200, 0), steep = light(-200, 200), half = light(0, 50);
-    EXPECT_EQ((Bytes{brighter[0], brighter[54], brighter[55], brighter[255]}), (Bytes{200, 254, 255, 255}));
-    // Slope 3, offset -72: the product is not clamped before the offset.
-    EXPECT_EQ((Bytes{steep[0], steep[150], steep[153], steep[170], steep[255]}), (Bytes{0, 0, 3, 54, 255}));
-    // Slope 1.5: values truncate toward zero.
-    EXPECT_EQ((Bytes{half[43], half[44], half[127], half[129]}), (Bytes{0, 2, 126, 129}));
-    // 100 x 0.01f rounds to 1 in single precision, stays below 1 in double.
-    EXPECT_EQ(light(0, -99)[228], 129);
     EXPECT_EQ(light(0x7FFFFFFF, 0), Bytes(256, 255));
     EXPECT_EQ(light(-0x7FFFFFFF - 1, 0), Bytes(256, 0));
-    const auto gamma = [](float g) {
-        return TableOf([=](IQEL* image) { return Colours()->Gamma(image, g); });
-    };
-    EXPECT_EQ(gamma(1.0f), Ramp());
     EXPECT_EQ(gamma(0.0f), Bytes(256, 0));
-    const Bytes bright = gamma(2.2f), dark = gamma(0.43f);
-    EXPECT_EQ(Bytes(bright.begin(), bright.begin() + 8), (Bytes{0, 20, 28, 33, 38, 42, 46, 49}));
+    EXPECT_EQ(Entries(light(200, 0), {0, 54, 55, 255}), (Bytes{200, 254, 255, 255}));
+    // Slope 3, offset -72: the product is not clamped before the offset.
+    EXPECT_EQ(Entries(light(-200, 200), {0, 150, 153, 170, 255}), (Bytes{0, 0, 3, 54, 255}));
+    // Slope 1.5: values truncate toward zero.
+    EXPECT_EQ(Entries(light(0, 50), {43, 44, 127, 129}), (Bytes{0, 2, 126, 129}));
+    // 100 x 0.01f rounds to 1 in single precision, stays below 1 in double.
+    EXPECT_EQ(light(0, -99)[228], 129);
+    EXPECT_EQ(Entries(gamma(2.2f), {0, 1, 2, 3, 4, 5, 6, 7}), (Bytes{0, 20, 28, 33, 38, 42, 46, 49}));
     // An exponent of 1 / 0.43 formed in double would map 255 to 255, of 1 / 0.12 to 254.
-    EXPECT_EQ(Bytes(dark.begin() + 251, dark.end()), (Bytes{245, 248, 250, 252, 254}));
+    EXPECT_EQ(Entries(gamma(0.43f), {251, 252, 253, 254, 255}), (Bytes{245, 248, 250, 252, 254}));
     EXPECT_EQ(gamma(0.12f)[255], 255);
 }
 
 TEST(ColourTone, ShiftRGBClampsChannelsAndPaletteDepthsTakeTheNearestGrey) {
-    const auto shift = [](int r, int g, int b) {
-        return [=](IQEL* i) { return Colours()->ShiftRGB(i, r, g, b); };
-    };
-    EXPECT_EQ(After(2, 2, 24, {0, 0, 0, 10, 20, 30, 255, 128, 1, 200, 7, 100}, shift(300, 0, -300)),
-              (Bytes{0, 0, 255, 0, 20, 255, 0, 128, 255, 0, 7, 255}));
-    EXPECT_EQ(After(1, 2, 32, {10, 20, 30, 0x42, 250, 5, 128, 0xFF}, shift(-29, 10, 6)),
+    EXPECT_EQ(
+        After(2, 2, 24, {0, 0, 0, 10, 20, 30, 255, 128, 1, 200, 7, 100}, Call(&C::ShiftRGB, 300, 0, -300)),
+        (Bytes{0, 0, 255, 0, 20, 255, 0, 128, 255, 0, 7, 255}));
+    EXPECT_EQ(After(1, 2, 32, {10, 20, 30, 0x42, 250, 5, 128, 0xFF}, Call(&C::ShiftRGB, -29, 10, 6)),
               (Bytes{16, 30, 1, 0x42, 255, 15, 99, 0xFF}));
-    // (100, 100, 101) is nearest to 100, (100, 101, 101) to 101.
-    EXPECT_EQ(After(3, 1, 8, {100, 0, 255}, shift(1, 0, 0)), (Bytes{100, 0, 255}));
-    EXPECT_EQ(After(3, 1, 8, {100, 0, 255}, shift(1, 1, 0)), (Bytes{101, 1, 255}));
-    Bytes expected(256);
-    for (int v = 0; v < 256; ++v)
-        expected[size_t(v)] = static_cast<unsigned char>(NearestGreyByWalk(
-            ClampToByte(v - 40), ClampToByte(v + 20), ClampToByte(v + 10)));
-    EXPECT_EQ(TableOf(shift(10, 20, -40)), expected);
-    // 4 bits store the new index's low nibble (5 -> 15, 15 -> 25, 0 -> 10),
-    // 1 bit its low bit (1 -> 2, 0 -> 1); unused low bits of a row's last byte stay.
-    EXPECT_EQ(After(3, 1, 4, {0x5F, 0x0A}, shift(30, 0, 0)), (Bytes{0xF9, 0xAA}));
-    EXPECT_EQ(After(10, 1, 1, {0xA5, 0xBF}, shift(3, 0, 0)), (Bytes{0x5A, 0x7F}));
+    // Palette depths: 4 bits store the new index's low nibble (5 -> 15, 15 -> 25, 0 -> 10).
+    EXPECT_EQ(After(3, 1, 4, {0x5F, 0x0A}, Call(&C::ShiftRGB, 30, 0, 0)), (Bytes{0xF9, 0xAA}));
 }
 
 TEST(ColourTone, GrayScaleReadsTwoBytesPastEightBitPixelsAndThresholdFollows) {
-    const Op grey = [](IQEL* image) { return Colours()->GrayScale(image); };
-    EXPECT_EQ(After(2, 1, 32, {10, 20, 31, 0x33, 255, 255, 254, 0xC0}, grey, false),
-              (Bytes{20, 20, 20, 0x33, 254, 254, 254, 0xC0}));
+    const Op grey = Call(&C::GrayScale);
     EXPECT_EQ(After(2, 1, 24, {0, 0, 2, 100, 101, 101}, grey, false), (Bytes{0, 0, 0, 100, 100, 100}));
     // 4 bits are not written: the source takes the new image's zeroes.
     EXPECT_EQ(After(5, 2, 4, {0x12, 0x34, 0x50, 0xFF, 0xEE, 0xD0}, grey, false), Bytes(6, 0));
@@ -118,7 +112,7 @@ TEST(ColourTone, GrayScaleReadsTwoBytesPastEightBitPixelsAndThresholdFollows) {
     EXPECT_EQ(Colours()->GrayScale(packed.Get()), QEL_OK);
     EXPECT_EQ(PixelBytes(packed.Get())[2], 76);   // 306 x 255 >> 10
     EXPECT_EQ(PixelBytes(packed.Get())[3], 187);  // (601 x 255 + 306 x 128) >> 10
-    // On a runtime image, then Threshold: grey 66 is not above level 66.
+    // On a runtime image with alpha, then Threshold: grey 66 is not above level 66.
     SmartPtr<IQELImageDIB> image = TestHost().NewImage(2, 2, 32, QEL_MODEL_ARGB);
     SetPixelBytes(image.Get(), {10, 20, 31, 0x40, 127, 128, 128, 0x41, 200, 0, 0, 0x42, 1, 2, 3, 0x43});
     EXPECT_EQ(Colours()->GrayScale(image.Get()), QEL_OK);
@@ -128,22 +122,16 @@ TEST(ColourTone, GrayScaleReadsTwoBytesPastEightBitPixelsAndThresholdFollows) {
     EXPECT_EQ(PixelBytes(image.Get()),
               (Bytes{0, 0, 0, 0x40, 255, 255, 255, 0x41, 0, 0, 0, 0x42, 0, 0, 0, 0x43}));
     EXPECT_EQ(RefCountOf(image.Get()), 1u);
-    const auto threshold = [](int level) { return [=](IQEL* i) { return Colours()->Threshold(i, level); }; };
-    EXPECT_EQ(After(3, 1, 24, {127, 127, 127, 120, 130, 134, 0, 0, 2}, threshold(127), false),
+    EXPECT_EQ(After(3, 1, 24, {127, 127, 127, 120, 130, 134, 0, 0, 2}, Call(&C::Threshold, 127), false),
               (Bytes{0, 0, 0, 255, 255, 255, 0, 0, 0}));
-    EXPECT_EQ(After(1, 1, 24, {255, 255, 255}, threshold(0x7FFFFFFF), false), (Bytes{0, 0, 0}));
+    EXPECT_EQ(After(1, 1, 24, {255, 255, 255}, Call(&C::Threshold, 0x7FFFFFFF), false), (Bytes{0, 0, 0}));
     // 4 and 1 bits are zeroed by the grey step; white is stored as 15 or 1.
-    EXPECT_EQ(After(3, 1, 4, {0xF7, 0x30}, threshold(-1), false), (Bytes{0xFF, 0xF0}));
-    EXPECT_EQ(After(3, 1, 4, {0xF7, 0x30}, threshold(0), false), (Bytes{0x00, 0x00}));
-    EXPECT_EQ(After(9, 1, 1, {0x5A, 0x80}, threshold(-1), false), (Bytes{0xFF, 0x80}));
+    EXPECT_EQ(After(3, 1, 4, {0xF7, 0x30}, Call(&C::Threshold, -1), false), (Bytes{0xFF, 0xF0}));
+    EXPECT_EQ(After(3, 1, 4, {0xF7, 0x30}, Call(&C::Threshold, 0), false), (Bytes{0x00, 0x00}));
+    EXPECT_EQ(After(9, 1, 1, {0x5A, 0x80}, Call(&C::Threshold, -1), false), (Bytes{0xFF, 0x80}));
 }
 
 TEST(ColourColorize, TintsInSinglePrecisionWrapsHueAnglesAndBlendsBelow0999) {
-    const auto tint = [](int hue, int saturation, float blend) {
-        return [=](IQEL* i) {
-            return Colours()->Colorize(i, (unsigned char)hue, (unsigned char)saturation, blend);
-        };
-    };
     const Bytes pixel = {40, 100, 200};
     const struct {
         int hue, saturation;
@@ -159,13 +147,12 @@ TEST(ColourColorize, TintsInSinglePrecisionWrapsHueAnglesAndBlendsBelow0999) {
         {200, 255, 1.5f, pixel, {240, 0, 169}},       {200, 255, -1.0f, pixel, pixel},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(After(1, 1, 24, c.in, tint(c.hue, c.saturation, c.blend)), c.out) << c.hue;
-    EXPECT_EQ(After(2, 1, 32, {40, 100, 200, 0x5A, 128, 128, 128, 0}, tint(200, 255, 1.0f)),
+        EXPECT_EQ(After(1, 1, 24, c.in, Call(&C::Colorize, c.hue, c.saturation, c.blend)), c.out) << c.hue;
+    const Op tint = Call(&C::Colorize, 200, 255, 1.0f);
+    EXPECT_EQ(After(2, 1, 32, {40, 100, 200, 0x5A, 128, 128, 128, 0}, tint),
               (Bytes{240, 0, 169, 0x5A, 254, 1, 180, 0}));
     // Palette images take the grey nearest to the tinted colour.
-    EXPECT_EQ(After(8, 1, 8, {0, 17, 34, 51, 68, 85, 238, 255}, tint(200, 255, 0.5f)),
-              (Bytes{0, 18, 36, 54, 72, 90, 239, 255}));
-    EXPECT_EQ(After(3, 1, 4, {0x05, 0xD7}, tint(200, 255, 1.0f)), (Bytes{0x06, 0xF7}));
+    EXPECT_EQ(After(3, 1, 4, {0x05, 0xD7}, tint), (Bytes{0x06, 0xF7}));
 }
 
 // The alpha bytes of a 32-bit image after `op`; every other byte must stay.
@@ -183,38 +170,29 @@ Bytes AlphaAfter(int width, int height, const Bytes& pixels, const Op& op) {
 }
 
 TEST(ColourAlpha, LowestByteOneForZeroAndTheKeyColour) {
-    const auto only = [](int a) {
-        return [=](IQEL* image) { return Colours()->SetImageAlpha(image, a, 99); };
-    };
-    EXPECT_EQ(AlphaAfter(3, 2, {}, only(0)), Bytes(6, 1));
-    EXPECT_EQ(AlphaAfter(3, 2, {}, only(300)), Bytes(6, 44));
-    EXPECT_EQ(AlphaAfter(3, 2, {}, only(256)), Bytes(6, 0));
-    EXPECT_EQ(AlphaAfter(1, 1, {}, only(-1)), Bytes(1, 255));
-    // The key is red, green, blue from the low byte: pure red, red with green 1, (0x11, 0x22, 0x33), pure
-    // blue.
+    for (const auto& stored : {std::make_pair(0, 1), {300, 44}, {256, 0}, {-1, 255}})
+        EXPECT_EQ(AlphaAfter(3, 2, {}, Call(&C::SetImageAlpha, stored.first, 99)), Bytes(6, stored.second));
+    // The key is red, green, blue from the low byte: pure red, red with green 1,
+    // (0x11, 0x22, 0x33), pure blue.
     const Bytes pixels = {0, 0, 255, 0x80, 0, 1, 255, 0x81, 0x33, 0x22, 0x11, 0x82, 255, 0, 0, 0x83};
-    const auto transparent = [](unsigned key) {
-        return [=](IQEL* image) { return Colours()->SetImageTransparentPixel(image, key); };
-    };
-    EXPECT_EQ(AlphaAfter(2, 2, pixels, transparent(0x000000FF)), (Bytes{0x00, 0x81, 0x82, 0x83}));
-    EXPECT_EQ(AlphaAfter(2, 2, pixels, transparent(0xFF0000FF)), (Bytes{0x00, 0x81, 0x82, 0x83}));
-    EXPECT_EQ(AlphaAfter(2, 2, pixels, transparent(0x00332211)), (Bytes{0x80, 0x81, 0x00, 0x83}));
-    const auto both = [](int alpha, unsigned key) {
-        return [=](IQEL* image) { return Colours()->SetImageAlphaTransparency(image, alpha, key); };
-    };
+    const unsigned keys[] = {0x000000FF, 0xFF0000FF, 0x00332211};
+    const Bytes keyed[] = {{0x00, 0x81, 0x82, 0x83}, {0x00, 0x81, 0x82, 0x83}, {0x80, 0x81, 0x00, 0x83}};
+    for (int k = 0; k < 3; ++k)
+        EXPECT_EQ(AlphaAfter(2, 2, pixels, Call(&C::SetImageTransparentPixel, keys[k])), keyed[k]) << k;
     const Bytes greys = {255, 255, 255, 0x10, 254, 255, 255, 0x20, 0, 0, 0, 0x30};
-    EXPECT_EQ(AlphaAfter(3, 1, greys, both(128, 0xFFFFFF)), (Bytes{0, 128, 128}));
+    EXPECT_EQ(AlphaAfter(3, 1, greys, Call(&C::SetImageAlphaTransparency, 128, 0xFFFFFF)),
+              (Bytes{0, 128, 128}));
     // Alpha 0 becomes 1, so that 0 is left to the key colour alone.
-    EXPECT_EQ(AlphaAfter(3, 1, greys, both(0, 0xAB000000)), (Bytes{1, 1, 0}));
+    EXPECT_EQ(AlphaAfter(3, 1, greys, Call(&C::SetImageAlphaTransparency, 0, 0xAB000000u)), (Bytes{1, 1, 0}));
 }
 
 TEST(ColourAlpha, DepthsWithoutAlphaAndThreeByteLayouts) {
+    const Op alphaOps[] = {Call(&C::SetImageAlpha, 5, 0), Call(&C::SetImageTransparentPixel, 0),
+                           Call(&C::SetImageAlphaTransparency, 5, 0)};
     for (int bitCount : {1, 4, 8, 16, 24}) {
         auto image = Random(3, 2, bitCount, 5, 2);
         const Bytes before = image->Snapshot();
-        EXPECT_EQ(Colours()->SetImageAlpha(image.Get(), 5, 0), QEL_E_FAIL) << bitCount;
-        EXPECT_EQ(Colours()->SetImageTransparentPixel(image.Get(), 0), QEL_E_FAIL) << bitCount;
-        EXPECT_EQ(Colours()->SetImageAlphaTransparency(image.Get(), 5, 0), QEL_E_FAIL) << bitCount;
+        for (const Op& op : alphaOps) EXPECT_EQ(op(image.Get()), QEL_E_FAIL) << bitCount;
         EXPECT_EQ(image->Snapshot(), before) << bitCount;
     }
     EXPECT_EQ(Colours()->SetImageAlpha(Random(4, 0, 32, 1).Get(), 5, 0), QEL_OK);
