@@ -102,6 +102,14 @@ protected:
         const Outcome outcome = Shell(line);
         ASSERT_EQ(outcome.status, 0) << line << "\n" << outcome.err;
     }
+    // Two command lines that must write the same bytes, each to the file it
+    // names last; the second may be just the name of a file there is.
+    void ExpectSameFile(const std::string& one, const std::string& other) {
+        Ok(other.find(' ') == std::string::npos ? one : one + " && " + other);
+        const std::string first = ReadFile(Path(one.substr(one.rfind(' ') + 1)));
+        EXPECT_NE(first, "") << one;
+        EXPECT_EQ(first, ReadFile(Path(other.substr(other.rfind(' ') + 1)))) << one << "\n" << other;
+    }
     // The samples of a PAM written by qel, and its tuple type.
     Samples PamSamples(const std::string& name, std::string* tuple = nullptr) {
         const std::string bytes = ReadFile(Path(name));
@@ -129,7 +137,7 @@ protected:
     }
     // A failure with this status and one "qel: " line starting with `message`
     // that writes, changes and leaves behind no file.
-    void ExpectFailure(const std::string& arguments, int status, const std::string& message) {
+    Outcome ExpectFailure(const std::string& arguments, int status, const std::string& message) {
         const auto before = Contents();
         const Outcome outcome = Run(arguments);
         EXPECT_EQ(outcome.status, status) << arguments << ": " << outcome.err;
@@ -140,6 +148,7 @@ protected:
             EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
         }
         EXPECT_TRUE(Contents() == before) << arguments;
+        return outcome;
     }
     void ExpectResult(const std::string& arguments, const std::string& format) {
         const Outcome outcome = Run(arguments);
