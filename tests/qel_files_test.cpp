@@ -168,18 +168,6 @@ TEST_F(QelFiles, BmpVariantsReadAsStored) {
     ExpectRefused("short.bmp", "truncated BMP");
 }
 
-TEST_F(QelFiles, TiffPages) {
-    WriteFile(Path("pages.tif"), GreyTiffPages(3, 4));
-    Ok("qel pages.tif[2] p2.pgm && qel pages.tif p0.pgm");
-    EXPECT_EQ(ReadFile(Path("p2.pgm")), std::string("P5\n4 1\n255\n") + "\x20\x21\x22\x23");
-    EXPECT_EQ(ReadFile(Path("p0.pgm")), std::string("P5\n4 1\n255\n") + std::string("\x00\x01\x02\x03", 4));
-    ExpectRefused("pages.tif[3]", "no page 3 (the file has 3, counted from 0)");
-    EXPECT_EQ(
-        Run("info pages.tif").out,
-        "pages.tif: TIFF 4x1, 8 bits per sample, read as 8-bit MONO, no palette, no alpha, orientation 1, "
-        "no ICC profile, 3 pages\n");
-}
-
 TEST_F(QelFiles, SixteenBitSamplesAreReducedWithANote) {
     WriteFile(Path("deep.png"), Png(3, 2, 16, 0,
                                     Big16(0x0000) + Big16(0x01FF) + Big16(0xFFFF) + Big16(0x1234) +
@@ -265,7 +253,9 @@ TEST_F(QelFiles, PipesGiveTheSameBytesAsFiles) {
     EXPECT_EQ(ExpectFailure("in.png -", 2, message).out, "");
 }
 
-TEST_F(QelFiles, BatchWritesEveryGoodFileAndNamesTheBadOne) {
+// A batch writes every good file as a single run would, names the bad one,
+// and gives each file the noise a single run gives it.
+TEST_F(QelFiles, BatchesRunAsSingleRunsDoAndNameTheBadFile) {
     Ok("mkdir in && for i in $(seq 1 40); do qel sample resample $((20 + i))x17 in/f$i.png || exit 1; done");
     WriteFile(Path("in/f17.png"), ReadFile(Path("in/f17.png")).substr(0, 90));
     const Outcome outcome = Run("batch in/*.png -o out -j 2 -- median 3 rotate 90");
@@ -277,26 +267,25 @@ TEST_F(QelFiles, BatchWritesEveryGoodFileAndNamesTheBadOne) {
     const std::vector<std::string> written = Listing("out");
     EXPECT_EQ(written.size(), 39u);
     EXPECT_EQ(std::count(written.begin(), written.end(), "f17.png"), 0);
-    for (const std::string name : {"f1.png", "f16.png", "f18.png", "f40.png"}) {
-        Ok("qel in/" + name + " median 3 rotate 90 single.png");
-        EXPECT_EQ(ReadFile(Path("out/" + name)), ReadFile(Path("single.png"))) << name;
-    }
-}
-
-TEST_F(QelFiles, BatchWithNoiseRunsAsSingleRunsDo) {
-    Ok("qel sample resample 20x10 a.png && qel sample resample 30x10 b.png && qel b.png noise 30 single.png");
-    const Outcome outcome = Run("batch a.png b.png -o out --format png -j 2 -- noise 30");
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.err.rfind("qel: noise and jitter share one random sequence", 0), 0u) << outcome.err;
-    EXPECT_EQ(ReadFile(Path("out/b.png")), ReadFile(Path("single.png")));
-    for (const std::string wrong :
-         {"a.png -o out", "a.png -- blur", "a.png -o out -- blur -j 2", "a.png b.png/a.png -o out -- blur"})
+    for (const std::string name : {"f1.png", "f16.png", "f18.png", "f40.png"})
+        ExpectSameFile("qel in/" + name + " median 3 rotate 90 single.png", "out/" + name);
+    const Outcome noisy = Run("batch in/f1.png in/f2.png -o noisy --format png -j 2 -- noise 30");
+    EXPECT_EQ(noisy.status, 0);
+    EXPECT_EQ(noisy.err.rfind("qel: noise and jitter share one random sequence", 0), 0u) << noisy.err;
+    ExpectSameFile("qel in/f2.png noise 30 single.png", "noisy/f2.png");
+    for (const std::string wrong : {"in/f1.png -o out", "in/f1.png -- blur", "in/f1.png -o out -- blur -j 2",
+                                    "in/f1.png in/f2.png/f1.png -o out -- blur"})
         ExpectFailure("batch " + wrong, 2, "qel: batch: ");
 }
 
-TEST_F(QelFiles, InfoDescribesEachFile) {
-    Ok("qel sample resample 8x6 c.png && qel sample resample 8x6 g.pgm && qel g.pgm threshold 100 b.gif");
-    const Outcome outcome = Run("info c.png g.pgm b.gif missing.png");
+TEST_F(QelFiles, InfoDescribesEachFileAndTiffPagesAreReadByNumber) {
+    WriteFile(Path("pages.tif"), GreyTiffPages(3, 4));
+    Ok("qel sample resample 8x6 c.png && qel sample resample 8x6 g.pgm && qel g.pgm threshold 100 b.gif && "
+       "qel pages.tif[2] p2.pgm && qel pages.tif p0.pgm");
+    EXPECT_EQ(ReadFile(Path("p2.pgm")), std::string("P5\n4 1\n255\n") + "\x20\x21\x22\x23");
+    EXPECT_EQ(ReadFile(Path("p0.pgm")), std::string("P5\n4 1\n255\n") + std::string("\x00\x01\x02\x03", 4));
+    ExpectRefused("pages.tif[3]", "no page 3 (the file has 3, counted from 0)");
+    const Outcome outcome = Run("info c.png g.pgm b.gif pages.tif missing.png");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(
         outcome.out,
@@ -305,7 +294,9 @@ TEST_F(QelFiles, InfoDescribesEachFile) {
         "g.pgm: netpbm 8x6, 8 bits per sample, read as 8-bit MONO, no palette, no alpha, orientation 1, "
         "no ICC profile\n"
         "b.gif: GIF 8x6, 8 bits per sample, read as 8-bit MONO, palette of 2, no alpha, orientation 1, no "
-        "ICC profile\n");
+        "ICC profile\n"
+        "pages.tif: TIFF 4x1, 8 bits per sample, read as 8-bit MONO, no palette, no alpha, orientation 1, "
+        "no ICC profile, 3 pages\n");
     EXPECT_EQ(outcome.err, "qel: missing.png: cannot open: No such file or directory\n");
 }
 
@@ -337,11 +328,11 @@ TEST_F(QelFiles, HostileFilesAreRefusedWithOneLine) {
     }
     std::string bmp = ReadFile(Path("good.bmp"));
     bmp.replace(18, 8, Little32(1u << 30) + Little32(1u << 20));
-    const char* limit = " is above the pixel limit 268435456";
-    const struct {
-        const char* name;
-        std::string bytes, reason;
-    } headers[] = {
+    // Start of frame with 65535 x 65535, then nothing.
+    const std::string jpeg(
+        "\xFF\xD8\xFF\xC0\x00\x11\x08\xFF\xFF\xFF\xFF\x03\x01\x22\x00\x02\x11\x01\x03\x11\x01\xFF\xD9", 23);
+    // Each file's name, bytes, and the size it is refused for by the pixel limit (when it gets that far).
+    const std::string headers[][3] = {
         {"huge.png", Png(0x7FFFFFFF, 0x7FFFFFFF, 8, 2, ""), ""},
         {"wide.png", Png(0x7FFFFFFF, 1, 8, 2, ""), ""},
         {"zero.png", Png(0, 0, 8, 2, ""), ""},
@@ -355,20 +346,13 @@ TEST_F(QelFiles, HostileFilesAreRefusedWithOneLine) {
         {"huge.pam", "P7\nWIDTH 99999999\nHEIGHT 99999999\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n",
          ""},
         {"deep.pam", "P7\nWIDTH 1\nHEIGHT 1\nDEPTH 4000000000\nMAXVAL 255\nENDHDR\nx", ""},
-        // Start of frame with 65535 x 65535, then nothing.
-        {"huge.jpg",
-         std::string(
-             "\xFF\xD8\xFF\xC0\x00\x11\x08\xFF\xFF\xFF\xFF\x03\x01\x22\x00\x02\x11\x01\x03\x11\x01\xFF\xD9",
-             23),
-         ""},
-        {"huge.tif", GreyTiffPages(1, 4000000u, 4000000u, false),
-         std::string("image 4000000x4000000") + limit},
-        {"huge.gif", "GIF89a" + Little16(65535) + Little16(65535) + std::string("\0\0\0;", 4),
-         std::string("image 65535x65535") + limit},
-        {"huge.bmp", bmp, std::string("image 1073741824x1048576") + limit}};
-    for (const auto& header : headers) {
-        WriteFile(Path(header.name), header.bytes);
-        ExpectRefused(header.name, header.reason);
+        {"huge.jpg", jpeg, ""},
+        {"huge.tif", GreyTiffPages(1, 4000000u, 4000000u, false), "4000000x4000000"},
+        {"huge.gif", "GIF89a" + Little16(65535) + Little16(65535) + std::string("\0\0\0;", 4), "65535x65535"},
+        {"huge.bmp", bmp, "1073741824x1048576"}};
+    for (const auto& [name, bytes, size] : headers) {
+        WriteFile(Path(name), bytes);
+        ExpectRefused(name, size.empty() ? "" : "image " + size + " is above the pixel limit 268435456");
     }
 }
 

@@ -3,13 +3,13 @@
 // depend on the codecs under test), PAMs, and the samples of a PAM qel wrote.
 #pragma once
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -122,11 +122,10 @@ protected:
     // by name; qel's own temporary files (".qel-") are listed too.
     std::vector<std::string> Listing(const std::string& folder = "") {
         std::vector<std::string> names;
-        DIR* listed = opendir(folder.empty() ? dir_.c_str() : Path(folder).c_str());
-        for (dirent* entry; listed != nullptr && (entry = readdir(listed)) != nullptr;)
-            if (entry->d_name[0] != '.' || std::string(entry->d_name).find(".qel-") != std::string::npos)
-                names.push_back(entry->d_name);
-        if (listed != nullptr) closedir(listed);
+        for (const auto& entry : std::filesystem::directory_iterator(Path(folder))) {
+            const std::string name = entry.path().filename();
+            if (name[0] != '.' || name.find(".qel-") != std::string::npos) names.push_back(name);
+        }
         std::sort(names.begin(), names.end());
         return names;
     }
