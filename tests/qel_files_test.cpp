@@ -1,7 +1,7 @@
 // qel's file handling run as a user runs it: every lossless format round
-// trips, BMP variants, TIFF pages, 16-bit samples, EXIF orientation and
-// carried metadata, pipes, batches and info, and hostile files of every
-// format refused with one line.
+// trips, layouts qel does not write read as stored, EXIF orientation and
+// carried metadata, pipes, batches, info and TIFF pages, and hostile files of
+// every format refused with one line.
 #include <random>
 #include <sstream>
 #include <string>
@@ -10,16 +10,7 @@
 
 namespace {
 
-using qeltest::Big16;
-using qeltest::Big32;
-using qeltest::Gradient;
-using qeltest::Outcome;
-using qeltest::Pam;
-using qeltest::Png;
-using qeltest::PngChunk;
-using qeltest::ReadFile;
-using qeltest::Samples;
-using qeltest::WriteFile;
+using namespace qeltest;
 
 std::string Little16(unsigned v) { return std::string{char(v), char(v >> 8)}; }
 std::string Little32(uint32_t v) { return Little16(v & 0xFFFF) + Little16(v >> 16); }
@@ -83,7 +74,7 @@ std::string Bmp(int32_t width, int32_t height, int bits, uint32_t compression, c
            info + table + pixels;
 }
 
-class QelFiles : public qeltest::QelRun {
+class QelFiles : public QelRun {
 protected:
     // A refusal: exit 1 and one line naming the file with this reason.
     void ExpectRefused(const std::string& file, const std::string& reason, const std::string& options = "") {
@@ -142,45 +133,58 @@ TEST_F(QelFiles, LosslessFormatsKeepEveryPixel) {
     }
 }
 
-// BMP layouts qel does not write itself, with their pixels spelled out.
-TEST_F(QelFiles, BmpVariantsReadAsStored) {
+// Layouts qel does not write itself, each read with its options: the picture
+// that info gives and the PAM qel writes of it.
+TEST_F(QelFiles, FilesReadAsStored) {
     const std::string palette = std::string("\0\0\xFF\0\0\xFF\0\0\xFF\0\0\0", 12) + std::string(13 * 4, '\0');
-    // 4-bit, bottom-up: rows red green blue / blue green red.
-    WriteFile(Path("four.bmp"), Bmp(3, 2, 4, 0, "", palette, std::string("\x21\x00\0\0\x01\x20\0\0", 8)));
-    // 16-bit 5-5-5, top-down.
-    WriteFile(
-        Path("sixteen.bmp"),
-        Bmp(2, -2, 16, 0, "", "", Little16(0x7C00) + Little16(0x03E0) + Little16(0x0010) + Little16(0x7FFF)));
-    // 32-bit with bit fields and an alpha mask in a V4 header.
     const std::string masks =
         Little32(0x00FF0000) + Little32(0x0000FF00) + Little32(0x000000FF) + Little32(0xFF000000);
-    WriteFile(Path("alpha.bmp"), Bmp(1, 1, 32, 3, masks, "", Little32(0x80102030)));
-    Ok("qel four.bmp four.ppm && qel sixteen.bmp sixteen.ppm && qel alpha.bmp alpha.pam");
-    EXPECT_EQ(ReadFile(Path("four.ppm")),
-              std::string("P6\n3 2\n255\n\xFF\0\0\0\xFF\0\0\0\xFF\0\0\xFF\0\xFF\0\xFF\0\0", 29));
-    EXPECT_EQ(ReadFile(Path("sixteen.ppm")),
-              std::string("P6\n2 2\n255\n\xFF\0\0\0\xFF\0\0\0\x83\xFF\xFF\xFF", 23));
-    EXPECT_EQ(PamSamples("alpha.pam"), (Samples{0x10, 0x20, 0x30, 0x80}));
-    // Compressed pixels and a palette cut short are refused.
+    // PBM marks black with 1; the 1-bit PNG and the PAM mark white.
+    const std::string grey = Pam(10, 1, 1, "GRAYSCALE", {0, 255, 0, 255, 255, 0, 255, 0, 255, 0}),
+                      bits = Pam(10, 1, 1, "BLACKANDWHITE", {0, 1, 0, 1, 1, 0, 1, 0, 1, 0}, 1);
+    const std::string rows[][5] = {
+        // Grey with alpha becomes 32-bit ARGB; 16-bit samples 0x01FF, 0x8080, 0xFFFF scale to 2, 128, 255.
+        {"ga.pam", Pam(2, 1, 2, "GRAYSCALE_ALPHA", {0x01, 0xFF, 0x80, 0x80, 0xFF, 0xFF, 0, 0}, 65535),
+         " --quiet", "2x1, 32-bit ARGB", Pam(2, 1, 4, "RGB_ALPHA", {2, 2, 2, 128, 255, 255, 255, 0})},
+        // Plain PGM with maxval 1000: 500 rounds up to 128, 999 to 255.
+        {"plain.pgm", "P2\n# a comment\n4 1\n1000\n0 500 999 1000\n", " --quiet", "4x1, 8-bit MONO",
+         Pam(4, 1, 1, "GRAYSCALE", {0, 128, 255, 255})},
+        {"raw.pbm", std::string("P4\n10 1\n\xA5\x40", 10), "", "10x1, 8-bit MONO", grey},
+        {"raw.pbm", "", " --keep-depth", "10x1, 1-bit MONO", bits},
+        {"plain.pbm", "P1\n10 1\n1010010101\n", "", "10x1, 8-bit MONO", grey},
+        {"plain.pbm", "", " --keep-depth", "10x1, 1-bit MONO", bits},
+        {"bw.png", Png(10, 1, 1, 0, "\x5A\xBF"), "", "10x1, 8-bit MONO", grey},
+        {"bw.png", "", " --keep-depth", "10x1, 1-bit MONO", bits},
+        // 16-bit PNG samples: the high byte, rounded by the low one; 0xFFFF stays 255.
+        {"deep.png",
+         Png(3, 2, 16, 0,
+             Big16(0x0000) + Big16(0x01FF) + Big16(0xFFFF) + Big16(0x1234) + Big16(0x2468) + Big16(0x1335)),
+         " --quiet", "3x2, 8-bit MONO", Pam(3, 2, 1, "GRAYSCALE", {0, 2, 255, 0x12, 0x24, 0x13})},
+        // BMP: 4-bit bottom-up, rows red green blue / blue green red.
+        {"four.bmp", Bmp(3, 2, 4, 0, "", palette, std::string("\x21\x00\0\0\x01\x20\0\0", 8)), "",
+         "3x2, 24-bit BGR",
+         Pam(3, 2, 3, "RGB", {255, 0, 0, 0, 255, 0, 0, 0, 255, 0, 0, 255, 0, 255, 0, 255, 0, 0})},
+        // 16-bit 5-5-5, top-down.
+        {"sixteen.bmp",
+         Bmp(2, -2, 16, 0, "", "", Little16(0x7C00) + Little16(0x03E0) + Little16(0x0010) + Little16(0x7FFF)),
+         "", "2x2, 24-bit BGR", Pam(2, 2, 3, "RGB", {255, 0, 0, 0, 255, 0, 0, 0, 0x83, 255, 255, 255})},
+        // 32-bit with bit fields and an alpha mask in a V4 header.
+        {"alpha.bmp", Bmp(1, 1, 32, 3, masks, "", Little32(0x80102030)), "", "1x1, 32-bit ARGB",
+         Pam(1, 1, 4, "RGB_ALPHA", {0x10, 0x20, 0x30, 0x80})}};
+    for (const auto& [name, bytes, options, described, expected] : rows) {
+        if (!bytes.empty()) WriteFile(Path(name), bytes);
+        ExpectResult(name + options, described);
+        Ok("qel " + name + options + " out.pam");
+        EXPECT_EQ(ReadFile(Path("out.pam")), expected) << name << options;
+    }
+    // Without --quiet, 16-bit samples are noted.
+    EXPECT_EQ(Run("deep.png out.pam").err,
+              "qel: deep.png: 16-bit samples read as 8-bit (the module works on 8-bit channels)\n");
+    // Compressed BMP pixels and a palette cut short are refused.
     WriteFile(Path("rle.bmp"), Bmp(2, 2, 8, 1, "", palette, std::string(8, '\0')));
     ExpectRefused("rle.bmp", "compressed BMP (RLE, JPEG or PNG inside) is not supported");
     WriteFile(Path("short.bmp"), Bmp(3, 2, 4, 0, "", palette, "").substr(0, 60));
     ExpectRefused("short.bmp", "truncated BMP");
-}
-
-TEST_F(QelFiles, SixteenBitSamplesAreReducedWithANote) {
-    WriteFile(Path("deep.png"), Png(3, 2, 16, 0,
-                                    Big16(0x0000) + Big16(0x01FF) + Big16(0xFFFF) + Big16(0x1234) +
-                                        Big16(0x2468) + Big16(0x1335)));
-    const Outcome outcome = Run("deep.png out.pgm");
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.err,
-              "qel: deep.png: 16-bit samples read as 8-bit (the module works on 8-bit channels)\n");
-    // The high byte, rounded by the low one; 0xFFFF stays 255.
-    EXPECT_EQ(ReadFile(Path("out.pgm")), std::string("P5\n3 2\n255\n\x00\x02\xFF\x12\x24\x13", 17));
-    const Outcome quiet = Run("deep.png --quiet");
-    EXPECT_EQ(quiet.out, "3x2, 8-bit MONO\n");
-    EXPECT_EQ(quiet.err, "");
 }
 
 // A 3x2 grey image 1 2 3 / 4 5 6 stored with each EXIF orientation comes

@@ -12,13 +12,7 @@
 
 namespace {
 
-using qeltest::Gradient;
-using qeltest::Outcome;
-using qeltest::Pam;
-using qeltest::Png;
-using qeltest::ReadFile;
-using qeltest::Samples;
-using qeltest::WriteFile;
+using namespace qeltest;
 
 constexpr int kWidth = 24, kHeight = 16;
 constexpr int kOperations = 51;  // as qel list shows them
@@ -49,7 +43,7 @@ std::pair<int, int> PamSize(const std::string& bytes) {
     return {std::atoi(bytes.c_str() + w + 6), std::atoi(bytes.c_str() + h + 7)};
 }
 
-class People : public qeltest::QelRun {
+class People : public QelRun {
 protected:
     // A 64-colour palette image and a bilevel one of stripes and checks, as
     // pal.png and bw.png, with their expanded forms as pal.pam (RGB) and bw.pam (grey 0/255).

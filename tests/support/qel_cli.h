@@ -149,9 +149,11 @@ protected:
         EXPECT_TRUE(Contents() == before) << arguments;
         return outcome;
     }
+    // A run that succeeds without a note and describes its result as `format`.
     void ExpectResult(const std::string& arguments, const std::string& format) {
         const Outcome outcome = Run(arguments);
         EXPECT_EQ(outcome.status, 0) << arguments << ": " << outcome.err;
+        EXPECT_EQ(outcome.err, "") << arguments;
         EXPECT_EQ(outcome.out, format + "\n") << arguments;
     }
 
