@@ -17,16 +17,6 @@ using namespace qeltest;
 constexpr int kWidth = 24, kHeight = 16;
 constexpr int kOperations = 51;  // as qel list shows them
 
-// RGBA with colours and alpha varying across the image.
-Samples RgbaSamples(int width, int height) {
-    Samples samples;
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x)
-            samples.insert(samples.end(), {uint8_t(x * 9), uint8_t(y * 13), uint8_t(200 - x * 3),
-                                           uint8_t(30 + (x * 7 + y * 5) % 220)});
-    return samples;
-}
-
 // The pixels of a PAM qel wrote as red, green, blue, alpha (grey pictures are written as grey).
 Samples AsRgba(const Samples& samples, const std::string& tuple) {
     const size_t colours = tuple.rfind("RGB", 0) == 0 ? 3 : 1, alpha = tuple.find("ALPHA") != tuple.npos;
@@ -97,8 +87,9 @@ TEST_F(People, PaletteAndBilevelFilesGiveThePicturesOfTheirExpandedForms) {
 }
 
 TEST_F(People, AlphaSurvivesResampleAddAndCopy) {
-    const Samples rgba = RgbaSamples(32, 32);
-    WriteFile(Path("logo.pam"), Pam(32, 32, 4, "RGB_ALPHA", rgba));
+    // The built-in chart has fully and partly transparent pixels.
+    Ok("qel sample resample 32x32 logo.pam");
+    const Samples rgba = PamSamples("logo.pam");
     double sourceAlpha = 0;
     for (size_t i = 3; i < rgba.size(); i += 4) sourceAlpha += rgba[i] / (32.0 * 32);
     for (const std::string size : {"50%", "25%", "10x7", "64x64"}) {
@@ -239,8 +230,7 @@ TEST_F(People, HelpAndVersionSayWhatWasMeant) {
 // unless the operation makes it so on purpose.
 TEST_F(People, GalleryResultsAreNeverRuinedPictures) {
     WritePalettesAndTwins();
-    const Samples rgba = RgbaSamples(kWidth, kHeight);
-    WriteFile(Path("rgba.png"), Png(kWidth, kHeight, 8, 6, std::string(rgba.begin(), rgba.end())));
+    Ok("qel sample resample 24x16 rgba.png");
     // An empty image, grey, black and white, and 32-bit MONO only.
     const std::set<std::string> onPurpose = {"blank", "grayscale", "threshold", "scale8"};
     for (const std::string input : {"", "pal.png", "bw.png", "rgba.png"}) {
