@@ -73,7 +73,7 @@ TEST_F(People, PaletteAndBilevelFilesGiveThePicturesOfTheirExpandedForms) {
     ExpectResult("pal.png --keep-palette", "24x16, 8-bit with a palette of 64 colours");
     for (const std::string step :
          {"mirror", "rotate 90", "rotate -90", "resample 12x8", "resample 200%", "threshold 100", "negative",
-          "grayscale", "flip", "gamma 2", "median 3", "depth 24"})
+          "grayscale", "flip", "gamma 2", "median 3", "depth 24", "rotate 180"})
         for (const std::string pair : {"pal", "bw"}) {
             ExpectSameFile("qel " + pair + ".png " + step + " a.pam",
                            "qel " + pair + ".pam " + step + " b.pam");
@@ -151,11 +151,10 @@ TEST_F(People, RotateTurnsClockwiseForEveryAngle) {
 }
 
 TEST_F(People, HalfTurnIsExactOnEveryDepth) {
-    WritePalettesAndTwins();
     WriteFile(Path("grey.pam"), Pam(5, 3, 1, "GRAYSCALE", Gradient(5, 3, 1)));
     WriteFile(Path("rgb.pam"), Pam(5, 3, 3, "RGB", Gradient(5, 3, 3)));
     WriteFile(Path("rgba.pam"), Pam(5, 3, 4, "RGB_ALPHA", Gradient(5, 3, 4)));
-    for (const std::string file : {"grey.pam", "rgb.pam", "rgba.pam", "pal.png", "bw.png"}) {
+    for (const std::string file : {"grey.pam", "rgb.pam", "rgba.pam"}) {
         ExpectSameFile("qel " + file + " rotate 180 half.pam", "qel " + file + " flip mirror both.pam");
     }
     // The colour image's pixels in reverse order.

@@ -118,20 +118,15 @@ protected:
         if (tuple != nullptr) *tuple = bytes.substr(t + 9, bytes.find('\n', t) - t - 9);
         return Samples(bytes.begin() + static_cast<long>(end + 7), bytes.end());
     }
-    // Files of the test folder (or a folder in it) besides the captured output,
-    // by name; qel's own temporary files (".qel-") are listed too.
-    std::vector<std::string> Listing(const std::string& folder = "") {
-        std::vector<std::string> names;
+    // The files of the test folder (or of a folder in it) with their bytes,
+    // besides the captured output; qel's own temporary files (".qel-") too.
+    std::map<std::string, std::string> Contents(const std::string& folder = "") {
+        std::map<std::string, std::string> files;
         for (const auto& entry : std::filesystem::directory_iterator(Path(folder))) {
             const std::string name = entry.path().filename();
-            if (name[0] != '.' || name.find(".qel-") != std::string::npos) names.push_back(name);
+            if (name[0] != '.' || name.find(".qel-") != std::string::npos)
+                files[name] = ReadFile(entry.path());
         }
-        std::sort(names.begin(), names.end());
-        return names;
-    }
-    std::map<std::string, std::string> Contents() {
-        std::map<std::string, std::string> files;
-        for (const std::string& name : Listing()) files[name] = ReadFile(Path(name));
         return files;
     }
     // A failure with this status and one "qel: " line starting with `message`
