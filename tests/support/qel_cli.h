@@ -110,12 +110,11 @@ protected:
         EXPECT_NE(first, "") << one;
         EXPECT_EQ(first, ReadFile(Path(other.substr(other.rfind(' ') + 1)))) << one << "\n" << other;
     }
-    // The samples of a PAM written by qel, and its tuple type.
-    Samples PamSamples(const std::string& name, std::string* tuple = nullptr) {
+    // The samples of a PAM written by qel.
+    Samples PamSamples(const std::string& name) {
         const std::string bytes = ReadFile(Path(name));
-        const size_t end = bytes.find("ENDHDR\n"), t = bytes.find("TUPLTYPE ");
-        if (end == std::string::npos || t == std::string::npos) return {};
-        if (tuple != nullptr) *tuple = bytes.substr(t + 9, bytes.find('\n', t) - t - 9);
+        const size_t end = bytes.find("ENDHDR\n");
+        if (end == std::string::npos) return {};
         return Samples(bytes.begin() + static_cast<long>(end + 7), bytes.end());
     }
     // The files of the test folder (or of a folder in it) with their bytes,
