@@ -3,8 +3,6 @@
 // carried metadata, pipes, batches, info and TIFF pages, and hostile files of
 // every format refused with one line.
 #include <random>
-#include <sstream>
-#include <string>
 #include <tuple>
 
 #include "support/qel_cli.h"

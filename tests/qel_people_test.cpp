@@ -165,9 +165,8 @@ TEST_F(People, HalfTurnIsExactOnEveryDepth) {
 }
 
 TEST_F(People, CurvesRoundAlikeRisingAndFalling) {
-    Samples ramp;
-    for (int v = 0; v < 256; ++v) ramp.push_back(uint8_t(v * 37 % 256));
-    WriteFile(Path("ramp.pam"), Pam(256, 1, 1, "GRAYSCALE", ramp));
+    // Every grey level once, out of order.
+    WriteFile(Path("ramp.pam"), Pam(256, 1, 1, "GRAYSCALE", Gradient(256, 1, 1)));
     ExpectSameFile("qel ramp.pam lut 0:255,255:0 lut.pam", "qel ramp.pam negative negative.pam");
     // Half-way values round up on both kinds of segment: 0:0,2:1 gives 1 at 1; 0:1,2:0 gives 1 at 1.
     WriteFile(Path("three.pam"), Pam(3, 1, 1, "GRAYSCALE", {0, 1, 2}));
@@ -229,18 +228,17 @@ TEST_F(People, GalleryResultsAreNeverRuinedPictures) {
         SCOPED_TRACE(input);
         Ok("rm -rf g && qel gallery " + input + " -o g");
         const std::string page = ReadFile(Path("g/index.html"));
-        size_t figures = 0;
-        for (size_t at = 0; (at = page.find("<figure>", at)) != std::string::npos; ++at) ++figures;
-        EXPECT_EQ(figures, size_t(kOperations));
         EXPECT_NE(page.find("src=\"original.png\""), std::string::npos);
         if (input.empty()) ExpectResult("g/contact-sheet.png", "1334x1252, 24-bit BGR");
-        int checked = 0;
+        int pictures = 0, checked = 0;
         for (size_t at = 0; (at = page.find("<img src=\"", at)) != std::string::npos;) {
             at += 10;
             const std::string file = page.substr(at, page.find('"', at) - at),
                               op = file.substr(3, file.size() - 7);
             EXPECT_EQ(ReadFile(Path("g/" + file)).substr(0, 4), "\x89PNG") << file;
-            if (!std::isdigit(file[0]) || onPurpose.count(op) != 0) continue;
+            if (!std::isdigit(file[0])) continue;
+            ++pictures;
+            if (onPurpose.count(op) != 0) continue;
             ++checked;
             if (input.empty()) continue;  // the chart's results are the guide's pictures
             Ok("qel g/" + file + " r.pam");
@@ -257,6 +255,7 @@ TEST_F(People, GalleryResultsAreNeverRuinedPictures) {
                 EXPECT_FALSE(grey) << op;
             }
         }
+        EXPECT_EQ(pictures, kOperations);
         EXPECT_EQ(checked, kOperations - static_cast<int>(onPurpose.size()));  // all but those on purpose
     }
 }

@@ -1,8 +1,6 @@
-// The qel command-line tool run as a user runs it: JPEG round trips, chains, one-line errors with their exit
-// status that leave every file as it was, and the pixel limit refused one pixel over and accepted exactly at
-// it.
-#include <sstream>
-
+// The qel command-line tool run as a user runs it: JPEG round trips, chains,
+// one-line errors with their exit status that leave every file as it was, and
+// the pixel limit refused one pixel over and accepted exactly at it.
 #include "support/qel_cli.h"
 
 namespace {
