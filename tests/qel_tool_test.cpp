@@ -120,11 +120,11 @@ TEST_F(Qel, ThePixelLimitHoldsForResultsAndFilesOnePixelOverAndExactlyAt) {
         {"--max-pixels LIMIT tiny.pgm quad 0,0 5,0 0,5 5,5 --size 100x100", "quad", "100x100", 10000,
          "8-bit MONO"}};
     for (const auto& row : rows) {
-        std::string over = row.arguments, at = row.arguments;
-        over.replace(over.find("LIMIT"), 5, std::to_string(row.limit - 1));
-        at.replace(at.find("LIMIT"), 5, std::to_string(row.limit));
+        const size_t at = row.arguments.find("LIMIT");
+        const std::string over = std::string(row.arguments).replace(at, 5, std::to_string(row.limit - 1));
         ExpectFailure(over + " out.png", 1, above(row.operation, row.size, std::to_string(row.limit - 1)));
-        ExpectResult(at, row.size + ", " + row.described);
+        ExpectResult(std::string(row.arguments).replace(at, 5, std::to_string(row.limit)),
+                     row.size + ", " + row.described);
     }
     // At the default limit: two 1000% steps of the chart are 768 million pixels.
     ExpectFailure("sample resample 1000% resample 1000% out.png", 1,

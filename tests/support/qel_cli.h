@@ -90,10 +90,9 @@ protected:
     // A shell command line run in the test folder, where "qel" is the built
     // qel of the build folder the test runs in.
     Outcome Shell(const std::string& line) {
-        std::string quoted;
-        for (const char c : "cd '" + dir_ + "' && qel() { \"$Q\" \"$@\"; } && { " + line + "\n} >.out 2>.err")
-            quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-        const int raw = std::system(("Q=\"$PWD/qel\" bash -c '" + quoted + "'").c_str());
+        WriteFile(Path(".run"),
+                  "qel() { \"$Q\" \"$@\"; }\ncd '" + dir_ + "' && { " + line + "\n} >.out 2>.err\n");
+        const int raw = std::system(("Q=\"$PWD/qel\" bash '" + Path(".run") + "'").c_str());
         return {WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw), ReadFile(Path(".out")),
                 ReadFile(Path(".err"))};
     }
