@@ -116,8 +116,9 @@ TEST_F(People, AlphaSurvivesResampleAddAndCopy) {
 }
 
 // A white 3x3 mark 10 pixels right of the centre of a black 41x31 image must
-// land 10 pixels from the result's centre in the clockwise direction.
-TEST_F(People, RotateTurnsClockwiseForEveryAngle) {
+// land 10 pixels from the result's centre in the clockwise direction; a half
+// turn is a flip and a mirror, on every depth.
+TEST_F(People, RotateTurnsClockwiseForEveryAngleAndHalfTurnsExactly) {
     Samples image(41 * 31 * 3, 0);
     for (int y = 14; y <= 16; ++y)
         for (int x = 29; x <= 31; ++x)
@@ -148,9 +149,7 @@ TEST_F(People, RotateTurnsClockwiseForEveryAngle) {
     EXPECT_NE(ReadFile(Path("clear.pam")).find("\nTUPLTYPE RGB_ALPHA\n"), std::string::npos);
     EXPECT_EQ(clear[3], 0);
     EXPECT_EQ(clear[(height / 2 * width + width / 2) * 4 + 3], 255);  // the middle stays opaque
-}
-
-TEST_F(People, HalfTurnIsExactOnEveryDepth) {
+    // Half turns are exact on every depth.
     WriteFile(Path("grey.pam"), Pam(5, 3, 1, "GRAYSCALE", Gradient(5, 3, 1)));
     WriteFile(Path("rgb.pam"), Pam(5, 3, 3, "RGB", Gradient(5, 3, 3)));
     WriteFile(Path("rgba.pam"), Pam(5, 3, 4, "RGB_ALPHA", Gradient(5, 3, 4)));
@@ -196,7 +195,7 @@ TEST_F(People, EverydaySizesAndCrop) {
     EXPECT_EQ(PamSamples("cut.pam"), expected);
 }
 
-TEST_F(People, HelpAndVersionSayWhatWasMeant) {
+TEST_F(People, HelpVersionAndTheGuideSayWhatWasMeant) {
     // Methods by name are their numbers.
     ExpectSameFile("qel sample rotate 30 --method lanczos a.pam", "qel sample rotate 30 --method 5 b.pam");
     ExpectResult("--version", std::string("qel ") + QEL_VERSION);
@@ -213,6 +212,16 @@ TEST_F(People, HelpAndVersionSayWhatWasMeant) {
     for (const char* part : {"usage: qel IN median [SIZE] OUT", "(default 3)",
                              "accepts: ", "example: qel in.png median 5 out.png"})
         EXPECT_NE(median.out.find(part), std::string::npos) << median.out;
+    // The guide's operation list is the table's.
+    const std::string cache = ReadFile("CMakeCache.txt"), key = "CMAKE_HOME_DIRECTORY:INTERNAL=";
+    const size_t at = cache.find(key);
+    ASSERT_NE(at, std::string::npos);
+    const std::string guide =
+        ReadFile(cache.substr(at + key.size(), cache.find('\n', at) - at - key.size()) + "/docs/qel.md");
+    const size_t start = guide.find("```\nQELColorTransform\n");
+    ASSERT_NE(start, std::string::npos);
+    const std::string listed = guide.substr(start + 4, guide.find("```", start + 4) - start - 4);
+    EXPECT_EQ(listed, Run("list").out);
 }
 
 // The gallery of every operation, on the built-in chart and on a palette, a
@@ -258,19 +267,6 @@ TEST_F(People, GalleryResultsAreNeverRuinedPictures) {
         EXPECT_EQ(pictures, kOperations);
         EXPECT_EQ(checked, kOperations - static_cast<int>(onPurpose.size()));  // all but those on purpose
     }
-}
-
-// The guide's operation list is the table's.
-TEST_F(People, TheGuideListsEveryOperation) {
-    const std::string cache = ReadFile("CMakeCache.txt"), key = "CMAKE_HOME_DIRECTORY:INTERNAL=";
-    const size_t at = cache.find(key);
-    ASSERT_NE(at, std::string::npos);
-    const std::string guide =
-        ReadFile(cache.substr(at + key.size(), cache.find('\n', at) - at - key.size()) + "/docs/qel.md");
-    const size_t start = guide.find("```\nQELColorTransform\n");
-    ASSERT_NE(start, std::string::npos);
-    const std::string listed = guide.substr(start + 4, guide.find("```", start + 4) - start - 4);
-    EXPECT_EQ(listed, Run("list").out);
 }
 
 }  // namespace
