@@ -6,9 +6,12 @@
 // With QEL_FUZZ_PRINT_DICTIONARY set, the target prints a libFuzzer
 // dictionary of every operation and parameter name instead, so that the
 // dictionary follows the operation table.
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -42,7 +45,9 @@ void KeepToBuiltInImages(qeltool::Step* step) {
             step->args.Set(param.name, "pattern");
 }
 
-bool OneLine(const std::string& message) { return !message.empty() && message.find('\n') == std::string::npos; }
+bool OneLine(const std::string& message) {
+    return !message.empty() && message.find('\n') == std::string::npos;
+}
 
 }  // namespace
 
@@ -56,17 +61,11 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    std::vector<std::string> words;
-    std::string word;
-    for (size_t i = 0; i <= size; ++i) {
-        const char c = i < size ? static_cast<char>(data[i]) : ' ';
-        if (c == ' ' || c == '\n' || c == '\t' || c == '\0') {
-            if (!word.empty()) words.push_back(word);
-            word.clear();
-        } else {
-            word += c;
-        }
-    }
+    // A NUL ends no word on a command line: there it is white space too.
+    std::string text(reinterpret_cast<const char*>(data), size);
+    std::replace(text.begin(), text.end(), '\0', ' ');
+    std::istringstream in(text);
+    const std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
     const qel::Host& host = qeltest::TestHost();
     qeltool::OperationContext context(host, kPixelLimit);
     SmartPtr<IQEL> image = qeltool::FromRaster(host, qeltool::SamplePattern(19, 13), 32, QEL_MODEL_ARGB);
