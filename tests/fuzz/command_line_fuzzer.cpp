@@ -45,10 +45,6 @@ void KeepToBuiltInImages(qeltool::Step* step) {
             step->args.Set(param.name, "pattern");
 }
 
-bool OneLine(const std::string& message) {
-    return !message.empty() && message.find('\n') == std::string::npos;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -78,15 +74,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const size_t start = i;
         qeltool::Step step;
         std::string error, note;
-        if (!qeltool::ParseStep(words, &i, &step, &error)) {
-            if (!OneLine(error)) std::abort();
-            return 0;  // qel: status 2
-        }
-        if (i <= start || step.operation == nullptr) std::abort();
-        KeepToBuiltInImages(&step);
-        if (!qeltool::RunStep(context, step, image, &note, &error)) {
-            if (!OneLine(error)) std::abort();
-            return 0;  // qel: status 1
+        // A refused step ends the chain, as in qel (status 2 for its words, 1
+        // for running it), and says why on one line.
+        const bool parsed = qeltool::ParseStep(words, &i, &step, &error);
+        if (parsed && (i <= start || step.operation == nullptr)) std::abort();
+        if (parsed) KeepToBuiltInImages(&step);
+        if (!parsed || !qeltool::RunStep(context, step, image, &note, &error)) {
+            if (error.empty() || error.find('\n') != std::string::npos) std::abort();
+            return 0;
         }
         if (!image) std::abort();
     }

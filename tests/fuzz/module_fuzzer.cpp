@@ -15,6 +15,6 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    stress::RunCall(stress::Draw(data, size), 0);
+    stress::RunCall(stress::Draw(data, size));
     return 0;
 }

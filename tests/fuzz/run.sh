@@ -57,7 +57,6 @@ QEL_FUZZ_PRINT_DICTIONARY=1 ./fuzz/fuzz_command_line >fuzz/command_line.dict 2>/
 export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:strict_string_checks=1"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 failed=()
-: >fuzz/summary.txt
 for name in "${targets[@]}"; do
   mkdir -p "fuzz/work/$name"
   options=(-max_total_time="$each" -artifact_prefix="fuzz/findings/$name-")
@@ -82,10 +81,8 @@ for name in "${targets[@]}"; do
     grep -E 'ERROR|SUMMARY|FAULT|Test unit written|^ *#[0-9]+ ' "fuzz/$name.log" | head -40 >&2
   fi
   # libFuzzer's last status line: executions, coverage (edges, features), corpus, speed.
-  printf '%-14s %s\n' "$name" "$(grep -E '^#[0-9]+' "fuzz/$name.log" | tail -1)" | tee -a fuzz/summary.txt
+  printf '%-14s %s\n' "$name" "$(grep -E '^#[0-9]+' "fuzz/$name.log" | tail -1)"
 done
-printf '\n'
-cat fuzz/summary.txt
 if (( ${#failed[@]} )); then
   echo "fuzz: findings in ${failed[*]} (inputs in $build/fuzz/findings/, logs in $build/fuzz/*.log)" >&2
   exit 1

@@ -2,11 +2,11 @@
 // around every call (guard bytes, reference counts, untouched inputs).
 #pragma once
 
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <limits>
 #include <random>
 #include <string>
 #include <vector>
@@ -24,29 +24,29 @@ inline char gCallLabel[128] = "before the first call";
 // fuzzer steers the same operations and checks.
 class Draw {
 public:
-    explicit Draw(uint64_t seed) : engine_(seed) {}
-    Draw(const uint8_t* bytes, size_t size) : bytes_(bytes), left_(size) {}
-    int Int(int lo, int hi) {
-        return static_cast<int>(lo + static_cast<int64_t>(Below(int64_t(hi) - lo + 1)));
+    Draw(uint64_t runSeed, uint64_t index) {
+        std::seed_seq seeds{uint32_t(runSeed), uint32_t(runSeed >> 32), uint32_t(index),
+                            uint32_t(index >> 32)};
+        engine_.seed(seeds);
     }
+    Draw(const uint8_t* bytes, size_t size) : bytes_(bytes), left_(size) {}
+    int Int(int lo, int hi) { return static_cast<int>(lo + int64_t(Below(int64_t(hi) - lo + 1))); }
     // Counted from the top, so that zero bytes (a short input) take the usual way.
     bool Chance(double p) { return static_cast<double>(255 - Below(256)) < p * 256; }
     double Real(double lo, double hi) { return lo + (hi - lo) * static_cast<double>(Below(65536)) / 65535.0; }
     uint32_t Bits32() { return static_cast<uint32_t>(Below(uint64_t(1) << 32)); }
     template <class T>
     T Pick(std::initializer_list<T> choices) {
-        return *(choices.begin() + Int(0, static_cast<int>(choices.size()) - 1));
+        return choices.begin()[Int(0, int(choices.size()) - 1)];
     }
     // Mostly a value in [lo, hi]; now and then an extreme of the int range.
     int Param(int lo, int hi) {
-        if (!Chance(0.04)) return Int(lo, hi);
-        return Pick<int>({std::numeric_limits<int>::min(), std::numeric_limits<int>::max(), -1, 0, 1 << 30});
+        return Chance(0.04) ? Pick<int>({INT_MIN, INT_MAX, -1, 0, 1 << 30}) : Int(lo, hi);
     }
     // Mostly a value in [lo, hi]; now and then NaN, an infinity or a huge value.
     double RealParam(double lo, double hi) {
-        if (!Chance(0.05)) return Real(lo, hi);
-        const double inf = std::numeric_limits<double>::infinity();
-        return Pick<double>({std::nan(""), inf, -inf, 1e30, -1e30, 0.0, 1e-30});
+        return Chance(0.05) ? Pick<double>({NAN, INFINITY, -INFINITY, 1e30, -1e30, 0.0, 1e-30})
+                            : Real(lo, hi);
     }
 
 private:
@@ -97,8 +97,7 @@ struct Shape {
 // failed check ends the run.
 class Call : public Draw {
 public:
-    Call(const char* operation, uint64_t callSeed, const Draw& draw)
-        : Draw(draw), operation_(operation), seed_(callSeed) {}
+    Call(const char* operation, const Draw& draw) : Draw(draw), operation_(operation) {}
     ~Call() {
         for (Held& held : held_) held.image->Release();
     }
@@ -173,8 +172,7 @@ public:
         }
     }
     void Fail(const std::string& what) const {
-        std::fprintf(stderr, "FAULT in %s (%s, call seed %llu): %s\n", operation_, gCallLabel,
-                     static_cast<unsigned long long>(seed_), what.c_str());
+        std::fprintf(stderr, "FAULT in %s (%s): %s\n", operation_, gCallLabel, what.c_str());
         for (size_t i = 0; i < held_.size(); ++i)
             std::fprintf(stderr, "  image %zu: %s%s\n", i, held_[i].shape.Text().c_str(),
                          held_[i].buffer == nullptr ? " (runtime image)" : "");
@@ -207,13 +205,11 @@ private:
     }
 
     const char* operation_;
-    uint64_t seed_;
     std::vector<Held> held_;
 };
 
-// Runs call number `index` of a run: one random operation.
-void RunOneCall(uint64_t runSeed, uint64_t index);
-// Runs the operation `draw` chooses, with its checks; `callSeed` is for reports.
-void RunCall(Draw draw, uint64_t callSeed);
+// Runs the operation `draw` chooses, with its checks: call `index` of a run is
+// RunCall(Draw(runSeed, index)).
+void RunCall(Draw draw);
 
 }  // namespace stress

@@ -39,34 +39,31 @@ void OnSignal(int signal) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    uint64_t seed = 1, calls = 0;
-    long long single = -1;
+    uint64_t seed = 1, calls = 0, first = 0;
     double seconds = 0;
     // Options come in pairs: a name and its value.
     bool understood = argc % 2 == 1;
     for (int i = 1; understood && i < argc; i += 2) {
         const std::string option = argv[i];
         const char* value = argv[i + 1];
-        if (option == "--seed")
+        if (option == "--seed") {
             seed = std::strtoull(value, nullptr, 0);
-        else if (option == "--seconds")
+        } else if (option == "--seconds") {
             seconds = std::atof(value);
-        else if (option == "--calls")
+        } else if (option == "--calls") {
             calls = std::strtoull(value, nullptr, 0);
-        else if (option == "--call")
-            single = std::atoll(value);
-        else
+        } else if (option == "--call") {
+            first = std::strtoull(value, nullptr, 0);
+            calls = 1;
+        } else {
             understood = false;
+        }
     }
     if (!understood) {
         std::fprintf(stderr, "usage: qel_stress [--seed N] [--seconds N | --calls N | --call N]\n");
         return 2;
     }
-    const uint64_t first = single >= 0 ? static_cast<uint64_t>(single) : 0;
-    if (single >= 0)
-        calls = 1;
-    else if (seconds <= 0 && calls == 0)
-        calls = 10000;
+    if (seconds <= 0 && calls == 0) calls = 10000;
 
     for (int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGABRT}) std::signal(signal, OnSignal);
 #ifdef QEL_STRESS_SANITIZED
@@ -82,7 +79,7 @@ int main(int argc, char** argv) {
         if (seconds > 0 && (made & 15) == 0 && elapsed() >= seconds) break;
         std::snprintf(stress::gCallLabel, sizeof(stress::gCallLabel), "--seed %llu --call %llu",
                       static_cast<unsigned long long>(seed), static_cast<unsigned long long>(first + made));
-        stress::RunOneCall(seed, first + made);
+        stress::RunCall(stress::Draw(seed, first + made));
     }
     std::printf("qel_stress: seed %llu, %llu operation calls in %.1f s, no fault found\n",
                 static_cast<unsigned long long>(seed), static_cast<unsigned long long>(made), elapsed());
