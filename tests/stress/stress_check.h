@@ -69,21 +69,19 @@ private:
 // Shape of a random image: every depth and colour model, sizes 0 to 64 each
 // way (small ones favoured: borders meet), padded rows, bottom-up rows, 1 to 3 planes.
 struct Shape {
-    int width, height, bitCount;
+    int width, height, bitCount, padding, planes;
     unsigned colourModel;
-    int padding;
     bool bottomUp;
-    int planes;
 
     explicit Shape(Draw& draw)
         : width(draw.Chance(0.5) ? draw.Int(0, 5) : draw.Int(0, 64)),
           height(draw.Chance(0.5) ? draw.Int(0, 5) : draw.Int(0, 64)),
           bitCount(draw.Pick<int>({1, 4, 8, 8, 16, 24, 24, 32, 32})),
+          padding(draw.Chance(0.5) ? 0 : draw.Int(1, 13)),
+          planes(draw.Chance(0.8) ? 1 : draw.Int(2, 3)),
           colourModel(
               draw.Pick<unsigned>({QEL_MODEL_MONO, QEL_MODEL_BGR, QEL_MODEL_ARGB, QEL_MODEL_ABGR, 0u})),
-          padding(draw.Chance(0.5) ? 0 : draw.Int(1, 13)),
-          bottomUp(draw.Chance(0.3)),
-          planes(draw.Chance(0.8) ? 1 : draw.Int(2, 3)) {}
+          bottomUp(draw.Chance(0.3)) {}
     std::string Text() const {
         char text[160];
         std::snprintf(text, sizeof(text), "%dx%d %d-bit model 0x%08X padding %d %s %d plane(s)", width,
@@ -145,6 +143,24 @@ public:
 
     // Where an out-of-place operation hands its result back (Finish checks it).
     SmartPtr<IQEL> result;
+
+    // The images of a maths call: a destination, then up to two operands and
+    // sometimes a mask, each often of the destination's size, format or model.
+    IQELImageDIB *dest = nullptr, *a = nullptr, *b = nullptr, *mask = nullptr;
+    void MakeOperands(int operands, double maskChance) {
+        const Shape shape(*this);
+        const auto like = [&] {
+            Shape other(*this);
+            if (Chance(0.6)) other.width = shape.width, other.height = shape.height;
+            if (Chance(0.4)) other.bitCount = shape.bitCount;
+            if (Chance(0.4)) other.colourModel = shape.colourModel;
+            return Image(other, false);
+        };
+        dest = Image(shape, true);
+        a = operands > 0 ? like() : nullptr;
+        b = operands > 1 ? like() : nullptr;
+        mask = Chance(maskChance) ? like() : nullptr;
+    }
 
     // Checks made after the call: guards intact, reference counts unchanged,
     // unchanged inputs byte for byte; the result (may be null) must hold exactly

@@ -74,31 +74,13 @@ void SizedFilter(Call& c) {
     Filtered(c, [&](IQEL* i, IQEL** r) { (Filters()->*Method)(i, c.Param(lo, hi), r); });
 }
 
-// A maths call's images: a destination, then up to two operands and a mask,
-// each often of the destination's size, format or model, sometimes of any.
-struct Operands {
-    IQELImageDIB *dest, *a, *b, *mask;
-};
-Operands MathsImages(Call& c, int operands, double maskChance) {
-    const Shape shape = Shape(c);
-    const auto like = [&] {
-        Shape other = Shape(c);
-        if (c.Chance(0.6)) other.width = shape.width, other.height = shape.height;
-        if (c.Chance(0.4)) other.bitCount = shape.bitCount;
-        if (c.Chance(0.4)) other.colourModel = shape.colourModel;
-        return c.Image(other, false);
-    };
-    Operands o{c.Image(shape, true), nullptr, nullptr, nullptr};
-    if (operands > 0) o.a = like();
-    if (operands > 1) o.b = like();
-    if (c.Chance(maskChance)) o.mask = like();
-    return o;
-}
-
 using Operation = void (*)(Call&);
 struct Entry {
     const char* name;
     Operation run;
+    // Maths: how many operands to make beside the destination, and how often a mask.
+    int operands = -1;
+    double maskChance = 0;
 };
 const Entry kOperations[] = {
     // ---- colour, in place ----
@@ -223,45 +205,28 @@ const Entry kOperations[] = {
     // ---- maths: a destination, then its operands and mask ----
     {"Equal",
      [](Call& c) {
-         const Operands o = MathsImages(c, 0, 0.5);
-         if (Maths()->Equal(o.dest, o.mask, c.Bits32()) != QEL_OK) c.Fail("Equal did not answer 0");
-     }},
-    {"Copy",
-     [](Call& c) {
-         const Operands o = MathsImages(c, 1, 0.3);
-         Maths()->Copy(o.dest, o.a, o.mask, c.Param(-70, 70), c.Param(-70, 70));
-     }},
+         if (Maths()->Equal(c.dest, c.mask, c.Bits32()) != QEL_OK) c.Fail("Equal did not answer 0");
+     },
+     0, 0.5},
+    {"Copy", [](Call& c) { Maths()->Copy(c.dest, c.a, c.mask, c.Param(-70, 70), c.Param(-70, 70)); }, 1, 0.3},
     {"AddScale",
      [](Call& c) {
-         const Operands o = MathsImages(c, 2, 0.4);
-         Maths()->AddScale(o.dest, o.a, o.b, o.mask, c.RealParam(-2, 2), c.RealParam(-2, 2),
+         Maths()->AddScale(c.dest, c.a, c.b, c.mask, c.RealParam(-2, 2), c.RealParam(-2, 2),
                            c.RealParam(-300, 300));
-     }},
+     },
+     2, 0.4},
     {"Scale",
-     [](Call& c) {
-         const Operands o = MathsImages(c, 1, 0.4);
-         Maths()->Scale(o.dest, o.a, o.mask, c.RealParam(-3, 3), c.RealParam(-300, 300));
-     }},
-    {"Subtract",
-     [](Call& c) {
-         const Operands o = MathsImages(c, 2, 0);
-         Maths()->Subtract(c.Chance(0.03) ? nullptr : o.dest, o.a, o.b, c.Int(0, 3));
-     }},
+     [](Call& c) { Maths()->Scale(c.dest, c.a, c.mask, c.RealParam(-3, 3), c.RealParam(-300, 300)); }, 1,
+     0.4},
+    {"Subtract", [](Call& c) { Maths()->Subtract(c.Chance(0.03) ? nullptr : c.dest, c.a, c.b, c.Int(0, 3)); },
+     2},
     {"CreateDestImage",
      [](Call& c) {
          const int bitCount = c.Chance(0.7) ? c.Pick<int>({0, 1, 4, 8, 16, 24, 32}) : c.Param(-5, 40);
          Maths()->CreateDestImage(c.result.Out(), c.Input(false), bitCount, c.Bits32());
      }},
-    {"Add",
-     [](Call& c) {
-         const Operands o = MathsImages(c, 2, 0);
-         Maths()->Add(o.dest, o.a, o.b, c.RealParam(-3, 3));
-     }},
-    {"Scale8",
-     [](Call& c) {
-         const Operands o = MathsImages(c, 1, 0);
-         Maths()->Scale8(o.dest, o.a, c.Param(-300, 300), c.RealParam(-3, 3));
-     }},
+    {"Add", [](Call& c) { Maths()->Add(c.dest, c.a, c.b, c.RealParam(-3, 3)); }, 2},
+    {"Scale8", [](Call& c) { Maths()->Scale8(c.dest, c.a, c.Param(-300, 300), c.RealParam(-3, 3)); }, 1},
 };
 
 }  // namespace
@@ -269,6 +234,7 @@ const Entry kOperations[] = {
 void RunCall(Draw draw) {
     const Entry& entry = kOperations[draw.Int(0, int(std::size(kOperations)) - 1)];
     Call call(entry.name, draw);
+    if (entry.operands >= 0) call.MakeOperands(entry.operands, entry.maskChance);
     entry.run(call);
     call.Finish();
 }
