@@ -139,8 +139,8 @@ const Entry kOperations[] = {
      }},
     {"RotatePaste",
      [](Call& c) {
-         IQEL* source = c.Input(false);
-         Transform()->RotatePaste(source, c.Input(true), c.RealParam(-7, 7), c.Param(-2, 17), c.Bits32());
+         Transform()->RotatePaste(c.Input(false), c.Input(true), c.RealParam(-7, 7), c.Param(-2, 17),
+                                  c.Bits32());
      }},
     {"FlipBits", [](Call& c) { Transform()->FlipBits(c.Input(true)); }},
     {"Quad",
@@ -168,9 +168,8 @@ const Entry kOperations[] = {
     {"TransformPaste",
      [](Call& c) {
          RandomTransform map(c);
-         IQEL* source = c.Input(false);
-         Transform()->TransformPaste(c.Chance(0.03) ? nullptr : &map, source, c.Input(true), c.Param(-40, 40),
-                                     c.Param(-40, 40), c.Int(0, 1), 0);
+         Transform()->TransformPaste(c.Chance(0.03) ? nullptr : &map, c.Input(false), c.Input(true),
+                                     c.Param(-40, 40), c.Param(-40, 40), c.Int(0, 1), 0);
      }},
     {"FlipImageAndBits", [](Call& c) { Transform()->FlipImageAndBits(c.Input(true)); }},
     {"CircleTransform",
