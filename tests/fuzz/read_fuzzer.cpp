@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <type_traits>
 
 #include "support/test_image.h"
 #include "tools/codecs.h"
@@ -19,21 +20,19 @@ namespace {
 constexpr long long kPixelLimit = 1 << 20;
 
 // Each reader as LoadImageFile calls it: the first page or frame, metadata
-// collected. The overload follows the reader's parameters.
-using qeltool::ImageMetadata;
-using Paged = SmartPtr<IQEL> (*)(FILE*, const qel::Host&, long long, int, ImageMetadata*, std::string*);
-using WithMetadata = SmartPtr<IQEL> (*)(FILE*, const qel::Host&, long long, ImageMetadata*, std::string*);
-using Plain = SmartPtr<IQEL> (*)(FILE*, const qel::Host&, long long, std::string*);
-SmartPtr<IQEL> Read(Paged read, FILE* file, std::string* error) {
+// collected where the reader gives any.
+template <class Reader>
+SmartPtr<IQEL> Read(Reader read, FILE* file, std::string* error) {
+    using qeltool::ImageMetadata;
+    const qel::Host& host = qeltest::TestHost();
     ImageMetadata metadata;
-    return read(file, qeltest::TestHost(), kPixelLimit, 0, &metadata, error);
-}
-SmartPtr<IQEL> Read(WithMetadata read, FILE* file, std::string* error) {
-    ImageMetadata metadata;
-    return read(file, qeltest::TestHost(), kPixelLimit, &metadata, error);
-}
-SmartPtr<IQEL> Read(Plain read, FILE* file, std::string* error) {
-    return read(file, qeltest::TestHost(), kPixelLimit, error);
+    if constexpr (std::is_invocable_v<Reader, FILE*, const qel::Host&, long long, std::string*>)
+        return read(file, host, kPixelLimit, error);
+    else if constexpr (std::is_invocable_v<Reader, FILE*, const qel::Host&, long long, ImageMetadata*,
+                                           std::string*>)
+        return read(file, host, kPixelLimit, &metadata, error);
+    else
+        return read(file, host, kPixelLimit, 0, &metadata, error);
 }
 
 }  // namespace
