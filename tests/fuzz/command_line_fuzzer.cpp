@@ -6,9 +6,12 @@
 // With QEL_FUZZ_PRINT_DICTIONARY set, the target prints a libFuzzer
 // dictionary of every operation and parameter name instead, so that the
 // dictionary follows the operation table.
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -42,8 +45,6 @@ void KeepToBuiltInImages(qeltool::Step* step) {
             step->args.Set(param.name, "pattern");
 }
 
-bool OneLine(const std::string& message) { return !message.empty() && message.find('\n') == std::string::npos; }
-
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -56,17 +57,11 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    std::vector<std::string> words;
-    std::string word;
-    for (size_t i = 0; i <= size; ++i) {
-        const char c = i < size ? static_cast<char>(data[i]) : ' ';
-        if (c == ' ' || c == '\n' || c == '\t' || c == '\0') {
-            if (!word.empty()) words.push_back(word);
-            word.clear();
-        } else {
-            word += c;
-        }
-    }
+    // A NUL ends no word on a command line: there it is white space too.
+    std::string text(reinterpret_cast<const char*>(data), size);
+    std::replace(text.begin(), text.end(), '\0', ' ');
+    std::istringstream in(text);
+    const std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
     const qel::Host& host = qeltest::TestHost();
     qeltool::OperationContext context(host, kPixelLimit);
     SmartPtr<IQEL> image = qeltool::FromRaster(host, qeltool::SamplePattern(19, 13), 32, QEL_MODEL_ARGB);
@@ -79,15 +74,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const size_t start = i;
         qeltool::Step step;
         std::string error, note;
-        if (!qeltool::ParseStep(words, &i, &step, &error)) {
-            if (!OneLine(error)) std::abort();
-            return 0;  // qel: status 2
-        }
-        if (i <= start || step.operation == nullptr) std::abort();
-        KeepToBuiltInImages(&step);
-        if (!qeltool::RunStep(context, step, image, &note, &error)) {
-            if (!OneLine(error)) std::abort();
-            return 0;  // qel: status 1
+        // A refused step ends the chain, as in qel (status 2 for its words, 1
+        // for running it), and says why on one line.
+        const bool parsed = qeltool::ParseStep(words, &i, &step, &error);
+        if (parsed && (i <= start || step.operation == nullptr)) std::abort();
+        if (parsed) KeepToBuiltInImages(&step);
+        if (!parsed || !qeltool::RunStep(context, step, image, &note, &error)) {
+            if (error.empty() || error.find('\n') != std::string::npos) std::abort();
+            return 0;
         }
         if (!image) std::abort();
     }

@@ -15,7 +15,6 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    stress::Draw draw(data, size);
-    stress::RunCall(draw, 0);
+    stress::RunCall(stress::Draw(data, size));
     return 0;
 }

@@ -1,6 +1,6 @@
 // One of qel's file readers fed the fuzzer's bytes as an open file, as
 // LoadImageFile hands a file over, with a pixel limit in force. Built once per
-// reader: QEL_FUZZ_READER names its call below (ReadPng, ReadTiff, ...).
+// reader: QEL_FUZZ_READER names its function in tools/codecs.h (ReadPng, ReadTiff, ...).
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <type_traits>
 
 #include "support/test_image.h"
 #include "tools/codecs.h"
@@ -18,40 +19,23 @@ namespace {
 // so that each input stays quick under the sanitizers.
 constexpr long long kPixelLimit = 1 << 20;
 
-}  // namespace
-
 // Each reader as LoadImageFile calls it: the first page or frame, metadata
-// collected. Only the one named by QEL_FUZZ_READER is used in a build.
-namespace fuzzreaders {
-using qeltool::ImageMetadata;
-SmartPtr<IQEL> ReadPng(FILE* f, const qel::Host& h, long long limit, std::string* e) {
+// collected where the reader gives any.
+template <class Reader>
+SmartPtr<IQEL> Read(Reader read, FILE* file, std::string* error) {
+    using qeltool::ImageMetadata;
+    const qel::Host& host = qeltest::TestHost();
     ImageMetadata metadata;
-    return qeltool::ReadPng(f, h, limit, &metadata, e);
+    if constexpr (std::is_invocable_v<Reader, FILE*, const qel::Host&, long long, std::string*>)
+        return read(file, host, kPixelLimit, error);
+    else if constexpr (std::is_invocable_v<Reader, FILE*, const qel::Host&, long long, ImageMetadata*,
+                                           std::string*>)
+        return read(file, host, kPixelLimit, &metadata, error);
+    else
+        return read(file, host, kPixelLimit, 0, &metadata, error);
 }
-SmartPtr<IQEL> ReadJpeg(FILE* f, const qel::Host& h, long long limit, std::string* e) {
-    ImageMetadata metadata;
-    return qeltool::ReadJpeg(f, h, limit, &metadata, e);
-}
-SmartPtr<IQEL> ReadNetpbm(FILE* f, const qel::Host& h, long long limit, std::string* e) {
-    ImageMetadata metadata;
-    return qeltool::ReadNetpbm(f, h, limit, &metadata, e);
-}
-SmartPtr<IQEL> ReadTiff(FILE* f, const qel::Host& h, long long limit, std::string* e) {
-    ImageMetadata metadata;
-    return qeltool::ReadTiff(f, h, limit, 0, &metadata, e);
-}
-SmartPtr<IQEL> ReadWebp(FILE* f, const qel::Host& h, long long limit, std::string* e) {
-    ImageMetadata metadata;
-    return qeltool::ReadWebp(f, h, limit, &metadata, e);
-}
-SmartPtr<IQEL> ReadGif(FILE* f, const qel::Host& h, long long limit, std::string* e) {
-    ImageMetadata metadata;
-    return qeltool::ReadGif(f, h, limit, 0, &metadata, e);
-}
-SmartPtr<IQEL> ReadBmp(FILE* f, const qel::Host& h, long long limit, std::string* e) {
-    return qeltool::ReadBmp(f, h, limit, e);
-}
-}  // namespace fuzzreaders
+
+}  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     qeltest::TestHost();  // the runtime is loaded (and instrumented) before the first input
@@ -68,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (file == nullptr) std::abort();
     std::rewind(file);
     std::string error;
-    SmartPtr<IQEL> image = fuzzreaders::QEL_FUZZ_READER(file, qeltest::TestHost(), kPixelLimit, &error);
+    SmartPtr<IQEL> image = Read(qeltool::QEL_FUZZ_READER, file, &error);
     std::fclose(file);
     if (!image) {
         // A refusal says why, on one line.

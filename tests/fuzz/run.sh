@@ -54,51 +54,35 @@ each=$(( seconds / ${#targets[@]} ))
 (( each >= 1 )) || each=1
 QEL_FUZZ_PRINT_DICTIONARY=1 ./fuzz/fuzz_command_line >fuzz/command_line.dict 2>/dev/null
 
-# Inputs up to these sizes: the seeds are far smaller, and a reader's
-# interesting structure sits in its first kilobytes.
-max_len() {
-  case $1 in
-    read_*) echo 65536 ;;
-    command_line) echo 512 ;;
-    *) echo 1024 ;;
-  esac
-}
-
 export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:strict_string_checks=1"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 failed=()
-total=0
-printf '%-14s %12s %10s %8s %8s\n' target executions seconds edges features >fuzz/summary.txt
 for name in "${targets[@]}"; do
   mkdir -p "fuzz/work/$name"
-  dictionary=()
-  for candidate in "$root/tests/fuzz/$name.dict" "fuzz/$name.dict"; do
-    [[ -f $candidate ]] && dictionary=(-dict="$candidate")
+  options=(-max_total_time="$each" -artifact_prefix="fuzz/findings/$name-")
+  # Inputs up to these sizes: the seeds are far smaller, and a reader's
+  # interesting structure sits in its first kilobytes.
+  case $name in
+    read_*) options+=(-max_len=65536) ;;
+    command_line) options+=(-max_len=512) ;;
+    *) options+=(-max_len=1024) ;;
+  esac
+  for dictionary in "$root/tests/fuzz/$name.dict" "fuzz/$name.dict"; do
+    [[ -f $dictionary ]] && options+=(-dict="$dictionary")
   done
   seeds=()
   [[ -d $root/tests/fuzz/corpus/$name ]] && seeds=("$root/tests/fuzz/corpus/$name")
   printf '\n---- fuzz_%s: %d s\n' "$name" "$each"
-  status=0
   # Two jobs' worth of memory at most on a shared 2-core machine; a slow
   # input (10 s) counts as a hang.
-  ./fuzz/fuzz_"$name" -max_total_time="$each" -timeout=10 -rss_limit_mb=2048 -max_len="$(max_len "$name")" \
-    -print_final_stats=1 -artifact_prefix="fuzz/findings/$name-" "${dictionary[@]}" \
-    "fuzz/work/$name" "${seeds[@]}" >"fuzz/$name.log" 2>&1 || status=$?
-  runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "fuzz/$name.log" | tail -1)
-  time=$(sed -n 's/^stat::.*_time_seconds: *//p;s/^Done [0-9]* runs in \([0-9]*\) second.*/\1/p' "fuzz/$name.log" | tail -1)
-  edges=$(grep -o 'cov: [0-9]*' "fuzz/$name.log" | tail -1 | cut -d' ' -f2)
-  features=$(grep -o 'ft: [0-9]*' "fuzz/$name.log" | tail -1 | cut -d' ' -f2)
-  printf '%-14s %12s %10s %8s %8s\n' "$name" "${runs:-?}" "${time:-$each}" "${edges:-?}" "${features:-?}" |
-    tee -a fuzz/summary.txt
-  total=$(( total + ${runs:-0} ))
-  if (( status != 0 )); then
+  if ! ./fuzz/fuzz_"$name" "${options[@]}" -timeout=10 -rss_limit_mb=2048 "fuzz/work/$name" "${seeds[@]}" \
+         >"fuzz/$name.log" 2>&1; then
     failed+=("$name")
     grep -E 'ERROR|SUMMARY|FAULT|Test unit written|^ *#[0-9]+ ' "fuzz/$name.log" | head -40 >&2
   fi
+  # libFuzzer's last status line: executions, coverage (edges, features), corpus, speed.
+  printf '%-14s %s\n' "$name" "$(grep -E '^#[0-9]+' "fuzz/$name.log" | tail -1)"
 done
-printf '\n'
-cat fuzz/summary.txt
-echo "all targets: $total executions"
 if (( ${#failed[@]} )); then
   echo "fuzz: findings in ${failed[*]} (inputs in $build/fuzz/findings/, logs in $build/fuzz/*.log)" >&2
   exit 1

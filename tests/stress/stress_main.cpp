@@ -10,10 +10,7 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <string>
 
 #include "stress/stress_check.h"
 
@@ -24,6 +21,7 @@
 
 namespace {
 
+// Only write(2) here: this runs in a signal handler, or as a sanitizer ends the program.
 void ReportCurrent() {
     const char prefix[] = "\nqel_stress: the failing call was ";
     ssize_t ignored = write(2, prefix, sizeof(prefix) - 1);
@@ -38,59 +36,52 @@ void OnSignal(int signal) {
     std::raise(signal);
 }
 
-int Usage() {
-    std::fprintf(stderr, "usage: qel_stress [--seed N] [--seconds N | --calls N | --call N]\n");
-    return 2;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-    uint64_t seed = 1;
+    uint64_t seed = 1, calls = 0, first = 0;
     double seconds = 0;
-    uint64_t calls = 0;
-    long long single = -1;
-    for (int i = 1; i < argc; ++i) {
+    // Options come in pairs: a name and its value.
+    bool understood = argc % 2 == 1;
+    for (int i = 1; understood && i < argc; i += 2) {
         const std::string option = argv[i];
-        const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
-        if (value == nullptr) return Usage();
-        ++i;
-        if (option == "--seed")
+        const char* value = argv[i + 1];
+        if (option == "--seed") {
             seed = std::strtoull(value, nullptr, 0);
-        else if (option == "--seconds")
+        } else if (option == "--seconds") {
             seconds = std::atof(value);
-        else if (option == "--calls")
+        } else if (option == "--calls") {
             calls = std::strtoull(value, nullptr, 0);
-        else if (option == "--call")
-            single = std::atoll(value);
-        else
-            return Usage();
+        } else if (option == "--call") {
+            first = std::strtoull(value, nullptr, 0);
+            calls = 1;
+        } else {
+            understood = false;
+        }
     }
-    if (seconds <= 0 && calls == 0 && single < 0) calls = 10000;
+    if (!understood) {
+        std::fprintf(stderr, "usage: qel_stress [--seed N] [--seconds N | --calls N | --call N]\n");
+        return 2;
+    }
+    if (seconds <= 0 && calls == 0) calls = 10000;
 
-    std::signal(SIGSEGV, OnSignal);
-    std::signal(SIGBUS, OnSignal);
-    std::signal(SIGFPE, OnSignal);
-    std::signal(SIGABRT, OnSignal);
+    for (int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGABRT}) std::signal(signal, OnSignal);
 #ifdef QEL_STRESS_SANITIZED
     __sanitizer_set_death_callback(ReportCurrent);
 #endif
 
     const auto start = std::chrono::steady_clock::now();
+    const auto elapsed = [&] {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    };
     uint64_t made = 0;
-    for (uint64_t index = single >= 0 ? static_cast<uint64_t>(single) : 0;; ++index) {
-        if (single >= 0 && made == 1) break;
-        if (calls != 0 && made >= calls) break;
-        if (seconds > 0 && (made & 15) == 0 &&
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() >= seconds)
-            break;
+    for (; calls == 0 || made < calls; ++made) {
+        if (seconds > 0 && (made & 15) == 0 && elapsed() >= seconds) break;
         std::snprintf(stress::gCallLabel, sizeof(stress::gCallLabel), "--seed %llu --call %llu",
-                      static_cast<unsigned long long>(seed), static_cast<unsigned long long>(index));
-        stress::RunOneCall(seed, index);
-        ++made;
+                      static_cast<unsigned long long>(seed), static_cast<unsigned long long>(first + made));
+        stress::RunCall(stress::Draw(seed, first + made));
     }
-    const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     std::printf("qel_stress: seed %llu, %llu operation calls in %.1f s, no fault found\n",
-                static_cast<unsigned long long>(seed), static_cast<unsigned long long>(made), elapsed);
+                static_cast<unsigned long long>(seed), static_cast<unsigned long long>(made), elapsed());
     return 0;
 }

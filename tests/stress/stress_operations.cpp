@@ -1,9 +1,8 @@
 // The operations the stress driver calls: every public operation of the five
 // components, with random images and random (sometimes absurd) parameters.
-#include <cmath>
-#include <cstring>
+#include <climits>
 #include <iterator>
-#include <limits>
+#include <utility>
 
 #include "stress/stress_check.h"
 #include "support/component_test.h"
@@ -21,11 +20,14 @@ using qeltest::Transform;
 // NaN, infinities or points far outside any image.
 class RandomTransform final : public ITransform {
 public:
-    explicit RandomTransform(Draw& draw) {
-        for (double& c : coefficients_) c = draw.Real(-2, 2);
-        coefficients_[2] = draw.Real(-40, 40);
-        coefficients_[5] = draw.Real(-40, 40);
-        wild_ = draw.Chance(0.1) ? draw.RealParam(0, 0) : 0.0;
+    explicit RandomTransform(Call& call) : call_(call) {
+        for (double& c : coefficients_) c = call.Real(-2, 2);
+        const double wild = call.Chance(0.1) ? call.RealParam(0, 0) : 0.0;
+        coefficients_[2] = call.Real(-40, 40) + wild;
+        coefficients_[5] = call.Real(-40, 40) + wild;
+    }
+    ~RandomTransform() {
+        if (refs_ != 1) call_.Fail("the caller's transform lost or gained a reference");
     }
     QResult QueryInterface(const IID&, void** object) override {
         *object = nullptr;
@@ -35,302 +37,204 @@ public:
     uint32_t Release() override { return --refs_; }  // lives on the stack
     QResult TransformPoint(double* x, double* y, double* z) override {
         const double u = *x, v = *y;
-        *x = coefficients_[0] * u + coefficients_[1] * v + coefficients_[2] + wild_;
-        *y = coefficients_[3] * u + coefficients_[4] * v + coefficients_[5] + wild_;
+        *x = coefficients_[0] * u + coefficients_[1] * v + coefficients_[2];
+        *y = coefficients_[3] * u + coefficients_[4] * v + coefficients_[5];
         *z = 0;
         return QEL_OK;
     }
-    void CheckBalanced(Call& call) const {
-        if (refs_ != 1) call.Fail("the caller's transform lost or gained a reference");
-    }
 
 private:
+    Call& call_;
     uint32_t refs_ = 1;
     double coefficients_[6];
-    double wild_;
 };
 
 // Result sizes a caller may ask for: mostly small, sometimes negative, and
 // sometimes so large that the runtime refuses the image rather than allocate.
-void ResultSize(Draw& draw, int* width, int* height) {
-    *width = draw.Int(0, 96);
-    *height = draw.Int(0, 96);
-    if (draw.Chance(0.05)) *width = -draw.Int(1, 5);
-    if (draw.Chance(0.05)) *height = -draw.Int(1, 5);
-    if (draw.Chance(0.03)) {
-        *width = draw.Pick<int>({1 << 20, std::numeric_limits<int>::max()});
-        *height = draw.Pick<int>({0, 1 << 20, std::numeric_limits<int>::max()});
-    }
+std::pair<int, int> ResultSize(Call& c) {
+    if (c.Chance(0.03)) return {c.Pick<int>({1 << 20, INT_MAX}), c.Pick<int>({0, 1 << 20, INT_MAX})};
+    const auto extent = [&c] { return c.Chance(0.05) ? -c.Int(1, 5) : c.Int(0, 96); };
+    return {extent(), extent()};
 }
 
-float F(double value) { return static_cast<float>(value); }
-int FilterSize(Draw& d) {
-    return d.Chance(0.05) ? d.Pick<int>({-3, 0, 1000000, std::numeric_limits<int>::max()}) : d.Int(-1, 9);
-}
 // A filter's result comes back through `result`, or replaces the source.
 template <class Invoke>
-void Filtered(Call& call, Draw& d, Invoke invoke) {
-    const bool inPlace = d.Chance(0.3);
-    IQEL* image = call.Input(inPlace);
-    invoke(image, inPlace ? nullptr : call.result.Out());
+void Filtered(Call& c, Invoke invoke) {
+    const bool inPlace = c.Chance(0.3);
+    IQEL* image = c.Input(inPlace);
+    invoke(image, inPlace ? nullptr : c.result.Out());
 }
-// The filters whose only parameter, if any, is a size.
 template <QResult (IQELFilterTransform::*Method)(IQEL*, IQEL**)>
-void PlainFilter(Call& c, Draw& d) {
-    Filtered(c, d, [](IQEL* i, IQEL** r) { (Filters()->*Method)(i, r); });
+void PlainFilter(Call& c) {
+    Filtered(c, [](IQEL* i, IQEL** r) { (Filters()->*Method)(i, r); });
 }
-template <QResult (IQELFilterTransform::*Method)(IQEL*, int, IQEL**)>
-void SizedFilter(Call& c, Draw& d) {
-    Filtered(c, d, [&](IQEL* i, IQEL** r) { (Filters()->*Method)(i, FilterSize(d), r); });
-}
-// A mask or second operand: often the first image's size, sometimes any size.
-Shape Like(Draw& d, const IQEL* first, const Shape& shape) {
-    Shape other = RandomShape(d);
-    if (first != nullptr && d.Chance(0.6)) other.width = shape.width, other.height = shape.height;
-    if (d.Chance(0.4)) other.bitCount = shape.bitCount;
-    if (d.Chance(0.4)) other.colourModel = shape.colourModel;
-    return other;
+// The filters of one number (a size, an amount or a radius), mostly in [lo, hi].
+template <QResult (IQELFilterTransform::*Method)(IQEL*, int, IQEL**), int lo, int hi>
+void SizedFilter(Call& c) {
+    Filtered(c, [&](IQEL* i, IQEL** r) { (Filters()->*Method)(i, c.Param(lo, hi), r); });
 }
 
-using Operation = void (*)(Call&, Draw&);
+using Operation = void (*)(Call&);
 struct Entry {
     const char* name;
     Operation run;
+    // Maths: how many operands to make beside the destination, and how often a mask.
+    int operands = -1;
+    double maskChance = 0;
 };
 const Entry kOperations[] = {
     // ---- colour, in place ----
     {"Colorize",
-     [](Call& c, Draw& d) {
-         IQEL* image = c.Input(true);
-         const QResult r =
-             Colours()->Colorize(image, static_cast<unsigned char>(d.Int(0, 255)),
-                                 static_cast<unsigned char>(d.Int(0, 255)), F(d.RealParam(-0.5, 1.5)));
-         if (image == nullptr && r != QEL_E_FAIL) c.Fail("null image not refused");
+     [](Call& c) {
+         Colours()->Colorize(c.Input(true), c.Int(0, 255), c.Int(0, 255), c.RealParam(-0.5, 1.5));
      }},
     {"Lut",
-     [](Call& c, Draw& d) {
+     [](Call& c) {
          unsigned char table[256];
-         for (unsigned char& entry : table) entry = static_cast<unsigned char>(d.Bits32());
-         Colours()->Lut(c.Input(true), d.Chance(0.05) ? nullptr : table);
+         for (unsigned char& entry : table) entry = static_cast<unsigned char>(c.Bits32());
+         Colours()->Lut(c.Input(true), c.Chance(0.05) ? nullptr : table);
      }},
-    {"Negative", [](Call& c, Draw&) { Colours()->Negative(c.Input(true)); }},
-    {"GrayScale", [](Call& c, Draw&) { Colours()->GrayScale(c.Input(true)); }},
+    {"Negative", [](Call& c) { Colours()->Negative(c.Input(true)); }},
+    {"GrayScale", [](Call& c) { Colours()->GrayScale(c.Input(true)); }},
     {"ShiftRGB",
-     [](Call& c, Draw& d) {
-         Colours()->ShiftRGB(c.Input(true), d.Param(-300, 300), d.Param(-300, 300), d.Param(-300, 300));
+     [](Call& c) {
+         Colours()->ShiftRGB(c.Input(true), c.Param(-300, 300), c.Param(-300, 300), c.Param(-300, 300));
      }},
-    {"Gamma", [](Call& c, Draw& d) { Colours()->Gamma(c.Input(true), F(d.RealParam(-1, 5))); }},
-    {"Light",
-     [](Call& c, Draw& d) { Colours()->Light(c.Input(true), d.Param(-300, 300), d.Param(-300, 300)); }},
+    {"Gamma", [](Call& c) { Colours()->Gamma(c.Input(true), c.RealParam(-1, 5)); }},
+    {"Light", [](Call& c) { Colours()->Light(c.Input(true), c.Param(-300, 300), c.Param(-300, 300)); }},
     {"SetImageAlpha",
-     [](Call& c, Draw& d) { Colours()->SetImageAlpha(c.Input(true), d.Param(-10, 300), d.Param(-1, 1)); }},
+     [](Call& c) { Colours()->SetImageAlpha(c.Input(true), c.Param(-10, 300), c.Param(-1, 1)); }},
     {"SetImageAlphaTransparency",
-     [](Call& c, Draw& d) {
-         Colours()->SetImageAlphaTransparency(c.Input(true), d.Param(-10, 300), d.Bits32());
-     }},
+     [](Call& c) { Colours()->SetImageAlphaTransparency(c.Input(true), c.Param(-10, 300), c.Bits32()); }},
     {"SetImageTransparentPixel",
-     [](Call& c, Draw& d) {
-         Colours()->SetImageTransparentPixel(c.Input(true),
-                                             d.Chance(0.5) ? d.Bits32() & 0xFFFFFF : d.Bits32());
+     [](Call& c) {
+         Colours()->SetImageTransparentPixel(c.Input(true), c.Bits32() & (c.Chance(0.5) ? 0xFFFFFFu : ~0u));
      }},
-    {"Threshold", [](Call& c, Draw& d) { Colours()->Threshold(c.Input(true), d.Param(-10, 300)); }},
+    {"Threshold", [](Call& c) { Colours()->Threshold(c.Input(true), c.Param(-10, 300)); }},
     // ---- orientation, rotation, resampling, depth ----
-    {"Flip", [](Call& c, Draw&) { Transform()->Flip(c.Input(false), c.result.Out()); }},
-    {"Mirror", [](Call& c, Draw&) { Transform()->Mirror(c.Input(false), c.result.Out()); }},
+    {"Flip", [](Call& c) { Transform()->Flip(c.Input(false), c.result.Out()); }},
+    {"Mirror", [](Call& c) { Transform()->Mirror(c.Input(false), c.result.Out()); }},
     {"Rotate",
-     [](Call& c, Draw& d) {
-         IQEL* source = c.Input(false);
+     [](Call& c) {
          const int angle =
-             d.Chance(0.3) ? d.Pick<int>({0, 90, -90, 180, 270, 360, -180, 450}) : d.Param(-720, 720);
-         Transform()->Rotate(source, d.Chance(0.03) ? nullptr : c.result.Out(), angle, d.Param(-2, 17),
-                             d.Int(0, 1), d.Int(0, 1));
+             c.Chance(0.3) ? c.Pick<int>({0, 90, -90, 180, 270, 360, -180, 450}) : c.Param(-720, 720);
+         Transform()->Rotate(c.Input(false), c.Chance(0.03) ? nullptr : c.result.Out(), angle,
+                             c.Param(-2, 17), c.Int(0, 1), c.Int(0, 1));
      }},
     {"Skew",
-     [](Call& c, Draw& d) {
-         IQEL* source = c.Input(false);
-         Transform()->Skew(source, c.result.Out(), F(d.RealParam(-3, 3)), F(d.RealParam(-3, 3)),
-                           d.Param(-70, 70), d.Param(-70, 70), 0, d.Int(0, 1));
+     [](Call& c) {
+         Transform()->Skew(c.Input(false), c.result.Out(), c.RealParam(-3, 3), c.RealParam(-3, 3),
+                           c.Param(-70, 70), c.Param(-70, 70), 0, c.Int(0, 1));
      }},
     {"Resample",
-     [](Call& c, Draw& d) {
-         IQEL* source = c.Input(false);
-         int width = 0, height = 0;
-         ResultSize(d, &width, &height);
-         Transform()->Resample(source, c.result.Out(), width, height, d.Param(-2, 17), d.Chance(0.3));
+     [](Call& c) {
+         const auto [width, height] = ResultSize(c);
+         Transform()->Resample(c.Input(false), c.result.Out(), width, height, c.Param(-2, 17), c.Chance(0.3));
      }},
     {"IncreaseBpp",
-     [](Call& c, Draw& d) {
-         IQEL* source = c.Input(false);
-         const int bitCount = d.Chance(0.8) ? d.Pick<int>({1, 4, 8, 16, 24, 32}) : d.Param(-5, 40);
-         Transform()->IncreaseBpp(source, c.result.Out(), bitCount,
-                                  d.Pick<unsigned>({QEL_MODEL_BGR, QEL_MODEL_ARGB, 0u}));
+     [](Call& c) {
+         const int bitCount = c.Chance(0.8) ? c.Pick<int>({1, 4, 8, 16, 24, 32}) : c.Param(-5, 40);
+         Transform()->IncreaseBpp(c.Input(false), c.result.Out(), bitCount,
+                                  c.Pick<unsigned>({QEL_MODEL_BGR, QEL_MODEL_ARGB, 0u}));
      }},
     {"RotatePaste",
-     [](Call& c, Draw& d) {
-         IQEL* source = c.Input(false);
-         IQEL* target = c.Input(true);
-         Transform()->RotatePaste(source, target, d.RealParam(-7, 7), d.Param(-2, 17),
-                                  static_cast<int>(d.Bits32()));
+     [](Call& c) {
+         Transform()->RotatePaste(c.Input(false), c.Input(true), c.RealParam(-7, 7), c.Param(-2, 17),
+                                  c.Bits32());
      }},
-    {"FlipBits", [](Call& c, Draw&) { Transform()->FlipBits(c.Input(true)); }},
+    {"FlipBits", [](Call& c) { Transform()->FlipBits(c.Input(true)); }},
     {"Quad",
-     [](Call& c, Draw& d) {
-         IQEL* source = c.Input(false);
-         unsigned width = static_cast<unsigned>(d.Int(1, 96)), height = static_cast<unsigned>(d.Int(1, 96));
-         if (d.Chance(0.1)) width = d.Pick<unsigned>({0u, 65536u, 70000u, 0xFFFFFFFFu});
-         if (d.Chance(0.1)) height = d.Pick<unsigned>({0u, 65536u, 70000u, 0xFFFFFFFFu});
+     [](Call& c) {
+         const auto side = [&c] {
+             return c.Chance(0.1) ? c.Pick<unsigned>({0u, 65536u, 70000u, 0xFFFFFFFFu})
+                                  : unsigned(c.Int(1, 96));
+         };
+         const unsigned width = side(), height = side();
          // A size derived from the corners is as large as the caller's corners
          // make it (the caller's side of the contract): absurd corners only with given sizes.
          const bool derived = width == 0 || width >= 65536 || height == 0 || height >= 65536;
          double p[8];
-         for (double& v : p) v = derived ? d.Real(-20, 90) : d.RealParam(-20, 90);
-         Transform()->Quad(source, c.result.Out(), p[0], p[1], p[2], p[3], p[4], p[5], p[6], p[7], width,
-                           height, static_cast<short>(d.Int(0, 1)));
+         for (double& v : p) v = derived ? c.Real(-20, 90) : c.RealParam(-20, 90);
+         Transform()->Quad(c.Input(false), c.result.Out(), p[0], p[1], p[2], p[3], p[4], p[5], p[6], p[7],
+                           width, height, c.Int(0, 1));
      }},
     {"Transform",
-     [](Call& c, Draw& d) {
-         IQEL* source = c.Input(false);
-         RandomTransform map(d);
-         int width = 0, height = 0;
-         ResultSize(d, &width, &height);
-         Transform()->Transform(d.Chance(0.03) ? nullptr : &map, source, c.result.Out(), d.Param(-40, 40),
-                                d.Param(-40, 40), static_cast<unsigned>(width), static_cast<unsigned>(height),
-                                0, 0);
-         map.CheckBalanced(c);
+     [](Call& c) {
+         RandomTransform map(c);
+         const auto [width, height] = ResultSize(c);
+         Transform()->Transform(c.Chance(0.03) ? nullptr : &map, c.Input(false), c.result.Out(),
+                                c.Param(-40, 40), c.Param(-40, 40), width, height, 0, 0);
      }},
     {"TransformPaste",
-     [](Call& c, Draw& d) {
-         IQEL* source = c.Input(false);
-         IQEL* target = c.Input(true);
-         RandomTransform map(d);
-         Transform()->TransformPaste(d.Chance(0.03) ? nullptr : &map, source, target, d.Param(-40, 40),
-                                     d.Param(-40, 40), static_cast<short>(d.Int(0, 1)), 0);
-         map.CheckBalanced(c);
+     [](Call& c) {
+         RandomTransform map(c);
+         Transform()->TransformPaste(c.Chance(0.03) ? nullptr : &map, c.Input(false), c.Input(true),
+                                     c.Param(-40, 40), c.Param(-40, 40), c.Int(0, 1), 0);
      }},
-    {"FlipImageAndBits", [](Call& c, Draw&) { Transform()->FlipImageAndBits(c.Input(true)); }},
+    {"FlipImageAndBits", [](Call& c) { Transform()->FlipImageAndBits(c.Input(true)); }},
     {"CircleTransform",
-     [](Call& c, Draw& d) {
-         Deform()->CircleTransform(c.Input(true), d.Param(-2, 6), d.Int(0, 1), F(d.RealParam(-50, 50)));
+     [](Call& c) {
+         Deform()->CircleTransform(c.Input(true), c.Param(-2, 6), c.Int(0, 1), c.RealParam(-50, 50));
      }},
     // ---- filters ----
-    {"Erode", SizedFilter<&IQELFilterTransform::Erode>},
-    {"Edge", SizedFilter<&IQELFilterTransform::Edge>},
-    {"Dilate", SizedFilter<&IQELFilterTransform::Dilate>},
+    {"Erode", SizedFilter<&IQELFilterTransform::Erode, -1, 9>},
+    {"Edge", SizedFilter<&IQELFilterTransform::Edge, -1, 9>},
+    {"Dilate", SizedFilter<&IQELFilterTransform::Dilate, -1, 9>},
     {"Filter",
-     [](Call& c, Draw& d) {
+     [](Call& c) {
          // The kernel holds size * size entries: the caller's side of the contract.
-         const int size = d.Int(-2, 7);
+         const int size = c.Int(-2, 7);
          std::vector<int> kernel(static_cast<size_t>(size > 0 ? size * size : 0));
-         for (int& k : kernel) k = d.Chance(0.05) ? d.Param(0, 0) : d.Int(-20, 20);
-         const int divisor = d.Chance(0.2) ? d.Pick<int>({0, -1, 1}) : d.Param(-50, 50);
-         Filtered(c, d, [&](IQEL* i, IQEL** r) {
-             Filters()->Filter(i, kernel.empty() ? nullptr : kernel.data(), size, divisor, d.Param(-300, 300),
+         for (int& k : kernel) k = c.Param(-20, 20);
+         const int divisor = c.Chance(0.2) ? c.Pick<int>({0, -1, 1}) : c.Param(-50, 50);
+         Filtered(c, [&](IQEL* i, IQEL** r) {
+             Filters()->Filter(i, kernel.empty() ? nullptr : kernel.data(), size, divisor, c.Param(-300, 300),
                                r);
          });
      }},
     {"Contour", PlainFilter<&IQELFilterTransform::Contour>},
-    {"Jitter",
-     [](Call& c, Draw& d) {
-         Filtered(c, d, [&](IQEL* i, IQEL** r) { Filters()->Jitter(i, d.Param(-70, 70), r); });
-     }},
-    {"Noise",
-     [](Call& c, Draw& d) {
-         Filtered(c, d, [&](IQEL* i, IQEL** r) { Filters()->Noise(i, d.Param(-300, 300), r); });
-     }},
-    {"Median", SizedFilter<&IQELFilterTransform::Median>},
+    {"Jitter", SizedFilter<&IQELFilterTransform::Jitter, -70, 70>},
+    {"Noise", SizedFilter<&IQELFilterTransform::Noise, -300, 300>},
+    {"Median", SizedFilter<&IQELFilterTransform::Median, -1, 9>},
     {"Emboss", PlainFilter<&IQELFilterTransform::Emboss>},
     {"Blur", PlainFilter<&IQELFilterTransform::Blur>},
     {"Soften", PlainFilter<&IQELFilterTransform::Soften>},
     {"Sharpen", PlainFilter<&IQELFilterTransform::Sharpen>},
-    {"GaussianBlur",
-     [](Call& c, Draw& d) {
-         Filtered(c, d, [&](IQEL* i, IQEL** r) { Filters()->GaussianBlur(i, d.Param(-1, 4), r); });
-     }},
-    // ---- maths ----
+    {"GaussianBlur", SizedFilter<&IQELFilterTransform::GaussianBlur, -1, 4>},
+    // ---- maths: a destination, then its operands and mask ----
     {"Equal",
-     [](Call& c, Draw& d) {
-         const Shape shape = RandomShape(d);
-         IQEL* image = c.Image(shape, true);
-         IQEL* mask = d.Chance(0.5) ? c.Image(Like(d, image, shape), false) : nullptr;
-         if (Maths()->Equal(image, mask, static_cast<int>(d.Bits32())) != QEL_OK)
-             c.Fail("Equal did not answer 0");
-     }},
-    {"Copy",
-     [](Call& c, Draw& d) {
-         const Shape shape = RandomShape(d);
-         IQEL* dest = c.Image(shape, true);
-         IQEL* source = c.Image(Like(d, dest, shape), false);
-         IQEL* mask = d.Chance(0.3) ? c.Image(false) : nullptr;
-         Maths()->Copy(dest, source, mask, d.Param(-70, 70), d.Param(-70, 70));
-     }},
+     [](Call& c) {
+         if (Maths()->Equal(c.dest, c.mask, c.Bits32()) != QEL_OK) c.Fail("Equal did not answer 0");
+     },
+     0, 0.5},
+    {"Copy", [](Call& c) { Maths()->Copy(c.dest, c.a, c.mask, c.Param(-70, 70), c.Param(-70, 70)); }, 1, 0.3},
     {"AddScale",
-     [](Call& c, Draw& d) {
-         const Shape shape = RandomShape(d);
-         IQEL* dest = c.Image(shape, true);
-         IQEL* a = c.Image(Like(d, dest, shape), false);
-         IQEL* b = c.Image(Like(d, dest, shape), false);
-         IQEL* mask = d.Chance(0.4) ? c.Image(Like(d, dest, shape), false) : nullptr;
-         Maths()->AddScale(dest, a, b, mask, F(d.RealParam(-2, 2)), F(d.RealParam(-2, 2)),
-                           F(d.RealParam(-300, 300)));
-     }},
+     [](Call& c) {
+         Maths()->AddScale(c.dest, c.a, c.b, c.mask, c.RealParam(-2, 2), c.RealParam(-2, 2),
+                           c.RealParam(-300, 300));
+     },
+     2, 0.4},
     {"Scale",
-     [](Call& c, Draw& d) {
-         const Shape shape = RandomShape(d);
-         IQEL* dest = c.Image(shape, true);
-         IQEL* source = c.Image(Like(d, dest, shape), false);
-         IQEL* mask = d.Chance(0.4) ? c.Image(Like(d, dest, shape), false) : nullptr;
-         Maths()->Scale(dest, source, mask, F(d.RealParam(-3, 3)), F(d.RealParam(-300, 300)));
-     }},
-    {"Subtract",
-     [](Call& c, Draw& d) {
-         const Shape shape = RandomShape(d);
-         IQEL* dest = d.Chance(0.03) ? nullptr : c.Image(shape, true);
-         IQEL* a = c.Image(Like(d, dest, shape), false);
-         IQEL* b = c.Image(Like(d, dest, shape), false);
-         Maths()->Subtract(dest, a, b, d.Int(0, 3));
-     }},
+     [](Call& c) { Maths()->Scale(c.dest, c.a, c.mask, c.RealParam(-3, 3), c.RealParam(-300, 300)); }, 1,
+     0.4},
+    {"Subtract", [](Call& c) { Maths()->Subtract(c.Chance(0.03) ? nullptr : c.dest, c.a, c.b, c.Int(0, 3)); },
+     2},
     {"CreateDestImage",
-     [](Call& c, Draw& d) {
-         IQEL* model = c.Input(false);
-         const int bitCount = d.Chance(0.7) ? d.Pick<int>({0, 1, 4, 8, 16, 24, 32}) : d.Param(-5, 40);
-         Maths()->CreateDestImage(c.result.Out(), model, bitCount, static_cast<int>(d.Bits32()));
+     [](Call& c) {
+         const int bitCount = c.Chance(0.7) ? c.Pick<int>({0, 1, 4, 8, 16, 24, 32}) : c.Param(-5, 40);
+         Maths()->CreateDestImage(c.result.Out(), c.Input(false), bitCount, c.Bits32());
      }},
-    {"Add",
-     [](Call& c, Draw& d) {
-         const Shape shape = RandomShape(d);
-         IQELImage* dest = c.Image(true);
-         IQEL* a = c.Image(shape, false);
-         IQEL* b = c.Image(Like(d, a, shape), false);
-         Maths()->Add(dest, a, b, F(d.RealParam(-3, 3)));
-     }},
-    {"Scale8",
-     [](Call& c, Draw& d) {
-         IQELImage* dest = c.Image(true);
-         IQEL* source = c.Image(false);
-         Maths()->Scale8(dest, source, d.Param(-300, 300), d.RealParam(-3, 3));
-     }},
+    {"Add", [](Call& c) { Maths()->Add(c.dest, c.a, c.b, c.RealParam(-3, 3)); }, 2},
+    {"Scale8", [](Call& c) { Maths()->Scale8(c.dest, c.a, c.Param(-300, 300), c.RealParam(-3, 3)); }, 1},
 };
-
-// SplitMix64: independent call seeds from (run seed, call number).
-uint64_t Mix(uint64_t value) {
-    value += 0x9E3779B97F4A7C15ull;
-    value = (value ^ (value >> 30)) * 0xBF58476D1CE4E5B9ull;
-    value = (value ^ (value >> 27)) * 0x94D049BB133111EBull;
-    return value ^ (value >> 31);
-}
 
 }  // namespace
 
-void RunOneCall(uint64_t runSeed, uint64_t index) {
-    const uint64_t callSeed = Mix(runSeed ^ Mix(index));
-    Draw draw(callSeed);
-    RunCall(draw, callSeed);
-}
-
-void RunCall(Draw& draw, uint64_t callSeed) {
+void RunCall(Draw draw) {
     const Entry& entry = kOperations[draw.Int(0, int(std::size(kOperations)) - 1)];
-    Call call(entry.name, callSeed, draw);
-    entry.run(call, draw);
+    Call call(entry.name, draw);
+    if (entry.operands >= 0) call.MakeOperands(entry.operands, entry.maskChance);
+    entry.run(call);
     call.Finish();
 }
 
