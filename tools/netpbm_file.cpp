@@ -11,6 +11,7 @@
 #include <string>
 
 #include "tools/codecs.h"
+#include "tools/image_metadata.h"
 #include "tools/pixel_limit.h"
 #include "tools/raster.h"
 
@@ -282,7 +283,7 @@ bool WriteNetpbm(FILE* file, IQEL* image, char kind, std::string* error) {
         return false;
     }
     const Raster raster = ToRaster(image);
-    const bool bilevel = p.bitCount == 1 && PaletteOf(image).empty();
+    const bool bilevel = p.bitCount == 1 && IsGreyPalette(PaletteOf(image), 1);  // black and white
     bool grey = kind == 'g' || ((kind == 'n' || kind == 'a') && raster.grey);
     const bool alpha = kind == 'a' && raster.alpha;
     if (alpha) grey = false;  // RGB_ALPHA keeps the layout of 32-bit images

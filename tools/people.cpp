@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "tools/image_metadata.h"
 #include "tools/operation_kit.h"
 #include "tools/raster.h"
 
@@ -182,6 +183,8 @@ SmartPtr<IQEL> ExpandForViewing(const qel::Host& host, SmartPtr<IQEL> image, con
     const qel::Pixels p = qel::PixelsOf(image.Get());
     if (p.bitCount > 8) return image;
     const std::vector<RGBQUAD> palette = PaletteOf(image.Get());
+    // Grey 1- and 4-bit images keep their bits, whether or not the file spelled out the grey ramp.
+    if (choices.keepDepth && p.bitCount < 8 && IsGreyPalette(palette, p.bitCount)) return image;
     if (!palette.empty()) {
         if (choices.keepPalette) return image;
         Raster raster = ToRaster(image.Get());
@@ -196,7 +199,7 @@ SmartPtr<IQEL> ExpandForViewing(const qel::Host& host, SmartPtr<IQEL> image, con
             }
         return FromRaster(host, raster, 32, QEL_MODEL_ARGB);
     }
-    if (p.bitCount == 8 || choices.keepDepth) return image;
+    if (p.bitCount == 8) return image;
     return FromRaster(host, ToRaster(image.Get()), 8, QEL_MODEL_MONO);
 }
 
