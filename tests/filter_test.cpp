@@ -90,7 +90,7 @@ TEST(FilterHandover, NullResultReplacesTheSourceThroughAssign) {
     ASSERT_EQ(Filters()->Blur(image.Get(), nullptr), QEL_OK);
     EXPECT_EQ(ColourAt(image.Get(), 3, 2), 0x00E2E2E2u);  // 8 of 9 white
     EXPECT_EQ(ColourAt(image.Get(), 0, 0), 0x00FFFFFFu);
-    EXPECT_EQ(image->RefCount(), 1u);
+    EXPECT_EQ(RefCountOf(image.Get()), 1u);
     EXPECT_TRUE(image->GuardsIntact());
 }
 
@@ -274,7 +274,7 @@ TEST(Jitter, ReplaysHorizontalThenVerticalDrawsAndKeepsPointsOutside) {
     Owned one = Uniform(1, 1, 24, 0x004D0000);
     ASSERT_EQ(Filters()->Jitter(one.Get(), 1000, nullptr), QEL_OK);
     EXPECT_EQ(ColourAt(one.Get(), 0, 0), 0x004D0000u);
-    EXPECT_EQ(one->RefCount(), 1u);
+    EXPECT_EQ(RefCountOf(one.Get()), 1u);
 }
 
 }  // namespace

@@ -123,7 +123,7 @@ TEST(Transform, IdentityShiftDoublingAndWildMapsAtEveryDepth) {
             for (int n = 0; n < 15; ++n) EXPECT_EQ(PixelOf(result.Get(), n % 5, n / 5), fill) << wild;
         }
         EXPECT_TRUE(source->GuardsIntact());
-        EXPECT_EQ(source->RefCount(), 1u);
+        EXPECT_EQ(RefCountOf(source.Get()), 1u);
     }
     auto noAlpha = TestHost().NewImage(2, 2, 32, QEL_MODEL_BGR);
     SmartPtr<IQEL> result;
@@ -207,8 +207,9 @@ TEST(CircleTransform, EachModesCentreRadiusAndCorners) {
     } cases[] = {
         {0, From(50, 50), From(50, 33), From(67, 50)},  // bulge: r = 35 * 35 / 70 = 17.5
         {1, From(50, 50), From(50, 1), From(99, 50)},   // pinch: r = sqrt(70 * 35) = 49.5
-        // Swirl: d = 35 turns by 35 / 35 = 1 radian from straight up: 35 (sin 1, cos 1) = (29.45, 18.91).
-        {2, From(50, 50), From(79, 32), {}},
+        // Swirl: d = 35 turns by 35 / 35 = 1 radian: from straight up by 35 (sin 1, cos 1) =
+        // (29.45, 18.91), from the right by 35 (cos 1, sin 1).
+        {2, From(50, 50), From(79, 32), From(68, 79)},
         // Polar unwrap: angle 0 radius 0 at the centre, a quarter turn at half the radius.
         {3, From(0, 0), From(25, 50), From(50, 50)},
     };
@@ -217,9 +218,7 @@ TEST(CircleTransform, EachModesCentreRadiusAndCorners) {
         EXPECT_EQ(qel::PixelsOf(image.Get()).bitCount, 32);  // withAlpha turns 24 bits into 32
         EXPECT_EQ(PixelOf(image.Get(), 50, 50), c.centre) << c.mode;
         EXPECT_EQ(PixelOf(image.Get(), 50, 15), c.up35) << c.mode;
-        if (!c.right35.empty()) {
-            EXPECT_EQ(PixelOf(image.Get(), 85, 50), c.right35) << c.mode;
-        }
+        EXPECT_EQ(PixelOf(image.Get(), 85, 50), c.right35) << c.mode;
         const int corners[][2] = {{0, 0}, {99, 0}, {0, 99}};
         for (const auto& corner : corners)
             EXPECT_EQ(PixelOf(image.Get(), corner[0], corner[1]), kOutside) << c.mode;

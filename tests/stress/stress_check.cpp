@@ -59,7 +59,7 @@ IQELImageDIB* Call::Image(const Shape& shape, bool changes) {
                                              shape.padding, shape.bottomUp, shape.planes);
     held.buffer->FillRandom(draw_.Bits32());
     held.image = held.buffer;
-    held.refs = held.buffer->RefCount();
+    held.refs = qeltest::RefCountOf(held.buffer);
     for (int p = 0; p < shape.planes; ++p) held.before.push_back(Contents(held, p));
     held_.push_back(held);
     return held.image;
