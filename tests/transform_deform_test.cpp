@@ -2,7 +2,6 @@
 // interfaces, on images whose colours name the source pixel they came from.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <limits>
 
 #include "support/component_test.h"
@@ -35,8 +34,7 @@ TEST(Skew, ShiftsRowsAboutTheCentreAndFillsWithTheOutsideColour) {
     ASSERT_EQ(Transform()->Skew(Positions(7, 5, 24).Get(), result.Out(), 0, 0, 0, 0, 0, 1), QEL_OK);
     EXPECT_EQ(qel::PixelsOf(result.Get()).colourModel, QEL_MODEL_ARGB);
     EXPECT_EQ(PixelOf(result.Get(), 6, 4), (Bytes{6, 4, 200, 255}));
-    for (float gain :
-         {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(), 3e38f}) {
+    for (float gain : {float(kNaN), float(kInf), 3e38f}) {
         ASSERT_EQ(Transform()->Skew(source.Get(), result.Out(), gain, gain, 2147483647, 0, 0, 0), QEL_OK);
         EXPECT_EQ(PixelOf(result.Get(), 5, 0), fill) << gain;
     }
@@ -63,12 +61,11 @@ TEST(Quad, AlignedRectangleKeepsPixelsInsideABlackMarginAndDerivesSizes) {
 }
 
 TEST(Quad, BlendAveragesFourOneAxisBlendsAndWildCornersStayInside) {
-    auto source = HostImage(6, 6, 24, {});
-    const qel::Pixels p = qel::PixelsOf(source.Get());
-    const unsigned char p00[3] = {100, 0, 255}, p10[3] = {20, 255, 255}, p01[3] = {40, 0, 255},
-                        p11[3] = {8, 0, 0};
-    std::memcpy(p.Row(2) + 6, p00, 3), std::memcpy(p.Row(2) + 9, p10, 3);
-    std::memcpy(p.Row(3) + 6, p01, 3), std::memcpy(p.Row(3) + 9, p11, 3);
+    auto source = Uniform(6, 6, 24, 0);
+    PutColour(source.Get(), 2, 2, PackColor(100, 0, 255, 0));   // p00
+    PutColour(source.Get(), 3, 2, PackColor(20, 255, 255, 0));  // p10
+    PutColour(source.Get(), 2, 3, PackColor(40, 0, 255, 0));    // p01
+    PutColour(source.Get(), 3, 3, PackColor(8, 0, 0, 0));       // p11
     // The scan runs from (2, 2) to (4, 2) in four steps of half a pixel.
     SmartPtr<IQEL> blended, copied;
     ASSERT_EQ(Transform()->Quad(source.Get(), blended.Out(), 2, 2, 4, 2, 2, 3, 4, 3, 4, 1, 1), QEL_OK);
