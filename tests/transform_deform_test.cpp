@@ -151,14 +151,12 @@ TEST(TransformPaste, GapRulesOfEachDepthAndFillVoids) {
         Pasted(&stretch, HostImage(4, 1, 24, {1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4}).Get(), 8, 2, 0, 0, 0),
         expected);
     // Doubling 32 bits paints even rows and columns, leaving the odd corners blank.
-    Bytes pixels, painted;
-    for (int i = 1; i <= 9; ++i) pixels.insert(pixels.end(), {static_cast<unsigned char>(i), 0, 0, 0xFF});
-    for (int n = 0; n < 36; ++n) {
-        const bool on = n % 2 == 0 || n / 6 % 2 == 0;  // x = n % 6, y = n / 6
-        painted.insert(painted.end(), {static_cast<unsigned char>(on ? 1 + n % 6 / 2 + 3 * (n / 12) : 0), 0,
-                                       0, static_cast<unsigned char>(on ? 0xFF : 0)});
-    }
-    EXPECT_EQ(Pasted(&Doubling, HostImage(3, 3, 32, pixels).Get(), 6, 6, 0, 0, 0), painted);
+    const int a = int(0xFF000000);  // opaque
+    const Bytes grid = Ints({a + 1, a + 2, a + 3, a + 4, a + 5, a + 6, a + 7, a + 8, a + 9});
+    EXPECT_EQ(Pasted(&Doubling, HostImage(3, 3, 32, grid).Get(), 6, 6, 0, 0, 0),
+              Ints({a + 1, a + 1, a + 2, a + 2, a + 3, a + 3, a + 1, 0, a + 2, 0, a + 3, 0,
+                    a + 4, a + 4, a + 5, a + 5, a + 6, a + 6, a + 4, 0, a + 5, 0, a + 6, 0,
+                    a + 7, a + 7, a + 8, a + 8, a + 9, a + 9, a + 7, 0, a + 8, 0, a + 9, 0}));
     // Filling voids never writes zero: a black pixel becomes the value 1. At
     // 32 bits the hole at (2, 1) is then filled from its right neighbour, made
     // opaque (the target has alpha).
