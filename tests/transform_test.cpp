@@ -187,8 +187,7 @@ TEST(Resample, CopiesNearestPixelsAndAveragesTruncatedBlocks) {
     // 4 x 2 to 2 x 1: 2 x 2 blocks, sums divided with truncation; alpha stays as created.
     Owned blocks =
         ImageOf(4, 2, 32, QEL_MODEL_ARGB, {10, 0, 255, 9, 11, 1, 254, 9, 100, 0, 0, 9, 200, 0, 0, 9,
-                                           12, 2, 255, 9, 13, 2, 254, 9, 0,   0, 0, 9, 1,   0, 0, 9},
-                0);
+                                           12, 2, 255, 9, 13, 2, 254, 9, 0,   0, 0, 9, 1,   0, 0, 9});
     EXPECT_EQ(PixelBytes(Resampled(blocks.Get(), 2, 1, 7).Get()), (Bytes{11, 1, 254, 0, 75, 0, 0, 0}));
     // A scale of 2.5 averages 2 columns from floor(2.5 x); column 4 is never read.
     Owned row = ImageOf(5, 1, 8, QEL_MODEL_MONO, {10, 20, 255, 40, 51}, 0);
