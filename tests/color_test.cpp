@@ -31,7 +31,7 @@ Bytes After(int width, int height, int bitCount, const Bytes& pixels, const Op& 
         EXPECT_EQ(PaddingOf(image.Get()), padding) << "padding changed";
     }
     EXPECT_TRUE(image->GuardsIntact());
-    EXPECT_EQ(image->RefCount(), 1u);
+    EXPECT_EQ(RefCountOf(image.Get()), 1u);
     return PixelBytes(image.Get());
 }
 Bytes Ramp() {

@@ -104,7 +104,7 @@ TEST(Contract, NullArgumentsGiveTheirCodeAndTouchNothing) {
         else
             EXPECT_TRUE(result == unset || result == nullptr) << row.call;
         EXPECT_EQ(other->Snapshot(), before) << row.call;
-        EXPECT_EQ(other->RefCount(), 1u) << row.call;
+        EXPECT_EQ(RefCountOf(other.Get()), 1u) << row.call;
     }
 }
 

@@ -76,7 +76,7 @@ TEST(FilterBorders, OutsideIsTheTopLeftColourAndANullResultFiltersInPlace) {
     EXPECT_EQ(ColourAt(image.Get(), 4, 3), 0x008D7100u);  // 5 outside red: 141, 4 green: 113
     EXPECT_EQ(ColourAt(image.Get(), 1, 1), 0x001CE200u);  // inside, touching the red pixel
     EXPECT_EQ(ColourAt(image.Get(), 3, 2), 0x0000FF00u);
-    EXPECT_EQ(image->RefCount(), 1u);
+    EXPECT_EQ(RefCountOf(image.Get()), 1u);
     EXPECT_TRUE(image->GuardsIntact());
 }
 

@@ -218,7 +218,7 @@ TEST(MathsCopy, MaskOffsetsClippingAndCreateDestImage) {
     EXPECT_EQ(RefCountOf(made.Get()), 1u);
     ASSERT_EQ(Maths()->CreateDestImage(made.Out(), model.Get(), 8, int(M)), QEL_OK);
     EXPECT_EQ(shape(), std::vector<int>({5, 3, 2, 8, int(M)}));
-    EXPECT_EQ(model->RefCount(), 1u);
+    EXPECT_EQ(RefCountOf(model.Get()), 1u);
 }
 
 TEST(MathsEqual, LayoutsPerFormatMasksAndPlanes) {

@@ -92,7 +92,7 @@ TEST(ReliabilityThreads, SharedSourceAndComponentsKeepReferencesBalanced) {
     WarmUp();
     SmartPtr<BufferImage> source = RandomImage(31, 19, 24, 77);
     const std::vector<unsigned char> before = source->Snapshot();
-    const uint32_t sourceRefs = source->RefCount();
+    const uint32_t sourceRefs = RefCountOf(source.Get());
     const uint32_t filterRefs = RefCountOf(Filters());
 
     SmartPtr<IQEL> expected;
@@ -123,7 +123,7 @@ TEST(ReliabilityThreads, SharedSourceAndComponentsKeepReferencesBalanced) {
 
     for (int t = 0; t < kThreads; ++t)
         for (const uint64_t digest : digests[t]) EXPECT_EQ(digest, expectedDigest) << "thread " << t;
-    EXPECT_EQ(source->RefCount(), sourceRefs);
+    EXPECT_EQ(RefCountOf(source.Get()), sourceRefs);
     EXPECT_EQ(RefCountOf(Filters()), filterRefs);
     EXPECT_EQ(source->Snapshot(), before);
     EXPECT_TRUE(source->GuardsIntact());

@@ -19,11 +19,8 @@ Interface* Hosted(const wchar_t* name, const IID& iid) {
 // One instance of a linked class, made directly rather than through the host.
 template <class Class, class Interface>
 Class* Linked(const IID& iid) {
-    static SmartPtr<Interface> made = [&iid] {
-        SmartPtr<Interface> component;
-        Class::_CreateInstance(nullptr, &iid, component.OutVoid());
-        return component;
-    }();
+    static SmartPtr<Interface> made;
+    if (!made) Class::_CreateInstance(nullptr, &iid, made.OutVoid());
     return static_cast<Class*>(made.Get());
 }
 

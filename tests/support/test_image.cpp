@@ -99,10 +99,6 @@ QResult BufferImage::Create(int width, int height, int planes, int bitCount, uns
     Layout(width, height, planes, bitCount, colourModel);
     return QEL_OK;
 }
-QResult BufferImage::Clear() {
-    Layout(0, 0, 1, bitCount_, colourModel_);
-    return QEL_OK;
-}
 QResult BufferImage::Assign(IQEL* source, int) {
     int width = 0, height = 0, planes = 0, bitCount = 0, reserved = 0;
     unsigned colourModel = 0;
@@ -113,6 +109,7 @@ QResult BufferImage::Assign(IQEL* source, int) {
     SetPixelBytes(this, bytes);
     return QEL_OK;
 }
+QResult BufferImage::Clear() { return QEL_E_NOTIMPL; }
 QResult BufferImage::Fill(unsigned) { return QEL_E_NOTIMPL; }
 QResult BufferImage::SetPalette(const RGBQUAD*, unsigned) { return QEL_E_NOTIMPL; }
 

@@ -39,7 +39,6 @@ public:
     QResult Fill(unsigned colour) override;
     QResult SetPalette(const RGBQUAD* entries, unsigned count) override;
 
-    uint32_t RefCount() const { return refs_; }
     bool GuardsIntact() const;
     // Fills every byte of every row (padding included) from a seeded generator.
     void FillRandom(uint32_t seed);
