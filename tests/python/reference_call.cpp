@@ -1,21 +1,21 @@
 // Calls one method of the module straight through its interface, for the
 // Python tests to compare the package's results with, byte for byte.
 //
-//   qel_python_reference FOLDER METHOD OUT IMAGE... -- NUMBER...
+//   qel_python_reference FOLDER METHOD NUMBER... < IMAGES > RESULTS
 //
-// Each IMAGE is a raw image file (below), "none" for a null pointer or "empty"
-// for a runtime image without a format. Prints the result code; writes every
-// image argument after the call to OUT.0, OUT.1, ... and a delivered image to
-// OUT.result. Transform and TransformPaste take their six affine numbers last;
-// Noise and Jitter take the seed of rand after the amount.
-// Raw image file: int32 width, height, bit count and colour model, then the
-// rows' bytes without padding.
+// Standard input holds the image arguments as raw image records (below).
+// Standard output gets the int32 result code, then the record of every image
+// argument after the call and last that of the delivered image. Transform and
+// TransformPaste take their six affine numbers last; Noise and Jitter take
+// the seed of rand after the amount.
+// Raw image record: int32 width, height, bit count and colour model, then the
+// rows' bytes without padding. Width -1 stands for a null pointer, width 0 for
+// a runtime image without a format.
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
 #include <functional>
+#include <iostream>
 #include <map>
 #include <string>
 #include <vector>
@@ -26,12 +26,11 @@ namespace {
 
 qel::Host g_host;
 
-SmartPtr<IQEL> ReadRaw(const std::string& path) {
-    if (path == "none") return SmartPtr<IQEL>();
-    if (path == "empty") return SmartPtr<IQEL>(g_host.NewImage().Detach());
-    std::ifstream in(path, std::ios::binary);
+SmartPtr<IQEL> ReadRaw(std::istream& in) {
     int32_t header[4] = {};
     in.read(reinterpret_cast<char*>(header), sizeof(header));
+    if (header[0] < 0) return SmartPtr<IQEL>();
+    if (header[0] == 0) return SmartPtr<IQEL>(g_host.NewImage().Detach());
     SmartPtr<IQELImageDIB> image =
         g_host.NewImage(header[0], header[1], header[2], static_cast<unsigned>(header[3]));
     const qel::Pixels p = qel::PixelsOf(image.Get());
@@ -40,11 +39,10 @@ SmartPtr<IQEL> ReadRaw(const std::string& path) {
     return SmartPtr<IQEL>(image.Detach());
 }
 
-void WriteRaw(IQEL* image, const std::string& path) {
-    if (image == nullptr) return;
-    const qel::Pixels p = qel::PixelsOf(image);
-    const int32_t header[4] = {p.width, p.height, p.bitCount, static_cast<int32_t>(p.colourModel)};
-    std::ofstream out(path, std::ios::binary);
+void WriteRaw(IQEL* image, std::ostream& out) {
+    const qel::Pixels p = image != nullptr ? qel::PixelsOf(image) : qel::Pixels();
+    const int32_t header[4] = {image != nullptr ? p.width : -1, p.height, p.bitCount,
+                               static_cast<int32_t>(p.colourModel)};
     out.write(reinterpret_cast<const char*>(header), sizeof(header));
     for (int y = 0; y < p.height && p.bits != nullptr; ++y)
         out.write(reinterpret_cast<const char*>(p.Row(y)), static_cast<std::streamsize>(p.RowBytes()));
@@ -75,18 +73,17 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 4) return 2;
+    if (argc < 3) return 2;
     std::string error;
     if (!g_host.Load(argv[1], &error)) {
         std::fprintf(stderr, "%s\n", error.c_str());
         return 2;
     }
-    const std::string method = argv[2], out = argv[3];
-    std::vector<SmartPtr<IQEL>> images;
+    const std::string method = argv[2];
     std::vector<double> n;
-    int i = 4;
-    for (; i < argc && std::strcmp(argv[i], "--") != 0; ++i) images.push_back(ReadRaw(argv[i]));
-    for (++i; i < argc; ++i) n.push_back(std::strtod(argv[i], nullptr));
+    for (int i = 3; i < argc; ++i) n.push_back(std::strtod(argv[i], nullptr));
+    std::vector<SmartPtr<IQEL>> images;
+    while (std::cin.peek() != EOF) images.push_back(ReadRaw(std::cin));
     auto im = [&](size_t k) { return images[k].Get(); };
     auto in = [&](size_t k) { return static_cast<int>(static_cast<long long>(n[k])); };
     auto un = [&](size_t k) { return static_cast<unsigned>(static_cast<long long>(n[k])); };
@@ -166,8 +163,8 @@ int main(int argc, char** argv) {
     if (call == calls.end()) return 3;
     const QResult r = call->second();
 
-    std::printf("%d\n", r);
-    for (size_t k = 0; k < images.size(); ++k) WriteRaw(im(k), out + "." + std::to_string(k));
-    WriteRaw(made.Get(), out + ".result");
+    std::cout.write(reinterpret_cast<const char*>(&r), sizeof(r));
+    for (size_t k = 0; k < images.size(); ++k) WriteRaw(im(k), std::cout);
+    WriteRaw(made.Get(), std::cout);
     return 0;
 }
