@@ -5,13 +5,13 @@
 //
 // Standard input holds the image arguments as raw image records (below).
 // Standard output gets the int32 result code, then the record of every image
-// argument after the call and last that of the delivered image. Transform and
-// TransformPaste take their six affine numbers last; Noise and Jitter take
-// the seed of rand after the amount.
+// argument after the call and last that of the delivered image. Filter takes
+// divisor, offset and size before the weights; Transform and TransformPaste
+// take their six affine numbers last; Noise and Jitter take the seed of rand
+// after the amount.
 // Raw image record: int32 width, height, bit count and colour model, then the
 // rows' bytes without padding. Width -1 stands for a null pointer, width 0 for
 // a runtime image without a format.
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -50,9 +50,8 @@ void WriteRaw(IQEL* image, std::ostream& out) {
 
 // The affine map of six numbers: x' = m0 x + m1 y + m2, y' = m3 x + m4 y + m5.
 // It lives on the stack, so it counts no references.
-class Affine final : public ITransform {
-public:
-    explicit Affine(const double* m) : m_(m) {}
+struct Affine final : ITransform {
+    explicit Affine(const double* numbers) : m(numbers) {}
     QResult QueryInterface(const IID&, void** object) override {
         *object = this;
         return QEL_OK;
@@ -61,13 +60,11 @@ public:
     uint32_t Release() override { return 1; }
     QResult TransformPoint(double* x, double* y, double*) override {
         const double px = *x, py = *y;
-        *x = m_[0] * px + m_[1] * py + m_[2];
-        *y = m_[3] * px + m_[4] * py + m_[5];
+        *x = m[0] * px + m[1] * py + m[2];
+        *y = m[3] * px + m[4] * py + m[5];
         return QEL_OK;
     }
-
-private:
-    const double* m_;
+    const double* m;
 };
 
 }  // namespace
@@ -100,8 +97,7 @@ int main(int argc, char** argv) {
     unsigned char table[256];
     for (size_t k = 0; k < 256 && k < n.size(); ++k) table[k] = byte(k);
     std::vector<int> kernel;
-    for (size_t k = 2; k < n.size(); ++k) kernel.push_back(in(k));
-    const int kernelSize = static_cast<int>(std::lround(std::sqrt(static_cast<double>(kernel.size()))));
+    for (size_t k = 3; k < n.size(); ++k) kernel.push_back(in(k));
     Affine affine(n.size() >= 6 ? &n[n.size() - 6] : nullptr);  // the last six numbers
     SmartPtr<IQELImage> dest;
     if (!images.empty() && images[0]) images[0]->QueryInterface(qel::iid::IQELImage, dest.OutVoid());
@@ -140,7 +136,7 @@ int main(int argc, char** argv) {
         {"Erode", [&] { return f->Erode(im(0), in(0), made.Out()); }},
         {"Edge", [&] { return f->Edge(im(0), in(0), made.Out()); }},
         {"Dilate", [&] { return f->Dilate(im(0), in(0), made.Out()); }},
-        {"Filter", [&] { return f->Filter(im(0), kernel.data(), kernelSize, in(0), in(1), made.Out()); }},
+        {"Filter", [&] { return f->Filter(im(0), kernel.data(), in(2), in(0), in(1), made.Out()); }},
         {"Contour", [&] { return f->Contour(im(0), made.Out()); }},
         {"Noise", [&] { return std::srand(un(1)), f->Noise(im(0), in(0), made.Out()); }},
         {"Jitter", [&] { return std::srand(un(1)), f->Jitter(im(0), in(0), made.Out()); }},
