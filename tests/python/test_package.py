@@ -1,7 +1,9 @@
 """What the package promises beyond the bytes: no copies, results that own
-their memory, errors as exceptions, threads, files, conversions, version."""
+their memory, errors as exceptions, threads, files, conversions, and its
+version and docs/python.md drawn from the project."""
 
 import gc
+import importlib.util
 import os
 import re
 from concurrent.futures import ThreadPoolExecutor
@@ -167,6 +169,18 @@ class TestImage:
         with pytest.raises(IndexError):
             image.plane(2)
 
+
+class TestDescription:
     def test_version_is_the_projects(self):
         text = open(os.path.join(ROOT, "CMakeLists.txt")).read()
         assert qi.__version__ == re.search(r"project\(QELImaging VERSION ([0-9.]+)", text).group(1)
+
+    def test_docs_are_generated_from_the_docstrings_of_every_public_name(self):
+        maker = os.path.join(ROOT, "python", "make_docs.py")
+        found = importlib.util.spec_from_file_location("make_docs", maker)
+        make_docs = importlib.util.module_from_spec(found)
+        found.loader.exec_module(make_docs)
+        with open(os.path.join(ROOT, "docs", "python.md")) as current:
+            assert current.read() == make_docs.render(), "run python/make_docs.py"
+        documented = {name for _, names in make_docs.GROUPS for name in names} | set(make_docs.ALIASES)
+        assert documented == set(qi.__all__) - {"METHODS", "MONO", "BGR", "ARGB", "ABGR", "__version__"}
