@@ -94,6 +94,8 @@ def test_operation_gives_the_modules_code_and_bytes(call, method, kinds, numbers
     rng = np.random.default_rng(bits * 10 + (model == qi.MONO) + len(layout))
     source, partner = (random_input(rng, width, height, bits, model, layout) for _ in range(2))
     mask = rng.integers(0, 2, (height, width), dtype=np.uint8) * 255
+    if model != qi.MONO:
+        source[1, 2:5, :3] = (30, 20, 10)  # KEY's bytes B, G, R: the key operations find it
     untouched = raw(source)
     given = {"s": source, "p": partner, "m": mask, "-": None, "e": "empty"}
     code, after, made = reference(method, [given[k.lower()] for k in kinds], numbers)
