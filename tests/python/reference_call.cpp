@@ -82,11 +82,8 @@ int main(int argc, char** argv) {
     std::vector<SmartPtr<IQEL>> images;
     while (std::cin.peek() != EOF) images.push_back(ReadRaw(std::cin));
     auto im = [&](size_t k) { return images[k].Get(); };
+    // Whole numbers; each argument then converts to its parameter's type, as a caller's would.
     auto in = [&](size_t k) { return static_cast<int>(static_cast<long long>(n[k])); };
-    auto un = [&](size_t k) { return static_cast<unsigned>(static_cast<long long>(n[k])); };
-    auto fl = [&](size_t k) { return static_cast<float>(n[k]); };
-    auto byte = [&](size_t k) { return static_cast<unsigned char>(in(k)); };
-    auto sh = [&](size_t k) { return static_cast<short>(in(k)); };
 
     auto c = g_host.Create<IQELColorTransform>(L"QELColorTransform", qel::iid::IQELColorTransform);
     auto t = g_host.Create<IQELTransform>(L"QELTransform", qel::iid::IQELTransform);
@@ -95,7 +92,7 @@ int main(int argc, char** argv) {
     auto m = g_host.Create<IQELMaths>(L"QELMaths", qel::iid::IQELMaths);
     SmartPtr<IQEL> made;
     unsigned char table[256];
-    for (size_t k = 0; k < 256 && k < n.size(); ++k) table[k] = byte(k);
+    for (size_t k = 0; k < 256 && k < n.size(); ++k) table[k] = static_cast<unsigned char>(in(k));
     std::vector<int> kernel;
     for (size_t k = 3; k < n.size(); ++k) kernel.push_back(in(k));
     Affine affine(n.size() >= 6 ? &n[n.size() - 6] : nullptr);  // the last six numbers
@@ -104,42 +101,42 @@ int main(int argc, char** argv) {
 
     // One row per method: the call on the images and numbers given.
     const std::map<std::string, std::function<QResult()>> calls = {
-        {"Colorize", [&] { return c->Colorize(im(0), byte(0), byte(1), fl(2)); }},
+        {"Colorize", [&] { return c->Colorize(im(0), in(0), in(1), n[2]); }},
         {"Lut", [&] { return c->Lut(im(0), table); }},
         {"Negative", [&] { return c->Negative(im(0)); }},
         {"GrayScale", [&] { return c->GrayScale(im(0)); }},
         {"ShiftRGB", [&] { return c->ShiftRGB(im(0), in(0), in(1), in(2)); }},
-        {"Gamma", [&] { return c->Gamma(im(0), fl(0)); }},
+        {"Gamma", [&] { return c->Gamma(im(0), n[0]); }},
         {"Light", [&] { return c->Light(im(0), in(0), in(1)); }},
         {"SetImageAlpha", [&] { return c->SetImageAlpha(im(0), in(0), 0); }},
-        {"SetImageAlphaTransparency", [&] { return c->SetImageAlphaTransparency(im(0), in(0), un(1)); }},
-        {"SetImageTransparentPixel", [&] { return c->SetImageTransparentPixel(im(0), un(0)); }},
+        {"SetImageAlphaTransparency", [&] { return c->SetImageAlphaTransparency(im(0), in(0), in(1)); }},
+        {"SetImageTransparentPixel", [&] { return c->SetImageTransparentPixel(im(0), in(0)); }},
         {"Threshold", [&] { return c->Threshold(im(0), in(0)); }},
         {"Flip", [&] { return t->Flip(im(0), made.Out()); }},
         {"Mirror", [&] { return t->Mirror(im(0), made.Out()); }},
         {"Rotate", [&] { return t->Rotate(im(0), made.Out(), in(0), in(1), in(2), in(3)); }},
-        {"Skew", [&] { return t->Skew(im(0), made.Out(), fl(0), fl(1), in(2), in(3), 0, in(4)); }},
+        {"Skew", [&] { return t->Skew(im(0), made.Out(), n[0], n[1], in(2), in(3), 0, in(4)); }},
         {"Resample", [&] { return t->Resample(im(0), made.Out(), in(0), in(1), in(2), in(3)); }},
-        {"IncreaseBpp", [&] { return t->IncreaseBpp(im(0), made.Out(), in(0), un(1)); }},
+        {"IncreaseBpp", [&] { return t->IncreaseBpp(im(0), made.Out(), in(0), in(1)); }},
         {"RotatePaste", [&] { return t->RotatePaste(im(0), im(1), n[0], in(1), in(2)); }},
         {"FlipBits", [&] { return t->FlipBits(im(0)); }},
         {"Quad",
          [&] {
-             return t->Quad(im(0), made.Out(), n[0], n[1], n[2], n[3], n[4], n[5], n[6], n[7], un(8), un(9),
-                            sh(10));
+             return t->Quad(im(0), made.Out(), n[0], n[1], n[2], n[3], n[4], n[5], n[6], n[7], in(8), in(9),
+                            in(10));
          }},
         {"Transform",
-         [&] { return t->Transform(&affine, im(0), made.Out(), in(0), in(1), un(2), un(3), 0, 0); }},
-        {"TransformPaste", [&] { return t->TransformPaste(&affine, im(0), im(1), in(0), in(1), sh(2), 0); }},
+         [&] { return t->Transform(&affine, im(0), made.Out(), in(0), in(1), in(2), in(3), 0, 0); }},
+        {"TransformPaste", [&] { return t->TransformPaste(&affine, im(0), im(1), in(0), in(1), in(2), 0); }},
         {"FlipImageAndBits", [&] { return t->FlipImageAndBits(im(0)); }},
-        {"CircleTransform", [&] { return d->CircleTransform(im(0), in(0), in(1), fl(2)); }},
+        {"CircleTransform", [&] { return d->CircleTransform(im(0), in(0), in(1), n[2]); }},
         {"Erode", [&] { return f->Erode(im(0), in(0), made.Out()); }},
         {"Edge", [&] { return f->Edge(im(0), in(0), made.Out()); }},
         {"Dilate", [&] { return f->Dilate(im(0), in(0), made.Out()); }},
         {"Filter", [&] { return f->Filter(im(0), kernel.data(), in(2), in(0), in(1), made.Out()); }},
         {"Contour", [&] { return f->Contour(im(0), made.Out()); }},
-        {"Noise", [&] { return std::srand(un(1)), f->Noise(im(0), in(0), made.Out()); }},
-        {"Jitter", [&] { return std::srand(un(1)), f->Jitter(im(0), in(0), made.Out()); }},
+        {"Noise", [&] { return std::srand(in(1)), f->Noise(im(0), in(0), made.Out()); }},
+        {"Jitter", [&] { return std::srand(in(1)), f->Jitter(im(0), in(0), made.Out()); }},
         {"Median", [&] { return f->Median(im(0), in(0), made.Out()); }},
         {"Emboss", [&] { return f->Emboss(im(0), made.Out()); }},
         {"Blur", [&] { return f->Blur(im(0), made.Out()); }},
@@ -148,11 +145,11 @@ int main(int argc, char** argv) {
         {"GaussianBlur", [&] { return f->GaussianBlur(im(0), in(0), made.Out()); }},
         {"Equal", [&] { return m->Equal(im(0), im(1), in(0)); }},
         {"Copy", [&] { return m->Copy(im(0), im(1), im(2), in(0), in(1)); }},
-        {"AddScale", [&] { return m->AddScale(im(0), im(1), im(2), im(3), fl(0), fl(1), fl(2)); }},
-        {"Scale", [&] { return m->Scale(im(0), im(1), im(2), fl(0), fl(1)); }},
+        {"AddScale", [&] { return m->AddScale(im(0), im(1), im(2), im(3), n[0], n[1], n[2]); }},
+        {"Scale", [&] { return m->Scale(im(0), im(1), im(2), n[0], n[1]); }},
         {"Subtract", [&] { return m->Subtract(im(0), im(1), im(2), in(0)); }},
         {"CreateDestImage", [&] { return m->CreateDestImage(made.Out(), im(0), in(0), in(1)); }},
-        {"Add", [&] { return m->Add(dest.Get(), im(1), im(2), fl(0)); }},
+        {"Add", [&] { return m->Add(dest.Get(), im(1), im(2), n[0]); }},
         {"Scale8", [&] { return m->Scale8(dest.Get(), im(1), in(0), n[1]); }},
     };
     const auto call = calls.find(method);
