@@ -3,9 +3,9 @@ images of every depth, and the module called straight from C++ on the same
 inputs (the reference helper the build makes beside the package)."""
 
 import os
+import struct
 import subprocess
 import sys
-import tempfile
 
 import numpy as np
 
@@ -51,38 +51,28 @@ def raw(image):
     return width, height, bits, b"".join(np.ascontiguousarray(row).tobytes() for row in view)
 
 
-def write_raw(image, path):
-    """The helper's image file: int32 width, height, bit count, colour model, then raw()'s bytes."""
+def record(image):
+    """The helper's image record: int32 width, height, bit count and colour
+    model, then raw()'s bytes; width -1 for None, 0 for "empty"."""
+    if image is None or isinstance(image, str):
+        return struct.pack("<4i", -1 if image is None else 0, 0, 0, 0)
     width, height, bits, rows = raw(image)
     model = (image._image.colour_model_code if isinstance(image, qi.Image)
              else qi.MONO if image.ndim == 2 else qi.BGR if bits == 24 else qi.ARGB)
-    with open(path, "wb") as out:
-        out.write(np.array([width, height, bits, model], dtype=np.uint32).tobytes() + rows)
-
-
-def read_raw(path):
-    """raw() of an image file the helper wrote, or None."""
-    if not os.path.exists(path):
-        return None
-    data = open(path, "rb").read()
-    return tuple(np.frombuffer(data[:16], dtype=np.int32).tolist()[:3]) + (data[16:],)
+    return struct.pack("<4i", width, height, bits, model) + rows
 
 
 def reference(method, images, numbers):
     """Runs a method of the module from C++: images are arrays, Images, None
     or "empty". Returns (result code, [raw() of each image after the call],
-    raw() of the delivered image or None)."""
-    with tempfile.TemporaryDirectory() as folder:
-        stem = os.path.join(folder, "call")
-        arguments = []
-        for index, image in enumerate(images):
-            if image is None or isinstance(image, str):
-                arguments.append("none" if image is None else image)
-            else:
-                arguments.append("%s.in%d" % (stem, index))
-                write_raw(image, arguments[-1])
-        numbers = [repr(float(n)) for n in numbers]
-        done = subprocess.run([REFERENCE, MODULE_FOLDER, method, stem] + arguments + ["--"] + numbers,
-                              capture_output=True, text=True, check=True)
-        after = [read_raw("%s.%d" % (stem, index)) for index in range(len(images))]
-        return int(done.stdout), after, read_raw(stem + ".result")
+    raw() of the delivered image), with None for a null pointer."""
+    done = subprocess.run([REFERENCE, MODULE_FOLDER, method] + [repr(float(n)) for n in numbers],
+                          input=b"".join(map(record, images)), capture_output=True, check=True)
+    out, at, after = done.stdout, 4, []
+    for _ in range(len(images) + 1):
+        width, height, bits, _ = struct.unpack_from("<4i", out, at)
+        size = (width * bits + 7) // 8 * height
+        after.append(None if width < 0 else (width, height, bits, out[at + 16:at + 16 + size]))
+        at += 16 + size
+    assert at == len(out), "the helper's records do not add up"
+    return struct.unpack_from("<i", out)[0], after[:-1], after[-1]
