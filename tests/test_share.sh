@@ -4,8 +4,8 @@
 #   bash tests/test_share.sh [limit]     limit in percent (default 35)
 #
 # Counted: files tracked by git ending in .c .cc .cpp .cxx .h .hh .hpp .py .sh.
-# Tests are the files under tests/; code is every other file except those under
-# bench/, examples/ and third_party/. A line counts when it is not blank and is
+# Tests are the files under tests/; code is every other file except the
+# benchmarks under bench/. A line counts when it is not blank and is
 # not a comment line: a line whose first non-blank characters are // in C and
 # C++ files, or # in .py and .sh files (except a #! first line, which counts).
 # C++ preprocessor lines (#include, #pragma, ...) are code. Block comments and
@@ -32,7 +32,7 @@ count() {
 files() { git ls-files -z -- '*.c' '*.cc' '*.cpp' '*.cxx' '*.h' '*.hh' '*.hpp' '*.py' '*.sh'; }
 
 tests=$(files | grep -z '^tests/' | count)
-code=$(files | grep -zv -e '^tests/' -e '^bench/' -e '^examples/' -e '^third_party/' | count)
+code=$(files | grep -zv -e '^tests/' -e '^bench/' | count)
 share=$(awk -v t="$tests" -v c="$code" 'BEGIN { printf "%.1f", c ? 100 * t / c : 0 }')
 echo "test lines: $tests  code lines: $code  tests/code: ${share}% (limit ${limit}%)"
 if awk -v s="$share" -v l="$limit" 'BEGIN { exit !(s + 0 > l + 0) }'; then
