@@ -58,16 +58,14 @@ template <class Path, class Run>
 Bytes ExpectPathsAgree(const std::string& what, int w, int h, int bpp, unsigned model,
                        std::initializer_list<Path> paths, Run&& run, const Bytes* reference = nullptr) {
     Bytes expected = reference != nullptr ? *reference : Bytes();
+    Bytes start(
+        static_cast<size_t>((w * bpp + 7) / 8 * h));  // zero where a reference was made on a fresh image
+    std::mt19937 random(7);
+    if (reference == nullptr) std::generate(start.begin(), start.end(), std::ref(random));
     int n = 0;
     for (Path path : paths) {
         SCOPED_TRACE(Named(what, "path", n, "of", bpp, "bits", w, "x", h));
-        Owned dest(BufferImage::Make(w, h, bpp, model, n % 4, n % 2 == 1));
-        dest->FillRandom(99);
-        Bytes start(PixelBytes(dest.Get()).size());  // zero where a reference was made on a fresh image
-        std::mt19937 random(7);
-        for (unsigned char& byte : start)
-            byte = reference != nullptr ? 0 : static_cast<unsigned char>(random());
-        SetPixelBytes(dest.Get(), start);
+        Owned dest = ImageOf(w, h, bpp, model, start, n % 4, n % 2 == 1);
         const Bytes padding = PaddingOf(dest.Get());
         run(ReadImageView(dest.Get()), path);
         if (n++ == 0 && reference == nullptr) expected = PixelBytes(dest.Get());
@@ -433,39 +431,12 @@ struct RecordedPoints final : ITransform {
     }
 };
 
-// TransformPaste rounds half up without taking a floor: points a hair either
-// side of the halves at both edges of the target, held to floor itself.
-TEST(TransformPaths, PasteRoundsHalfUpAtTheEdges) {
-    std::vector<double> columns;
-    const double below = std::nextafter(-0.5, -1.0), above = std::nextafter(-0.5, 0.0);
-    for (double edge : {0.0, 6.0})  // the left edge, then the right (target width 7, offset -1)
-        for (double v : {below, -0.5, above, 0.4999999999999999, 1.5, -1.5}) columns.push_back(edge + v);
-    columns.push_back(std::nan(""));
-    RecordedPoints map;
-    map.map = [&](double* x, double* y, double*) {
-        *x = columns[static_cast<size_t>(*x)];
-        *y = *x / 3;
-    };
-    const int count = static_cast<int>(columns.size());
-    Owned src(BufferImage::Make(count, 1, 32, QEL_MODEL_BGR));
-    src->FillRandom(5);
-    Owned dest(BufferImage::Make(7, 5, 32, QEL_MODEL_BGR, 1, true)),
-        expected(BufferImage::Make(7, 5, 32, QEL_MODEL_BGR));
-    TransformPastePixels(&map, ReadImageView(src.Get()), ReadImageView(dest.Get()), 1, 0, false);
-    for (int x = 0; x < count; ++x) {
-        const double dx = std::floor(1 + columns[size_t(x)] + 0.5),
-                     dy = std::floor(columns[size_t(x)] / 3 + 0.5);
-        if (!(dx >= 0 && dy >= 0 && dx < 7 && dy < 5)) continue;
-        for (auto [px, py] : {std::pair{dx, dy}, std::pair{dx + 1, dy}, std::pair{dx, dy + 1}})
-            if (px < 7 && py < 5) PutColour(expected.Get(), int(px), int(py), ColourAt(src.Get(), x, 0));
-    }
-    ExpectPixels(dest.Get(), PixelBytes(expected.Get()));
-}
-
-// The kernels ask a row's points before drawing it; the caller's transform
-// must still see each point once, in row order, with z 0, whatever it
-// writes back (here a doubling that sends most points outside).
-TEST(TransformPaths, TransformAsksEachPointOnceInRowOrder) {
+// The caller's transform through the kernels. They ask a row's points before
+// drawing it, yet the transform must see each point once, in row order, with
+// z 0, whatever it writes back (here a doubling that sends most points
+// outside). TransformPaste rounds half up without taking a floor: points a
+// hair either side of the halves at both edges of the target, held to floor itself.
+TEST(TransformPaths, CallersTransformAskedInRowOrderAndRoundedHalfUp) {
     auto rowOrder = [](int columns, int rows, int xOffset, int yOffset) {
         std::vector<std::array<double, 3>> points;
         for (int y = 0; y < rows; ++y)
@@ -492,95 +463,105 @@ TEST(TransformPaths, TransformAsksEachPointOnceInRowOrder) {
             EXPECT_EQ(map.asked, rowOrder(bpp == 8 ? 4 : 5, 3, 0, 0)) << bpp;
         }
     }
+    std::vector<double> columns;
+    const double below = std::nextafter(-0.5, -1.0), above = std::nextafter(-0.5, 0.0);
+    for (double edge : {0.0, 6.0})  // the left edge, then the right (target width 7, offset -1)
+        for (double v : {below, -0.5, above, 0.4999999999999999, 1.5, -1.5}) columns.push_back(edge + v);
+    columns.push_back(std::nan(""));
+    map.map = [&](double* x, double* y, double*) {
+        *x = columns[static_cast<size_t>(*x)];
+        *y = *x / 3;
+    };
+    const int count = static_cast<int>(columns.size());
+    Owned src(BufferImage::Make(count, 1, 32, QEL_MODEL_BGR)),
+        dest(BufferImage::Make(7, 5, 32, QEL_MODEL_BGR, 1, true)),
+        expected(BufferImage::Make(7, 5, 32, QEL_MODEL_BGR));
+    src->FillRandom(5);
+    TransformPastePixels(&map, ReadImageView(src.Get()), ReadImageView(dest.Get()), 1, 0, false);
+    for (int x = 0; x < count; ++x) {
+        const double dx = std::floor(1 + columns[size_t(x)] + 0.5),
+                     dy = std::floor(columns[size_t(x)] / 3 + 0.5);
+        if (!(dx >= 0 && dy >= 0 && dx < 7 && dy < 5)) continue;
+        for (auto [px, py] : {std::pair{dx, dy}, std::pair{dx + 1, dy}, std::pair{dx, dy + 1}})
+            if (px < 7 && py < 5) PutColour(expected.Get(), int(px), int(py), ColourAt(src.Get(), x, 0));
+    }
+    ExpectPixels(dest.Get(), PixelBytes(expected.Get()));
 }
 
-// Enlarging by whole and odd factors, one axis shrinking while the other
+// The sampler's lanes against its scalar loop in each drawing. Resample:
+// enlarging by whole and odd factors, one axis shrinking while the other
 // grows, images barely larger than the 12-tap window, widths leaving a partial
 // group of eight (and of sixteen grey pixels); whole ratios repeat weight sets
 // (kept column x row products) and doubling makes sliding groups, 30 x 13 to
 // 60 x 75 has more kinds of row than are kept, 50 x 10 to 33 x 31 spreads a
-// grey block's taps over more than sixteen pixels.
-TEST(TransformPaths, ResampleGridLanesGiveTheScalarBytes) {
+// grey block's taps over more than sixteen pixels. Rotate: turns about the
+// centre keeping the size, or shifted into frames larger and smaller than the
+// source, into the source's depth and into 32 bits. RotatePaste reaches the
+// source's edges, where the lanes hand pixels back to the sampler: whole
+// frames and frames cropped by the target, a key colour that occurs (white on
+// the hard edges, a grey level of the random images) and blending by random
+// alpha, onto 24- and 32-bit targets. The 33 x 27 and 31 x 23 sources have
+// hard edges: weights above one clamp at 255, lobes beside black at 0.
+TEST(TransformPaths, SamplerLanesGiveTheScalarBytes) {
     QEL_NEEDS_TIER(SimdTier::Avx2);
-    const int cases[][4] = {{13, 11, 26, 22},  {40, 37, 83, 75}, {17, 29, 51, 30}, {64, 9, 23, 40},
-                            {12, 12, 29, 31},  {5, 7, 19, 17},   {33, 20, 80, 20}, {9, 40, 20, 117},
-                            {50, 30, 100, 60}, {31, 26, 93, 78}, {21, 20, 84, 80}, {30, 13, 60, 75},
-                            {50, 10, 33, 31},  {31, 23, 70, 61}, {31, 23, 62, 46}};
+    enum Drawing { kGrid, kTurn, kShift, kPaste };
+    // Each drawing's methods, result depths (0: the source's) and lanes: Resample's reach AVX-512.
+    const struct {
+        const char* name;
+        int firstMethod, lastMethod;
+        std::vector<int> depths;
+        std::initializer_list<SimdTier> lanes;
+    } drawings[] = {{"resample", 2, 15, {0}, {SimdTier::Scalar, SimdTier::Avx2, SimdTier::Avx512}},
+                    {"turn about the centre", 0, 15, {0, 32}, {SimdTier::Scalar, SimdTier::Avx2}},
+                    {"shifted turn", 0, 15, {0, 32}, {SimdTier::Scalar, SimdTier::Avx2}},
+                    {"paste", 1, 5, {24, 32}, {SimdTier::Scalar, SimdTier::Avx2}}};
+    // Source size, result size, angle in degrees, drawing.
+    const int cases[][6] = {
+        {13, 11, 26, 22, 0, kGrid},    {40, 37, 83, 75, 0, kGrid},    {17, 29, 51, 30, 0, kGrid},
+        {64, 9, 23, 40, 0, kGrid},     {12, 12, 29, 31, 0, kGrid},    {5, 7, 19, 17, 0, kGrid},
+        {33, 20, 80, 20, 0, kGrid},    {9, 40, 20, 117, 0, kGrid},    {50, 30, 100, 60, 0, kGrid},
+        {31, 26, 93, 78, 0, kGrid},    {21, 20, 84, 80, 0, kGrid},    {30, 13, 60, 75, 0, kGrid},
+        {50, 10, 33, 31, 0, kGrid},    {31, 23, 70, 61, 0, kGrid},    {31, 23, 62, 46, 0, kGrid},
+        {37, 29, 37, 29, 30, kTurn},   {40, 40, 57, 57, 45, kShift},  {13, 31, 31, 13, -75, kTurn},
+        {9, 9, 9, 9, 10, kTurn},       {64, 21, 70, 50, 137, kShift}, {23, 50, 23, 50, 200, kTurn},
+        {8, 8, 12, 12, 3, kTurn},      {51, 17, 19, 41, -33, kShift}, {33, 27, 33, 27, 21, kTurn},
+        {37, 29, 60, 50, 30, kPaste},  {40, 40, 30, 70, -45, kPaste}, {9, 9, 20, 20, 10, kPaste},
+        {64, 21, 70, 60, 137, kPaste}, {6, 5, 9, 9, 200, kPaste},     {33, 27, 50, 50, 21, kPaste}};
     uint32_t seed = 1;
     for (int bpp : {8, 24, 32})
         for (const auto& c : cases) {
-            // The last two read hard edges: weights above one clamp at 255, lobes beside black at 0.
-            const bool edges = c[2] == 70 || c[2] == 62;
+            const bool edges = (c[0] == 33 && c[1] == 27) || (c[0] == 31 && c[1] == 23);
             Owned src =
                 edges ? HardEdges(c[0], c[1], bpp) : Random(c[0], c[1], bpp, seed, seed % 3, seed % 2);
             ++seed;
             const ImageView s = ReadImageView(src.Get());
-            for (int method = 2; method <= 15; ++method)
-                ExpectPathsAgree(Named("grid method", method), c[2], c[3], bpp, QEL_MODEL_BGR,
-                                 {SimdTier::Scalar, SimdTier::Avx2, SimdTier::Avx512},
-                                 [&](const ImageView& d, SimdTier lanes) {
-                                     InterpolateGrid(s, d, float(c[0]) / float(c[2]),
-                                                     float(c[1]) / float(c[3]), method, lanes);
-                                 });
-            EXPECT_TRUE(src->GuardsIntact());
-        }
-}
-
-// Turns as Rotate draws them, about the centre keeping the size or shifted
-// into frames larger and smaller than the source, from grey, 24- and 32-bit
-// sources into the source's depth and into 32 bits. Pastes reach the source's
-// edges, where the lanes hand pixels back to the sampler: whole frames and
-// frames cropped by the target, a key colour that occurs (white on the hard
-// edges, a grey level of the random images) and blending by random alpha,
-// onto 24- and 32-bit targets. Partial groups of eight, images barely wider
-// than the margin, and hard edges (the 33 x 27 sources) in both.
-TEST(TransformPaths, TurnLanesGiveTheScalarBytes) {
-    QEL_NEEDS_TIER(SimdTier::Avx2);
-    enum { kCentre, kShifted, kPaste };
-    const int cases[][6] = {
-        {37, 29, 37, 29, 30, kCentre}, {40, 40, 57, 57, 45, kShifted},  {13, 31, 31, 13, -75, kCentre},
-        {9, 9, 9, 9, 10, kCentre},     {64, 21, 70, 50, 137, kShifted}, {23, 50, 23, 50, 200, kCentre},
-        {8, 8, 12, 12, 3, kCentre},    {51, 17, 19, 41, -33, kShifted}, {33, 27, 33, 27, 21, kCentre},
-        {37, 29, 60, 50, 30, kPaste},  {40, 40, 30, 70, -45, kPaste},   {9, 9, 20, 20, 10, kPaste},
-        {64, 21, 70, 60, 137, kPaste}, {6, 5, 9, 9, 200, kPaste},       {33, 27, 50, 50, 21, kPaste}};
-    uint32_t seed = 1;
-    for (int bpp : {8, 24, 32})
-        for (const auto& c : cases) {
-            Owned src =
-                c[0] == 33 ? HardEdges(33, 27, bpp) : Random(c[0], c[1], bpp, seed, seed % 3, seed % 2);
-            ++seed;
-            const ImageView s = ReadImageView(src.Get());
-            if (c[5] == kPaste) {
-                const double angle = c[4] * 0.017453292519943295;
-                const float cosine = static_cast<float>(std::cos(angle)),
-                            sine = static_cast<float>(std::sin(angle));
-                const TurnedFrame frame = TurnRectangle(c[0], c[1], cosine, sine);
-                const TurnMap turn{cosine, sine, frame.startX, frame.startY};
-                const uint32_t key = c[0] == 33 ? 0xFFFFFFu : bpp == 8 ? 0x808080u : 0x123456u;
-                for (int targetBpp : {24, 32})
-                    for (int method = 1; method <= 5; ++method)
-                        ExpectPathsAgree(
-                            Named("paste", c[4], "method", method), c[2], c[3], targetBpp, QEL_MODEL_BGR,
-                            {SimdTier::Scalar, SimdTier::Avx2}, [&](const ImageView& t, SimdTier lanes) {
-                                PasteRotated(s, t, turn, frame.width, frame.height, method, key, lanes);
-                            });
-                continue;
-            }
-            const double theta = -static_cast<float>(c[4]) * 1.5707964f / 90.0f;
-            const float w = static_cast<float>(c[2]), h = static_cast<float>(c[3]);
-            const bool centre = c[5] == kCentre;
-            const TurnMap turn{static_cast<float>(std::cos(theta)),
-                               static_cast<float>(std::sin(theta)),
-                               (centre ? 0.0f : 3.25f) - w * 0.5f,
-                               centre ? -h * 0.5f : 1.5f,
-                               centre ? w * 0.5f : 0.0f,
-                               centre ? h * 0.5f : 0.0f};
-            for (int destBpp : {bpp, 32})
-                for (int method = 0; method <= 15; ++method)
-                    ExpectPathsAgree(
-                        Named("turn", c[4], "method", method), c[2], c[3], destBpp, QEL_MODEL_BGR,
-                        {SimdTier::Scalar, SimdTier::Avx2},
-                        [&](const ImageView& d, SimdTier lanes) { DrawRotated(s, d, turn, method, lanes); });
+            const Drawing drawing = static_cast<Drawing>(c[5]);
+            // Rotate turns the result's points back into the source; a paste turns its frame forward.
+            const double angle = drawing == kPaste ? c[4] * 0.017453292519943295
+                                                   : -static_cast<float>(c[4]) * 1.5707964f / 90.0f;
+            const float cosine = static_cast<float>(std::cos(angle)),
+                        sine = static_cast<float>(std::sin(angle));
+            const float halfW = static_cast<float>(c[2]) * 0.5f, halfH = static_cast<float>(c[3]) * 0.5f;
+            const TurnedFrame frame = TurnRectangle(c[0], c[1], cosine, sine);
+            const TurnMap turn = drawing == kPaste   ? TurnMap{cosine, sine, frame.startX, frame.startY}
+                                 : drawing == kShift ? TurnMap{cosine, sine, 3.25f - halfW, 1.5f}
+                                                     : TurnMap{cosine, sine, -halfW, -halfH, halfW, halfH};
+            const uint32_t key = edges ? 0xFFFFFFu : bpp == 8 ? 0x808080u : 0x123456u;
+            auto draw = [&](const ImageView& d, SimdTier lanes, int method) {
+                if (drawing == kGrid)
+                    InterpolateGrid(s, d, float(c[0]) / float(c[2]), float(c[1]) / float(c[3]), method,
+                                    lanes);
+                else if (drawing == kPaste)
+                    PasteRotated(s, d, turn, frame.width, frame.height, method, key, lanes);
+                else
+                    DrawRotated(s, d, turn, method, lanes);
+            };
+            const auto& row = drawings[drawing];
+            for (int destBpp : row.depths)
+                for (int method = row.firstMethod; method <= row.lastMethod; ++method)
+                    ExpectPathsAgree(Named(row.name, c[4], "method", method), c[2], c[3],
+                                     destBpp != 0 ? destBpp : bpp, QEL_MODEL_BGR, row.lanes,
+                                     [&](const ImageView& d, SimdTier lanes) { draw(d, lanes, method); });
         }
 }
 
@@ -668,25 +649,22 @@ TEST(TransformPaths, MirrorRowsOfEveryWidth) {
 
 template <class Map>
 void ExpectMapMatchesPixelHelpers(const Map& map) {
-    const int sizes[][2] = {{1, 1}, {2, 1}, {1, 3}, {5, 2}, {9, 4}, {17, 3}, {33, 2}};
-    for (int bpp : {1, 4, 8, 16, 24, 25, 32})
-        for (const auto& size : sizes)
-            for (int padding : {0, 3}) {
-                const int w = size[0], h = size[1];
-                const uint32_t seed = static_cast<uint32_t>(bpp * 1000 + w * 10 + h);
-                Owned fast = Random(w, h, bpp, seed, padding, padding == 0),
-                      plain = Random(w, h, bpp, seed, padding, padding == 0);
-                color::MapPixels(ReadImageView(fast.Get()), map);
-                for (int y = 0; y < h; ++y)
-                    for (int x = 0; x < w; ++x) {
-                        const uint32_t c = ColourAt(plain.Get(), x, y);
-                        unsigned char bgr[3] = {(unsigned char)BlueOf(c), (unsigned char)GreenOf(c),
-                                                (unsigned char)RedOf(c)};
-                        map(bgr);
-                        PutColour(plain.Get(), x, y, PackColor(bgr[0], bgr[1], bgr[2], AlphaOf(c)));
-                    }
-                ASSERT_EQ(fast->Snapshot(), plain->Snapshot()) << bpp << " bits " << w << "x" << h;
+    ForEachSource({{1, 4, 8, 16, 24, 25, 32}, {1, 2, 5, 9, 17, 33}, {1, 2, 3}}, [&](BufferImage* src) {
+        const ImageView s = ReadImageView(src);
+        Owned plain = ImageOf(s.width, s.height, s.bitCount, ModelFor(s.bitCount), PixelBytes(src));
+        for (int y = 0; y < s.height; ++y)
+            for (int x = 0; x < s.width; ++x) {
+                const uint32_t c = ColourAt(plain.Get(), x, y);
+                unsigned char bgr[3] = {(unsigned char)BlueOf(c), (unsigned char)GreenOf(c),
+                                        (unsigned char)RedOf(c)};
+                map(bgr);
+                PutColour(plain.Get(), x, y, PackColor(bgr[0], bgr[1], bgr[2], AlphaOf(c)));
             }
+        const Bytes padding = PaddingOf(src);
+        color::MapPixels(s, map);
+        ExpectPixels(src, PixelBytes(plain.Get()));
+        EXPECT_EQ(PaddingOf(src), padding);
+    });
 }
 
 TEST(ColourPaths, ByteWiseMapsMatchThePixelHelpers) {
