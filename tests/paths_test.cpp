@@ -85,8 +85,7 @@ Bytes ExpectFilterPaths(const std::string& what, BufferImage* source, Run&& run,
     const ImageView s = ReadImageView(source);
     const Bytes bytes = ExpectPathsAgree(
         what, s.width, s.height, s.bitCount, ModelFor(s.bitCount),
-        {FilterPath::General, FilterPath::Fast, FilterPath::Baseline, FilterPath::Plain},
-        [&](const ImageView& to, FilterPath path) { run(s, to, path); }, reference);
+        {FilterPath::General, FilterPath::Fast, FilterPath::Baseline, FilterPath::Plain}, run, reference);
     EXPECT_TRUE(source->GuardsIntact());
     return bytes;
 }
@@ -97,9 +96,10 @@ struct Kernel {
 };
 
 void ExpectConvolution(BufferImage* source, const Kernel& k, const Bytes* reference = nullptr) {
+    const ImageView s = ReadImageView(source);
     ExpectFilterPaths(
         Named("convolution size", k.size, "divisor", k.divisor, "offset", k.offset), source,
-        [&](const ImageView& s, const ImageView& d, FilterPath p) {
+        [&](const ImageView& d, FilterPath p) {
             ConvolveView(s, d, k.weights.data(), k.size, k.divisor, k.offset, p);
         },
         reference);
@@ -117,25 +117,25 @@ std::vector<uint32_t> Neighbours(IQEL* image, int x, int y, int size) {
 }
 
 // An image of the source's size and depth whose pixel (x, y) has the channels
-// `channel(around, x, y, k)` of its neighbourhood and the alpha of the last
-// neighbour, or of the centre.
+// `channel(around, k)` of its neighbourhood and the alpha of its centre or of
+// its last neighbour.
 template <class ChannelOf>
-Bytes Reference(IQEL* source, int size, ChannelOf channel, bool centreAlpha = false) {
+Bytes Reference(IQEL* source, int size, bool centreAlpha, ChannelOf channel) {
     const qel::Pixels s = qel::PixelsOf(source);
     Owned dest(BufferImage::Make(s.width, s.height, s.bitCount, ModelFor(s.bitCount)));
     for (int y = 0; y < s.height; ++y)
         for (int x = 0; x < s.width; ++x) {
             const std::vector<uint32_t> around = Neighbours(source, x, y, size);
-            const uint32_t alpha = centreAlpha ? ColourAt(source, x, y) : around.empty() ? 0 : around.back();
+            const uint32_t alpha =
+                around.empty() ? 0 : around[centreAlpha ? around.size() / 2 : around.size() - 1];
             PutColour(dest.Get(), x, y,
-                      PackColor(channel(around, x, y, 0), channel(around, x, y, 1), channel(around, x, y, 2),
-                                AlphaOf(alpha)));
+                      PackColor(channel(around, 0), channel(around, 1), channel(around, 2), AlphaOf(alpha)));
         }
     return PixelBytes(dest.Get());
 }
 
 Bytes ReferenceConvolution(IQEL* src, const Kernel& k) {
-    return Reference(src, k.size, [&](const std::vector<uint32_t>& around, int, int, int channel) {
+    return Reference(src, k.size, false, [&](const std::vector<uint32_t>& around, int channel) {
         int sum = 0;
         for (size_t n = 0; n < around.size(); ++n)
             sum += Channel(around[n], channel) * k.weights[(n % k.size) * k.size + n / k.size];
@@ -144,7 +144,7 @@ Bytes ReferenceConvolution(IQEL* src, const Kernel& k) {
 }
 
 Bytes ReferenceExtremum(IQEL* src, Extremum extremum, int size) {
-    return Reference(src, size, [&](const std::vector<uint32_t>& around, int, int, int channel) {
+    return Reference(src, size, false, [&](const std::vector<uint32_t>& around, int channel) {
         int low = 255, high = 0;
         for (uint32_t c : around) {
             low = std::min(low, Channel(c, channel));
@@ -156,16 +156,12 @@ Bytes ReferenceExtremum(IQEL* src, Extremum extremum, int size) {
 
 // 255 less the last neighbour (columns outer) that exceeds the centre by more than the one before.
 Bytes ReferenceContour(IQEL* src) {
-    return Reference(
-        src, 3,
-        [&](const std::vector<uint32_t>& around, int x, int y, int channel) {
-            const int centre = Channel(ColourAt(src, x, y), channel);
-            int t = 0;
-            for (uint32_t n : around)
-                if (Channel(n, channel) - centre > t) t = Channel(n, channel);
-            return 255 - t;
-        },
-        true);
+    return Reference(src, 3, true, [&](const std::vector<uint32_t>& around, int channel) {
+        int t = 0;
+        for (uint32_t n : around)
+            if (Channel(n, channel) - Channel(around[4], channel) > t) t = Channel(n, channel);
+        return 255 - t;
+    });
 }
 
 // The median must be a whole neighbour colour whose key has the middle rank.
@@ -223,7 +219,7 @@ std::vector<int> Span(int from, int to) {
 // Dilate, Edge (against the reference), Median (a neighbour of middle rank,
 // and the 32- and 16-lane steps of the small windows, which the widest tier
 // passes by) of one source, each on every path.
-enum Filters { kConvolution = 1, kExtremes = 2, kMedian = 4, kContour = 8 };
+enum Filters { kConvolution = 1, kExtremes = 2, kMedian = 4, kContour = 8, kEveryFilter = 15 };
 void ExpectFilters(BufferImage* src, const std::vector<int>& sizes, int which) {
     const ImageView source = ReadImageView(src);
     std::mt19937 random(static_cast<uint32_t>(source.width * 131 + source.height + source.bitCount));
@@ -240,15 +236,13 @@ void ExpectFilters(BufferImage* src, const std::vector<int>& sizes, int which) {
             const Bytes reference = size > 0 ? ReferenceExtremum(src, e, size) : Bytes();
             ExpectFilterPaths(
                 Named("extremum", static_cast<int>(e), "size", size), src,
-                [&](const ImageView& s, const ImageView& d, FilterPath p) {
-                    MorphologyView(s, d, e, size, p);
-                },
+                [&](const ImageView& d, FilterPath p) { MorphologyView(source, d, e, size, p); },
                 size > 0 ? &reference : nullptr);
         }
         if (!(which & kMedian)) continue;
-        const Bytes median = ExpectFilterPaths(
-            Named("median size", size), src,
-            [&](const ImageView& s, const ImageView& d, FilterPath p) { MedianView(s, d, size, p); });
+        const Bytes median =
+            ExpectFilterPaths(Named("median size", size), src,
+                              [&](const ImageView& d, FilterPath p) { MedianView(source, d, size, p); });
         if (size > 0) ExpectMedianRanks(src, median, size);
         for (SimdTier cap : {SimdTier::Sse2, SimdTier::Avx2})
             if ((size == 3 || size == 5) && source.bitCount >= 8 && SimdRuns(cap))
@@ -263,8 +257,7 @@ void ExpectFilters(BufferImage* src, const std::vector<int>& sizes, int which) {
     if (!(which & kContour)) return;
     const Bytes reference = ReferenceContour(src);
     ExpectFilterPaths(
-        "contour", src, [&](const ImageView& s, const ImageView& d, FilterPath p) { ContourView(s, d, p); },
-        &reference);
+        "contour", src, [&](const ImageView& d, FilterPath p) { ContourView(source, d, p); }, &reference);
 }
 
 // Each row: its sources, the window sizes, the filters.
@@ -276,8 +269,8 @@ TEST(FilterPaths, NeighbourhoodsMatchTheirReferencesOnEveryPath) {
         int which;
     } rows[] = {
         // Every depth, size and filter on odd shapes, against the references.
-        {{{1, 4, 8, 24, 32}, {1, 2, 17}, {1, 3, 9}}, every, kConvolution | kExtremes | kMedian | kContour},
-        {{{1, 4, 8, 24, 32}, {64}, {33}}, every, kConvolution | kExtremes | kMedian | kContour},
+        {{{1, 4, 8, 24, 32}, {1, 2, 17}, {1, 3, 9}}, every, kEveryFilter},
+        {{{1, 4, 8, 24, 32}, {64}, {33}}, every, kEveryFilter},
         // Heights below the window make rows above and below the image take part.
         {{{8, 24, 32}, {3, 16, 18, 21, 34, 50}, {1, 2, 7}}, {-1, 0, 1, 2, 3, 5, 8}, kExtremes},
         // Nearly all border: every pixel meets outside columns, rows or both.
