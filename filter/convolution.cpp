@@ -424,7 +424,9 @@ bool FitsWideSums(const int* kernel, int size, const SumFinisher& finish) {
 // GCC 12's AVX-512 conversions, permutes and min/max start from an
 // intentionally undefined register, which it then reports as uninitialised.
 #pragma GCC diagnostic push
+#if !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 
 QEL_AVX512 inline __m512i WidenedAvx512(const unsigned char* p) {
     return _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
