@@ -1,8 +1,8 @@
 // A stand-in for the collections module, loaded by the host services test
 // from a folder of its own: its one component, "ComponentString", makes a
-// string locator that counts its references, records the parts set on it and
-// makes strings that do nothing. The test reads the count and the parts
-// through the two functions at the end.
+// string locator that counts its references and records the parts set on it;
+// it makes no strings. The test reads the count and the parts through the two
+// functions at the end.
 #include <atomic>
 #include <cstdio>
 #include <string>
@@ -17,26 +17,6 @@ std::wstring gPartsSet;  // "part:text;" for each SetPart, in order
 // (leak checkers see it as held, not lost).
 class CountingLocator;
 CountingLocator* gLocator = nullptr;
-
-// The strings the locator makes: the test only holds and releases them.
-class PlainString final : public ICreatableString {
-public:
-    QResult QueryInterface(const IID&, void**) override { return QEL_E_NOINTERFACE; }
-    uint32_t AddRef() override { return ++refs_; }
-    uint32_t Release() override {
-        const uint32_t left = --refs_;
-        if (left == 0) delete this;
-        return left;
-    }
-    QResult GetString(tagREFString*) override { return QEL_E_NOTIMPL; }
-    QResult GetLength(int*) override { return QEL_E_NOTIMPL; }
-    QResult AppendChars(int, const wchar_t*) override { return QEL_E_NOTIMPL; }
-    QResult SetString(tagREFString) override { return QEL_E_NOTIMPL; }
-    QResult Clear() override { return QEL_E_NOTIMPL; }
-
-private:
-    std::atomic<uint32_t> refs_{1};
-};
 
 class CountingLocator final : public IComponentString {
 public:
@@ -54,8 +34,8 @@ public:
     QResult GetString(tagREFString*) override { return QEL_E_NOTIMPL; }
     QResult GetLength(int*) override { return QEL_E_NOTIMPL; }
     QResult CreateInstance(const IID*, void** object) override {
-        *object = static_cast<ICreatableString*>(new PlainString);
-        return QEL_OK;
+        *object = nullptr;
+        return QEL_E_NOTIMPL;
     }
     QResult SetPart(int part, tagREFString text) override {
         gPartsSet +=
