@@ -298,9 +298,10 @@ TEST(ImageDIBSharing, ReadersOnSeveralThreadsAgreeOnTheBits) {
     }
 }
 
-// The collection makes components by name; a string holding a component's
-// name finds its locator, which makes that component.
-TEST(RuntimeCollection, CreatesComponentsByNameAndLocatesThemByString) {
+// The collection makes components by name and finds none for an unknown
+// name. Its road from a string to a locator to an image is the one the
+// module's own image creation takes (tests/host_services_test.cpp).
+TEST(RuntimeCollection, CreatesComponentsByNameAndRefusesUnknownNames) {
     IComponentCollection* collection = TestHost().Collection();
     SmartPtr<IQELMaths> maths;
     SmartPtr<IUnknown> none;
@@ -315,19 +316,8 @@ TEST(RuntimeCollection, CreatesComponentsByNameAndLocatesThemByString) {
     ASSERT_EQ(collection->CreateComponent(qel::REF(L"CreatableString"), &qel::iid::ICreatableString,
                                           text.OutVoid()),
               QEL_OK);
-    const wchar_t letters[] = L"QELImageDIB";
-    for (int i = 0; i < 11; ++i) text->AppendChars(1, &letters[i]);
-    int index = -1;
-    ASSERT_EQ(collection->FindItem(text.Get(), &index), QEL_OK);
-    SmartPtr<IUnknown> item;
-    ASSERT_EQ(collection->GetItem(index, item.Out()), QEL_OK);
-    SmartPtr<IComponentString> locator = QueryAs<IComponentString>(item.Get(), qel::iid::IComponentString);
-    ASSERT_TRUE(locator);
-    SmartPtr<IQELImageDIB> image;
-    EXPECT_EQ(locator->CreateInstance(&qel::iid::IQELImageDIB, image.OutVoid()), QEL_OK);
-    EXPECT_TRUE(image);
-
     text->SetString(qel::REF(L"NoSuchComponent"));
+    int index = -1;
     EXPECT_LT(collection->FindItem(text.Get(), &index), 0);
     EXPECT_EQ(index, -1);
 }
