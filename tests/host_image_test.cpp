@@ -198,8 +198,7 @@ TEST(ImageDIB, SameGeometryAssignAndCreateReuseTheBlockWithNothingShowingThrough
 }
 
 // Large images take blocks that earlier images gave back: Create still hands
-// out zeros, CreateUninitialised still clears padding and slack, and a copy
-// made for a sharing image holds the same bytes.
+// out zeros, and CreateUninitialised still clears padding and slack.
 TEST(ImageDIB, LargeImagesOnReusedBlocksKeepWhatCreatePromises) {
     // 1001 pixels of 24 bits: 3003 bytes and one of padding per row, 1.2 MB.
     const int width = 1001, height = 400, stride = 3004;
@@ -224,22 +223,14 @@ TEST(ImageDIB, LargeImagesOnReusedBlocksKeepWhatCreatePromises) {
     ASSERT_EQ(p.bits, dirty);
     for (int y = 0; y < height; ++y) ASSERT_EQ(p.Row(y)[3003], 0) << "padding of row " << y;
     for (size_t n = bytes - 16; n < bytes; ++n) ASSERT_EQ(p.bits[n], 0) << "slack byte " << n;
-
-    // The copy holds the pixels left as they were, and the zeroed padding and slack.
-    SmartPtr<IQELImageDIB> copy = NewImage();
-    ASSERT_EQ(copy->Assign(raw.Get(), 0), QEL_OK);
-    EXPECT_NE(qel::PixelsOf(copy.Get()).bits, p.bits);
-    EXPECT_EQ(std::memcmp(qel::PixelsOf(copy.Get()).bits, p.bits, bytes), 0);
 }
 
 // Assign from another runtime image hands its pixel block over without a
 // copy; whichever image then asks for its bits gets a block of its own, and
 // whatever one image does to its block leaves the other's alone.
 TEST(ImageDIBSharing, AssignedImagesStayIndependent) {
-    const RGBQUAD entries[2] = {{1, 2, 3, 0}, {4, 5, 6, 0}};
     SmartPtr<IQELImageDIB> source = NewImage(), target = NewImage();
     ASSERT_EQ(source->Create(5, 3, 2, 24, QEL_MODEL_BGR), QEL_OK);
-    source->SetPalette(entries, 2);
     unsigned char* sourceBits = qel::PixelsOf(source.Get()).bits;
     for (int i = 0; i < 3 * 16; ++i) sourceBits[i] = static_cast<unsigned char>(i + 1);
     ASSERT_EQ(target->Create(9, 9, 1, 8, QEL_MODEL_MONO), QEL_OK);
@@ -247,7 +238,6 @@ TEST(ImageDIBSharing, AssignedImagesStayIndependent) {
     ASSERT_EQ(target->Assign(source.Get(), 0), QEL_OK);
     const qel::Pixels got = qel::PixelsOf(target.Get());
     EXPECT_EQ(Geometry(target.Get()), std::vector<int>({5, 3, 24, QEL_MODEL_BGR, 16}));
-    EXPECT_TRUE(QueryAs<IQELImagePalette>(target.Get(), qel::iid::IQELImagePalette));
     EXPECT_NE(got.bits, sourceBits) << "the target asked for its bits while the source still holds them";
     EXPECT_EQ(qeltest::PixelBytes(target.Get()), qeltest::PixelBytes(source.Get()));
     EXPECT_EQ(got.bits[3 * 16 + 5], 0) << "slack after the copied rows";
