@@ -8,9 +8,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <string>
 
@@ -31,16 +31,11 @@ namespace {
     _exit(code);
 }
 
-std::string BuildFolder() {
-    char path[PATH_MAX];
-    return getcwd(path, sizeof(path)) != nullptr ? path : ".";
-}
-
 // A missing module gives one line naming it and the loader's reason each time
 // it is asked for; names too long for the path buffer are refused before the
 // loader; a module found is asked for the component.
 TEST(ModuleCreateFunction, ReportsMissingModulesRetriesAndRefusesNamesBeyondThePathBuffer) {
-    const std::string build = BuildFolder();
+    const std::string build = std::filesystem::current_path();
     EXPECT_EXIT(
         ExitWith([&] {
             // The root holds no module folder.
@@ -115,7 +110,7 @@ TEST(CreateImageDIB, ResolvesTheLocatorOnceOrFindsTheRuntimeByTheFolderRule) {
 // collections module in tests/doubles/counting_runtime.cpp counts the
 // locator's references and records its parts.
 TEST(CreateString, FallbackLocatorTookNoReferenceOfItsOwn) {
-    const std::string folder = BuildFolder() + "/tests/counting_runtime";
+    const std::string folder = std::filesystem::current_path() / "tests/counting_runtime";
     EXPECT_EXIT(
         ExitWith([&] {
             if (chdir(folder.c_str()) != 0) return 10;

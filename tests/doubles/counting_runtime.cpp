@@ -13,10 +13,6 @@ namespace {
 
 std::atomic<int> gLocatorReferences{0};
 std::wstring gPartsSet;  // "part:text;" for each SetPart, in order
-// The last locator made, so that one kept alive on purpose stays reachable
-// (leak checkers see it as held, not lost).
-class CountingLocator;
-CountingLocator* gLocator = nullptr;
 
 class CountingLocator final : public IComponentString {
 public:
@@ -26,7 +22,6 @@ public:
         const int left = --gLocatorReferences;
         if (left == 0) {
             std::printf("string locator destroyed\n");
-            if (gLocator == this) gLocator = nullptr;
             delete this;
         }
         return static_cast<uint32_t>(left);
@@ -46,17 +41,15 @@ public:
 };
 
 QResult CreateLocator(void*, const IID*, void** object) {
-    gLocator = new CountingLocator;
-    gLocator->AddRef();
-    *object = static_cast<IComponentString*>(gLocator);
+    auto* locator = new CountingLocator;
+    locator->AddRef();
+    *object = static_cast<IComponentString*>(locator);
     return QEL_OK;
 }
 
 }  // namespace
 
 #define COUNTING_EXPORT extern "C" __attribute__((visibility("default")))
-
-COUNTING_EXPORT QResult InitializeModule(void*, IComponentCollection*) { return QEL_OK; }
 
 COUNTING_EXPORT QResult CreateFunction(tagREFString name, QELCreateInstanceFn* out) {
     const bool locator = std::wstring(name.text, static_cast<size_t>(name.length)) == L"ComponentString";
