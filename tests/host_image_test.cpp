@@ -120,8 +120,7 @@ TEST(ImageDIB, AssignCopiesSizeFormatPixelsAndPalette) {
     EXPECT_EQ(qeltest::PixelBytes(target.Get()), qeltest::PixelBytes(source.Get()));
 
     // A palette travels with Assign; the palette interface is answered only while one is set.
-    SmartPtr<IQELImageDIB> paletted = NewImage();
-    paletted->Create(2, 1, 1, 8, QEL_MODEL_MONO);
+    SmartPtr<IQELImageDIB> paletted = NewImage(2, 1, 8, QEL_MODEL_MONO);
     EXPECT_FALSE(QueryAs<IQELImagePalette>(paletted.Get(), qel::iid::IQELImagePalette));
     const RGBQUAD entries[3] = {{1, 2, 3, 0}, {4, 5, 6, 0}, {7, 8, 9, 0}};
     ASSERT_EQ(paletted->SetPalette(entries, 3), QEL_OK);

@@ -21,14 +21,10 @@ constexpr int kRounds = 20;
 // so a host makes its first image-creating calls from one thread. Both roads
 // (the collection and the cached image locator) are taken here once.
 void WarmUp() {
-    static const bool warm = [] {
-        SmartPtr<BufferImage> image(BufferImage::Make(3, 3, 24, QEL_MODEL_BGR));
-        SmartPtr<IQEL> out;
-        Filters()->Blur(image.Get(), out.Out());
-        Filters()->Erode(image.Get(), 3, out.Out());
-        return true;
-    }();
-    (void)warm;
+    SmartPtr<BufferImage> image(BufferImage::Make(3, 3, 24, QEL_MODEL_BGR));
+    SmartPtr<IQEL> out;
+    Filters()->Blur(image.Get(), out.Out());
+    Filters()->Erode(image.Get(), 3, out.Out());
 }
 
 // One thread's work on its own source, a call into each component and
