@@ -71,14 +71,18 @@ TEST(ModuleCreateFunction, ReportsMissingModulesRetriesAndRefusesNamesBeyondTheP
         "Module not available \\./_binLIN64/x{248}\\.so, error [^\n]*\n$");
 }
 
-TEST(CreateImageDIB, ResolvesTheLocatorOnceOrFindsTheRuntimeByTheFolderRule) {
+// The collection handed over is held once, however often it is handed over,
+// until another or none takes its place.
+TEST(CreateImageDIB, HoldsTheCollectionHandedOverResolvesTheLocatorOnceElseUsesTheFolderRule) {
     IComponentCollection* host = qeltest::TestHost().Collection();
     EXPECT_EXIT(ExitWith([&] {
                     // No module folder is in reach, so a load attempt would print its failure.
                     if (chdir("/") != 0) return 9;
-                    qeltest::ForwardingCollection proxy(host);
+                    qeltest::ForwardingCollection proxy(host), other;
                     InitializeModule(nullptr, &proxy);
-                    if (SmartPtr<IComponentCollection>(GLOBALComponents()).Get() != &proxy) return 17;
+                    InitializeModule(nullptr, &proxy);
+                    if (proxy.refs != 2 || SmartPtr<IComponentCollection>(GLOBALComponents()).Get() != &proxy)
+                        return 17;
                     SmartPtr<IQELImageDIB> first = NewImageDIB();
                     SmartPtr<IQELImageDIB> second = NewImageDIB();
                     SmartPtr<IQELImageDIB> third = NewImageDIB();
@@ -91,8 +95,10 @@ TEST(CreateImageDIB, ResolvesTheLocatorOnceOrFindsTheRuntimeByTheFolderRule) {
                     SmartPtr<IQELImage> viaCollection = NewImageThroughCollection();
                     if (!viaCollection || proxy.createComponentCalls != 2) return 15;
                     if (viaCollection->Create(3, 2, 1, 24, QEL_MODEL_BGR) != QEL_OK) return 16;
+                    InitializeModule(nullptr, &other);
+                    if (proxy.refs != 1 || other.refs != 2) return 18;
                     InitializeModule(nullptr, nullptr);
-                    return 0;
+                    return other.refs == 1 ? 0 : 19;
                 }),
                 ::testing::ExitedWithCode(0), "^$");
     // With no collection handed over, the runtime is found by the folder rule.
