@@ -148,10 +148,7 @@ TEST(Regression, PngChunkLengthDoesNotSizeAnAllocation) {
 TEST(NetpbmReader, PamHeaderMistakesAreNamed) {
     for (const auto& c : kPamCases) {
         const std::string error = ReadBytes(c.first);
-        if (c.second == kCorrupt)
-            EXPECT_EQ(error.rfind(c.second, 0), 0u) << c.first;
-        else
-            EXPECT_EQ(error, c.second) << c.first;
+        EXPECT_EQ(c.second == kCorrupt ? error.substr(0, kCorrupt.size()) : error, c.second) << c.first;
     }
     // The first case's tuple type survives the header's rebuilding: a 1-bit image, white where set.
     SmartPtr<IQEL> image;
