@@ -21,18 +21,10 @@ constexpr int kRounds = 20;
 // so a host makes its first image-creating calls from one thread. Both roads
 // (the collection and the cached image locator) are taken here once.
 void WarmUp() {
-    static const bool warm = [] {
-        SmartPtr<BufferImage> image(BufferImage::Make(3, 3, 24, QEL_MODEL_BGR));
-        SmartPtr<IQEL> out;
-        Filters()->Blur(image.Get(), out.Out());
-        Filters()->Erode(image.Get(), 3, out.Out());
-        return true;
-    }();
-    (void)warm;
-}
-
-SmartPtr<BufferImage> RandomImage(int width, int height, int bitCount, uint32_t seed) {
-    return Random(width, height, bitCount, seed, 3, seed % 2 == 1);
+    SmartPtr<BufferImage> image(BufferImage::Make(3, 3, 24, QEL_MODEL_BGR));
+    SmartPtr<IQEL> out;
+    Filters()->Blur(image.Get(), out.Out());
+    Filters()->Erode(image.Get(), 3, out.Out());
 }
 
 // One thread's work on its own source, a call into each component and
@@ -40,7 +32,7 @@ SmartPtr<BufferImage> RandomImage(int width, int height, int bitCount, uint32_t 
 // outcome is a list of pixel digests.
 std::vector<uint64_t> Work(int seed) {
     const int bitCount = seed % 3 == 0 ? 8 : seed % 3 == 1 ? 24 : 32;
-    SmartPtr<BufferImage> source = RandomImage(23 + seed, 17 + seed, bitCount, 1000u + seed);
+    SmartPtr<BufferImage> source = Random(23 + seed, 17 + seed, bitCount, 1000u + seed, 3, seed % 2 == 1);
     SmartPtr<IQEL> median, turned;
     Filters()->Median(source.Get(), 3, median.Out());
     Transform()->Rotate(source.Get(), turned.Out(), 30 + seed, 3, 0, 0);
@@ -73,11 +65,7 @@ void RunOnThreads(const std::function<void(int)>& body) {
 TEST(ReliabilityThreads, OperationsOnOwnImagesGiveTheSameBytesAsAlone) {
     WarmUp();
     std::vector<std::vector<uint64_t>> alone;
-    for (int t = 0; t < kThreads; ++t) {
-        alone.push_back(Work(t));
-        SmartPtr<BufferImage> filled = Uniform(23 + t, 17 + t, 32, 0x11223344u + t, 0);
-        EXPECT_EQ(alone[t][3], PixelDigest(filled.Get())) << "thread " << t;
-    }
+    for (int t = 0; t < kThreads; ++t) alone.push_back(Work(t));
 
     std::vector<std::vector<std::vector<uint64_t>>> together(kThreads);
     RunOnThreads([&](int t) {
@@ -90,7 +78,7 @@ TEST(ReliabilityThreads, OperationsOnOwnImagesGiveTheSameBytesAsAlone) {
 
 TEST(ReliabilityThreads, SharedSourceAndComponentsKeepReferencesBalanced) {
     WarmUp();
-    SmartPtr<BufferImage> source = RandomImage(31, 19, 24, 77);
+    SmartPtr<BufferImage> source = Random(31, 19, 24, 77, 3, true);
     const std::vector<unsigned char> before = source->Snapshot();
     const uint32_t sourceRefs = RefCountOf(source.Get());
     const uint32_t filterRefs = RefCountOf(Filters());

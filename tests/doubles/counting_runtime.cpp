@@ -1,8 +1,8 @@
 // A stand-in for the collections module, loaded by the host services test
 // from a folder of its own: its one component, "ComponentString", makes a
-// string locator that counts its references, records the parts set on it and
-// makes strings that do nothing. The test reads the count and the parts
-// through the two functions at the end.
+// string locator that counts its references and records the parts set on it;
+// it makes no strings. The test reads the count and the parts through the two
+// functions at the end.
 #include <atomic>
 #include <cstdio>
 #include <string>
@@ -13,30 +13,6 @@ namespace {
 
 std::atomic<int> gLocatorReferences{0};
 std::wstring gPartsSet;  // "part:text;" for each SetPart, in order
-// The last locator made, so that one kept alive on purpose stays reachable
-// (leak checkers see it as held, not lost).
-class CountingLocator;
-CountingLocator* gLocator = nullptr;
-
-// The strings the locator makes: the test only holds and releases them.
-class PlainString final : public ICreatableString {
-public:
-    QResult QueryInterface(const IID&, void**) override { return QEL_E_NOINTERFACE; }
-    uint32_t AddRef() override { return ++refs_; }
-    uint32_t Release() override {
-        const uint32_t left = --refs_;
-        if (left == 0) delete this;
-        return left;
-    }
-    QResult GetString(tagREFString*) override { return QEL_E_NOTIMPL; }
-    QResult GetLength(int*) override { return QEL_E_NOTIMPL; }
-    QResult AppendChars(int, const wchar_t*) override { return QEL_E_NOTIMPL; }
-    QResult SetString(tagREFString) override { return QEL_E_NOTIMPL; }
-    QResult Clear() override { return QEL_E_NOTIMPL; }
-
-private:
-    std::atomic<uint32_t> refs_{1};
-};
 
 class CountingLocator final : public IComponentString {
 public:
@@ -46,7 +22,6 @@ public:
         const int left = --gLocatorReferences;
         if (left == 0) {
             std::printf("string locator destroyed\n");
-            if (gLocator == this) gLocator = nullptr;
             delete this;
         }
         return static_cast<uint32_t>(left);
@@ -54,8 +29,8 @@ public:
     QResult GetString(tagREFString*) override { return QEL_E_NOTIMPL; }
     QResult GetLength(int*) override { return QEL_E_NOTIMPL; }
     QResult CreateInstance(const IID*, void** object) override {
-        *object = static_cast<ICreatableString*>(new PlainString);
-        return QEL_OK;
+        *object = nullptr;
+        return QEL_E_NOTIMPL;
     }
     QResult SetPart(int part, tagREFString text) override {
         gPartsSet +=
@@ -66,17 +41,15 @@ public:
 };
 
 QResult CreateLocator(void*, const IID*, void** object) {
-    gLocator = new CountingLocator;
-    gLocator->AddRef();
-    *object = static_cast<IComponentString*>(gLocator);
+    auto* locator = new CountingLocator;
+    locator->AddRef();
+    *object = static_cast<IComponentString*>(locator);
     return QEL_OK;
 }
 
 }  // namespace
 
 #define COUNTING_EXPORT extern "C" __attribute__((visibility("default")))
-
-COUNTING_EXPORT QResult InitializeModule(void*, IComponentCollection*) { return QEL_OK; }
 
 COUNTING_EXPORT QResult CreateFunction(tagREFString name, QELCreateInstanceFn* out) {
     const bool locator = std::wstring(name.text, static_cast<size_t>(name.length)) == L"ComponentString";
