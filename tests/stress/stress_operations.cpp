@@ -18,36 +18,19 @@ using qeltest::Transform;
 
 // A caller's coordinate map: a random affine map, sometimes one that answers
 // NaN, infinities or points far outside any image.
-class RandomTransform final : public ITransform {
-public:
-    explicit RandomTransform(Call& call) : call_(call) {
-        for (double& c : coefficients_) c = call.Real(-2, 2);
-        const double wild = call.Chance(0.1) ? call.RealParam(0, 0) : 0.0;
-        coefficients_[2] = call.Real(-40, 40) + wild;
-        coefficients_[5] = call.Real(-40, 40) + wild;
-    }
-    ~RandomTransform() {
-        if (refs_ != 1) call_.Fail("the caller's transform lost or gained a reference");
-    }
-    QResult QueryInterface(const IID&, void** object) override {
-        *object = nullptr;
-        return QEL_E_NOINTERFACE;
-    }
-    uint32_t AddRef() override { return ++refs_; }
-    uint32_t Release() override { return --refs_; }  // lives on the stack
-    QResult TransformPoint(double* x, double* y, double* z) override {
-        const double u = *x, v = *y;
-        *x = coefficients_[0] * u + coefficients_[1] * v + coefficients_[2];
-        *y = coefficients_[3] * u + coefficients_[4] * v + coefficients_[5];
-        *z = 0;
-        return QEL_OK;
-    }
-
-private:
-    Call& call_;
-    uint32_t refs_ = 1;
-    double coefficients_[6];
-};
+qeltest::PointMap RandomMap(Call& call) {
+    double k[6];
+    for (double& v : k) v = call.Real(-2, 2);
+    const double wild = call.Chance(0.1) ? call.RealParam(0, 0) : 0.0;
+    k[2] = call.Real(-40, 40) + wild, k[5] = call.Real(-40, 40) + wild;
+    return qeltest::PointMap([=](double& x, double& y) {
+        const double u = x, v = y;
+        x = k[0] * u + k[1] * v + k[2], y = k[3] * u + k[4] * v + k[5];
+    });
+}
+void ExpectHandedBack(Call& call, const qeltest::PointMap& map) {
+    if (map.refs != 1) call.Fail("the caller's transform lost or gained a reference");
+}
 
 // Result sizes a caller may ask for: mostly small, sometimes negative, and
 // sometimes so large that the runtime refuses the image rather than allocate.
@@ -160,16 +143,18 @@ const Entry kOperations[] = {
      }},
     {"Transform",
      [](Call& c) {
-         RandomTransform map(c);
+         qeltest::PointMap map = RandomMap(c);
          const auto [width, height] = ResultSize(c);
          Transform()->Transform(c.Chance(0.03) ? nullptr : &map, c.Input(false), c.result.Out(),
                                 c.Param(-40, 40), c.Param(-40, 40), width, height, 0, 0);
+         ExpectHandedBack(c, map);
      }},
     {"TransformPaste",
      [](Call& c) {
-         RandomTransform map(c);
+         qeltest::PointMap map = RandomMap(c);
          Transform()->TransformPaste(c.Chance(0.03) ? nullptr : &map, c.Input(false), c.Input(true),
                                      c.Param(-40, 40), c.Param(-40, 40), c.Int(0, 1), 0);
+         ExpectHandedBack(c, map);
      }},
     {"FlipImageAndBits", [](Call& c) { Transform()->FlipImageAndBits(c.Input(true)); }},
     {"CircleTransform",

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <initializer_list>
 #include <vector>
@@ -38,14 +39,16 @@ IQELDeform* Deform();
 CQELImageTransform* TransformClass();
 CQELFilterTransform* FilterClass();
 
-// A caller's transform over a function of (x, y), owned by the test (its
-// reference count is not kept); the module must pass z as 0.
+// A caller's transform over a function of (x, y), owned by the test: `refs`
+// is back at 1 when the module has released what it took. The module must
+// pass z as 0.
 struct PointMap final : ITransform {
     std::function<void(double& x, double& y)> map;
+    std::atomic<uint32_t> refs{1};
     explicit PointMap(std::function<void(double& x, double& y)> f) : map(std::move(f)) {}
     QResult QueryInterface(const IID& iid, void** object) override;
-    uint32_t AddRef() override { return 2; }
-    uint32_t Release() override { return 1; }
+    uint32_t AddRef() override { return ++refs; }
+    uint32_t Release() override { return --refs; }
     QResult TransformPoint(double* x, double* y, double* z) override;
 };
 
