@@ -14,10 +14,6 @@ using namespace qeltest;
 std::string Little16(unsigned v) { return std::string{char(v), char(v >> 8)}; }
 std::string Little32(uint32_t v) { return Little16(v & 0xFFFF) + Little16(v >> 16); }
 
-// `chunk` inserted after a PNG's IHDR.
-std::string WithPngChunk(const std::string& png, const std::string& chunk) {
-    return png.substr(0, 33) + chunk + png.substr(33);
-}
 // A JPEG segment inserted after SOI.
 std::string WithJpegSegment(const std::string& jpeg, int marker, const std::string& data) {
     return jpeg.substr(0, 2) + char(0xFF) + char(marker) + Big16(static_cast<unsigned>(data.size() + 2)) +
@@ -178,7 +174,6 @@ TEST_F(QelFiles, FilesReadAsStored) {
 // A 3x2 grey image 1 2 3 / 4 5 6 stored with each EXIF orientation comes
 // out as a viewer shows it.
 TEST_F(QelFiles, ExifOrientationTurnsThePixels) {
-    const std::string plain = Png(3, 2, 8, 0, "\x01\x02\x03\x04\x05\x06");
     // The pixels as shown for orientations 1 to 8; from 5 on the image is 2x3.
     const std::string shown[] = {"\x01\x02\x03\x04\x05\x06", "\x03\x02\x01\x06\x05\x04",
                                  "\x06\x05\x04\x03\x02\x01", "\x04\x05\x06\x01\x02\x03",
@@ -188,7 +183,8 @@ TEST_F(QelFiles, ExifOrientationTurnsThePixels) {
         SCOPED_TRACE(orientation);
         const std::string expected =
             (orientation < 5 ? "P5\n3 2\n255\n" : "P5\n2 3\n255\n") + shown[orientation - 1];
-        WriteFile(Path("o.png"), WithPngChunk(plain, PngChunk("eXIf", ExifWithOrientation(orientation))));
+        WriteFile(Path("o.png"),
+                  Png(3, 2, 8, 0, shown[0], PngChunk("eXIf", ExifWithOrientation(orientation))));
         // The written file shows the same way: its orientation is reset.
         Ok("qel o.png out.pgm && qel o.png --no-autorotate kept.pgm && qel o.png turned.png && "
            "qel turned.png again.pgm");
