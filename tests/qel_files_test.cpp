@@ -285,7 +285,16 @@ TEST_F(QelFiles, InfoDescribesEachFileAndTiffPagesAreReadByNumber) {
 // line naming the file; a copy with four bytes overwritten may still decode,
 // but never crashes qel.
 TEST_F(QelFiles, HostileFilesAreRefusedWithOneLine) {
-    for (const std::string format : {"png", "jpg", "ppm", "pam", "tif", "webp", "gif", "bmp"}) {
+    // Each format and the reason a file of it cut short is refused for.
+    const std::string formats[][2] = {{"png", "corrupt or truncated PNG"},
+                                      {"jpg", "corrupt or truncated JPEG"},
+                                      {"ppm", "truncated file"},
+                                      {"pam", "truncated file"},
+                                      {"tif", "corrupt or truncated TIFF"},
+                                      {"webp", "corrupt or truncated WebP"},
+                                      {"gif", "corrupt or truncated GIF"},
+                                      {"bmp", "truncated BMP"}};
+    for (const auto& [format, cutShort] : formats) {
         SCOPED_TRACE(format);
         Ok("qel sample resample 37x23 good." + format);
         const std::string good = ReadFile(Path("good." + format));
@@ -293,47 +302,51 @@ TEST_F(QelFiles, HostileFilesAreRefusedWithOneLine) {
         std::mt19937 random(7);
         for (int flips = 0; flips < 4; ++flips) damaged[random() % damaged.size()] = char(random());
         // Cut within the header (but for PPM) and half-way; a start like the format's, then nonsense.
-        const std::pair<std::string, std::string> files[] = {
-            {"cut.", good.substr(0, 20)},
-            {"half.", good.substr(0, good.size() / 2)},
-            {"bad.", good.substr(0, 4) + std::string(200, '\xA5')},
-            {"damaged.", damaged}};
-        for (const auto& [name, bytes] : files) {
+        const std::string files[][3] = {{"cut.", good.substr(0, 20), cutShort},
+                                        {"half.", good.substr(0, good.size() / 2), cutShort},
+                                        {"bad.", good.substr(0, 4) + std::string(200, '\xA5'), ""},
+                                        {"damaged.", damaged, ""}};
+        for (const auto& [name, bytes, reason] : files) {
             WriteFile(Path(name + format), bytes);
             if (name != "damaged." || Run(name + format + " blur out.png").status != 0) {
-                ExpectFailure(name + format + " blur out.png", 1, "qel: " + name + format + ": ");
+                ExpectFailure(name + format + " blur out.png", 1, "qel: " + name + format + ": " + reason);
             }
         }
     }
-    std::string bmp = ReadFile(Path("good.bmp"));
+    std::string bmp = ReadFile(Path("good.bmp")), png = ReadFile(Path("good.png"));
+    png[png.size() / 2] ^= 0x5A;
     bmp.replace(18, 8, Little32(1u << 30) + Little32(1u << 20));
     // Start of frame with 65535 x 65535, then nothing.
     const std::string jpeg(
         "\xFF\xD8\xFF\xC0\x00\x11\x08\xFF\xFF\xFF\xFF\x03\x01\x22\x00\x02\x11\x01\x03\x11\x01\xFF\xD9", 23);
-    // Each file's name, bytes, and the size it is refused for by the pixel limit (when it gets that far).
+    // Each file's name, bytes, and the reason it is refused for.
     const std::string headers[][3] = {
-        {"huge.png", Png(0x7FFFFFFF, 0x7FFFFFFF, 8, 2, ""), ""},
-        {"wide.png", Png(0x7FFFFFFF, 1, 8, 2, ""), ""},
-        {"zero.png", Png(0, 0, 8, 2, ""), ""},
-        {"huge.ppm", "P6\n2147483647 2147483647\n255\n", ""},
-        {"wrap.ppm", "P6\n4294967297 1\n255\nabc", ""},
-        {"negative.pgm", "P5\n-3 2\n255\nabcdef", ""},
-        {"zero.pgm", "P5\n0 0\n255\n", ""},
-        {"maxval.pgm", "P5\n2 2\n0\nabcd", ""},
-        {"short.pgm", "P5\n3 3\n255\nab", ""},
-        {"text.pgm", "P2\n2 2\n255\n1 2 x 4\n", ""},
+        {"huge.png", Png(0x7FFFFFFF, 0x7FFFFFFF, 8, 2, ""), "corrupt or truncated PNG"},
+        {"wide.png", Png(0x7FFFFFFF, 1, 8, 2, ""), "corrupt or truncated PNG"},
+        {"zero.png", Png(0, 0, 8, 2, ""), "corrupt or truncated PNG"},
+        {"corrupt.png", png, "corrupt or truncated PNG"},
+        {"empty.png", "", "empty file\n"},
+        {"picture.psd", "8BPS\x00\x01", "unsupported file format"},
+        {"huge.ppm", "P6\n2147483647 2147483647\n255\n", "corrupt netpbm file: "},
+        {"wrap.ppm", "P6\n4294967297 1\n255\nabc", "corrupt netpbm file: "},
+        {"negative.pgm", "P5\n-3 2\n255\nabcdef", "corrupt netpbm file: "},
+        {"zero.pgm", "P5\n0 0\n255\n", "corrupt netpbm file: "},
+        {"maxval.pgm", "P5\n2 2\n0\nabcd", "corrupt netpbm file: "},
+        {"overmax.pgm", "P2\n2 1\n100\n50 200\n", "corrupt netpbm file: "},
+        {"short.pgm", "P5\n3 3\n255\nab", "truncated file"},
+        {"text.pgm", "P2\n2 2\n255\n1 2 x 4\n", "corrupt netpbm file: "},
         {"huge.pam", "P7\nWIDTH 99999999\nHEIGHT 99999999\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n",
-         ""},
-        {"deep.pam", "P7\nWIDTH 1\nHEIGHT 1\nDEPTH 4000000000\nMAXVAL 255\nENDHDR\nx", ""},
-        {"huge.jpg", jpeg, ""},
-        {"huge.tif", GreyTiffPages(1, 4000000u, 4000000u, false), "4000000x4000000"},
-        {"huge.gif", "GIF89a" + Little16(65535) + Little16(65535) + std::string("\0\0\0;", 4), "65535x65535"},
-        {"huge.bmp", bmp, "1073741824x1048576"}};
-    for (const auto& [name, bytes, size] : headers) {
+         "corrupt netpbm file: "},
+        {"deep.pam", "P7\nWIDTH 1\nHEIGHT 1\nDEPTH 4000000000\nMAXVAL 255\nENDHDR\nx",
+         "unsupported netpbm dimensions, depth or maximum value"},
+        {"huge.jpg", jpeg, "corrupt or truncated JPEG"},
+        {"huge.tif", GreyTiffPages(1, 4000000u, 4000000u, false), "image 4000000x4000000 is above"},
+        {"huge.gif", "GIF89a" + Little16(65535) + Little16(65535) + std::string("\0\0\0;", 4),
+         "image 65535x65535 is above"},
+        {"huge.bmp", bmp, "image 1073741824x1048576 is above the pixel limit 268435456 (--max-pixels)\n"}};
+    for (const auto& [name, bytes, reason] : headers) {
         WriteFile(Path(name), bytes);
-        ExpectFailure(name + " out.png", 1,
-                      "qel: " + name + ": " +
-                          (size.empty() ? "" : "image " + size + " is above the pixel limit 268435456"));
+        ExpectFailure(name + " out.png", 1, "qel: " + name + ": " + reason);
     }
 }
 
