@@ -110,12 +110,10 @@ protected:
         EXPECT_NE(first, "") << one;
         EXPECT_EQ(first, ReadFile(Path(other.substr(other.rfind(' ') + 1)))) << one << "\n" << other;
     }
-    // The samples of a PAM written by qel, and its size.
+    // The samples of a PAM written by qel, and its size when asked for.
     Samples PamSamples(const std::string& name, int* width = nullptr, int* height = nullptr) {
         const std::string bytes = ReadFile(Path(name));
-        int columns = 0, rows = 0;
-        std::sscanf(bytes.c_str(), "P7 WIDTH %d HEIGHT %d", &columns, &rows);
-        if (width != nullptr) *width = columns, *height = rows;
+        if (width != nullptr) std::sscanf(bytes.c_str(), "P7 WIDTH %d HEIGHT %d", width, height);
         const size_t end = bytes.find("ENDHDR\n");
         if (end == std::string::npos) return {};
         return Samples(bytes.begin() + static_cast<long>(end + 7), bytes.end());
