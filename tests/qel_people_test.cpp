@@ -19,20 +19,6 @@ constexpr int kOperations = 51;  // as qel list shows them
 
 class People : public QelRun {
 protected:
-    // The pixels of a PAM qel wrote as red, green, blue, alpha (grey pictures
-    // are written as grey, with or without alpha), and its width.
-    Samples RgbaOf(const std::string& name, int* width = nullptr) {
-        int columns = 0, depth = 1;
-        std::sscanf(ReadFile(Path(name)).c_str(), "P7 WIDTH %d HEIGHT %*d DEPTH %d", &columns, &depth);
-        if (width != nullptr) *width = columns;
-        const Samples samples = PamSamples(name);
-        const size_t colours = depth < 3 ? 1 : 3, alpha = depth % 2 == 0;
-        Samples rgba;
-        for (size_t i = 0; i < samples.size(); i += colours + alpha)
-            rgba.insert(rgba.end(), {samples[i], samples[i + colours / 3], samples[i + colours / 3 * 2],
-                                     alpha ? samples[i + colours] : uint8_t(255)});
-        return rgba;
-    }
     // A 64-colour palette image and a bilevel one of stripes and checks, as
     // pal.png and bw.png, with their expanded forms as pal.pam (RGB) and bw.pam (grey 0/255).
     void WritePalettesAndTwins() {
@@ -48,7 +34,7 @@ protected:
                 if (white) bits[y * kWidth / 8 + x / 8] |= char(0x80 >> (x % 8));
                 grey.push_back(white ? 255 : 0);
             }
-        WriteFile(Path("pal.png"), Png(kWidth, kHeight, 8, 3, indices, palette));
+        WriteFile(Path("pal.png"), Png(kWidth, kHeight, 8, 3, indices, PngChunk("PLTE", palette)));
         WriteFile(Path("pal.pam"), Pam(kWidth, kHeight, 3, "RGB", colours));
         WriteFile(Path("bw.png"), Png(kWidth, kHeight, 1, 0, bits));
         WriteFile(Path("bw.pam"), Pam(kWidth, kHeight, 1, "GRAYSCALE", grey));
@@ -124,15 +110,16 @@ TEST_F(People, RotateTurnsClockwiseForEveryAngleAndHalfTurnsExactly) {
         for (int x = 29; x <= 31; ++x)
             for (int c = 0; c < 3; ++c) image[(y * 41 + x) * 3 + c] = 255;
     WriteFile(Path("mark.pam"), Pam(41, 31, 3, "RGB", image));
-    int width = 0;
+    int width = 0, height = 0;
     for (const std::string angle : {"30", "89", "90", "91", "180", "-45", "12.5", "400"}) {
         Ok("qel mark.pam rotate " + angle + " turned.pam");
-        const Samples turned = RgbaOf("turned.pam", &width);
-        const int height = static_cast<int>(turned.size() / 4) / width;
+        // A grey picture is written as grey: the first sample of each pixel is its red.
+        const Samples turned = PamSamples("turned.pam", &width, &height);
+        const size_t depth = turned.size() / (width * height);
         double weight = 0, sumX = 0, sumY = 0;
         for (int y = 0; y < height; ++y)
             for (int x = 0; x < width; ++x) {
-                const double v = turned[(y * width + x) * 4];
+                const double v = turned[(y * width + x) * depth];
                 weight += v, sumX += v * (x + 0.5), sumY += v * (y + 0.5);
             }
         ASSERT_GT(weight, 0) << angle;
@@ -144,8 +131,7 @@ TEST_F(People, RotateTurnsClockwiseForEveryAngleAndHalfTurnsExactly) {
     Ok("qel mark.pam rotate 30 --background 00FF00 green.pam && qel mark.pam rotate 30.5 --alpha clear.pam");
     const Samples green = PamSamples("green.pam");
     EXPECT_EQ(Samples(green.begin(), green.begin() + 3), (Samples{0, 255, 0}));
-    const Samples clear = RgbaOf("clear.pam", &width);
-    const int height = static_cast<int>(clear.size() / 4) / width;
+    const Samples clear = PamSamples("clear.pam", &width, &height);
     EXPECT_NE(ReadFile(Path("clear.pam")).find("\nTUPLTYPE RGB_ALPHA\n"), std::string::npos);
     EXPECT_EQ(clear[3], 0);
     EXPECT_EQ(clear[(height / 2 * width + width / 2) * 4 + 3], 255);  // the middle stays opaque
@@ -250,8 +236,8 @@ TEST_F(People, GalleryResultsAreNeverRuinedPictures) {
             if (onPurpose.count(op) != 0) continue;
             ++checked;
             if (input.empty()) continue;  // the chart's results are the guide's pictures
-            Ok("qel g/" + file + " r.pam");
-            const Samples r = RgbaOf("r.pam");
+            Ok("qel g/" + file + " depth 32 r.pam");
+            const Samples r = PamSamples("r.pam");
             bool black = true, transparent = true, grey = true;
             for (size_t i = 0; i + 3 < r.size(); i += 4) {
                 black = black && r[i] + r[i + 1] + r[i + 2] < 30;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -40,9 +41,10 @@ inline std::string PngChunk(const std::string& type, const std::string& data) {
     return Big32(static_cast<uint32_t>(data.size())) + type + data + Big32(~crc);
 }
 // A PNG of packed samples whose image data is one stored deflate block with
-// filter byte 0 on every row, so that inputs do not depend on the codec under test.
+// filter byte 0 on every row, so that inputs do not depend on the codec under
+// test; `chunks` (a palette, EXIF, ...) go before the image data.
 inline std::string Png(uint32_t width, uint32_t height, int depth, int colourType, const std::string& samples,
-                       const std::string& palette = "") {
+                       const std::string& chunks = "") {
     const std::string header =
         Big32(width) + Big32(height) + char(depth) + char(colourType) + std::string(3, '\0');
     const uint64_t channels[] = {1, 0, 3, 1, 2, 0, 4},
@@ -54,9 +56,8 @@ inline std::string Png(uint32_t width, uint32_t height, int depth, int colourTyp
     const uint16_t n = static_cast<uint16_t>(rows.size());
     const std::string zlib = std::string("\x78\x01\x01", 3) + char(n & 0xFF) + char(n >> 8) +
                              char(~n & 0xFF) + char((~n >> 8) & 0xFF) + rows + Big32(b << 16 | a);
-    return "\x89PNG\r\n\x1a\n" + PngChunk("IHDR", header) +
-           (palette.empty() ? "" : PngChunk("PLTE", palette)) + PngChunk("IDAT", rows.empty() ? "" : zlib) +
-           PngChunk("IEND", "");
+    return "\x89PNG\r\n\x1a\n" + PngChunk("IHDR", header) + chunks +
+           PngChunk("IDAT", rows.empty() ? "" : zlib) + PngChunk("IEND", "");
 }
 inline std::string Pam(int width, int height, int depth, const char* tuple, const Samples& samples,
                        int maxval = 255) {
@@ -109,9 +110,10 @@ protected:
         EXPECT_NE(first, "") << one;
         EXPECT_EQ(first, ReadFile(Path(other.substr(other.rfind(' ') + 1)))) << one << "\n" << other;
     }
-    // The samples of a PAM written by qel.
-    Samples PamSamples(const std::string& name) {
+    // The samples of a PAM written by qel, and its size when asked for.
+    Samples PamSamples(const std::string& name, int* width = nullptr, int* height = nullptr) {
         const std::string bytes = ReadFile(Path(name));
+        if (width != nullptr) std::sscanf(bytes.c_str(), "P7 WIDTH %d HEIGHT %d", width, height);
         const size_t end = bytes.find("ENDHDR\n");
         if (end == std::string::npos) return {};
         return Samples(bytes.begin() + static_cast<long>(end + 7), bytes.end());
