@@ -19,13 +19,7 @@ details=0
 [[ "${1:-}" == "--details" ]] && details=1
 
 # gcovr comes from Debian; install it when missing (as root, like the build does).
-if ! command -v gcovr >/dev/null; then
-  if [[ $(id -u) == 0 ]] && command -v apt-get >/dev/null; then
-    apt_get() { DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 "$@"; }
-    apt_get install -y --no-install-recommends gcovr || { apt_get update && apt_get install -y --no-install-recommends gcovr; }
-  fi
-  command -v gcovr >/dev/null || { echo "coverage: gcovr is missing (apt-get install gcovr)" >&2; exit 1; }
-fi
+command -v gcovr >/dev/null || bash tests/install_packages.sh gcovr
 
 # -O0 keeps every source line its own so that the counts read true; the
 # threads tests call the same code at once, so the counters are updated

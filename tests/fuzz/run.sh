@@ -28,16 +28,7 @@ done
 
 # Debian's clang and its fuzzer runtime, installed when missing (as root).
 fuzzer_runtime() { ls /usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a >/dev/null 2>&1; }
-if ! command -v clang++ >/dev/null || ! fuzzer_runtime; then
-  if [[ $(id -u) == 0 ]] && command -v apt-get >/dev/null; then
-    apt_get() { DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 "$@"; }
-    packages=(clang libclang-rt-14-dev)
-    apt_get install -y --no-install-recommends "${packages[@]}" ||
-      { apt_get update && apt_get install -y --no-install-recommends "${packages[@]}"; }
-  fi
-  command -v clang++ >/dev/null && fuzzer_runtime ||
-    { echo "fuzz: needs clang and libclang-rt-14-dev (apt-get install clang libclang-rt-14-dev)" >&2; exit 1; }
-fi
+command -v clang++ >/dev/null && fuzzer_runtime || bash tests/install_packages.sh clang libclang-rt-14-dev
 
 CC=clang CXX=clang++ cmake -B "$build" -DQEL_FUZZ=ON -DQEL_BUILD_BENCH=OFF >/dev/null
 cmake --build "$build" -j2 --target qel_fuzz

@@ -55,15 +55,7 @@ for cap in "${tiers[@]}"; do
 done
 
 # Emulated processors: Debian's qemu-user, installed when missing.
-if ! command -v qemu-x86_64 > /dev/null; then
-  if [[ $(id -u) == 0 ]] && command -v apt-get > /dev/null; then
-    DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 install -y --no-install-recommends qemu-user
-  fi
-fi
-if ! command -v qemu-x86_64 > /dev/null; then
-  echo "qemu-x86_64 is missing: install Debian's qemu-user (apt-get install qemu-user)"
-  exit 1
-fi
+command -v qemu-x86_64 > /dev/null || bash tests/install_packages.sh qemu-user
 # Nehalem: SSSE3 and SSE4.2, no AVX. qemu64: SSE2 without SSSE3.
 check_run "qemu-x86_64 -cpu Nehalem" ssse3 qemu-x86_64 -cpu Nehalem
 check_run "qemu-x86_64 -cpu qemu64" sse2 qemu-x86_64 -cpu qemu64

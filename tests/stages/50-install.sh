@@ -13,11 +13,7 @@ command -v dpkg-shlibdeps >/dev/null || missing+=(dpkg-dev)
 command -v file >/dev/null || missing+=(file)
 command -v pkg-config >/dev/null || missing+=(pkgconf)
 command -v lintian >/dev/null || missing+=(lintian)
-if (( ${#missing[@]} )); then
-  apt_get() { DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 "$@"; }
-  apt_get install -y --no-install-recommends "${missing[@]}" ||
-    { apt_get update && apt_get install -y --no-install-recommends "${missing[@]}"; }
-fi
+bash tests/install_packages.sh "${missing[@]}"
 
 cmake -B "$build" -DQEL_BUILD_TESTS=OFF -DQEL_BUILD_BENCH=OFF >/dev/null
 cmake --build "$build" -j2
