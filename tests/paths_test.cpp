@@ -387,8 +387,8 @@ TEST(TransformPaths, SkewAndCircleOfEveryDepth) {
         for (const auto& wh : shapes)
             for (bool alpha : {false, true}) {
                 const int w = wh[0], h = wh[1], outBpp = alpha ? 32 : bpp;
-                Owned src(BufferImage::Make(w, h, bpp, QEL_MODEL_ARGB, n % 4, n % 3 == 1));
-                src->FillRandom(static_cast<uint32_t>(++n));
+                Owned src = Random(w, h, bpp, static_cast<uint32_t>(n + 1), n % 4, n % 3 == 1);
+                ++n;
                 if (bpp == 32)
                     for (int y = 0; y < h; y += 2) src->Row(y)[4 * (y % w) + 3] = 1;
                 const ImageView s = ReadImageView(src.Get());
@@ -640,31 +640,29 @@ TEST(TransformPaths, MirrorRowsOfEveryWidth) {
 
 // ---- colour: the byte-wise maps against a walk through the pixel helpers ----
 
-template <class Map>
-void ExpectMapMatchesPixelHelpers(const Map& map) {
-    ForEachSource({{1, 4, 8, 16, 24, 25, 32}, {1, 2, 5, 9, 17, 33}, {1, 3, 4}}, [&](BufferImage* src) {
-        const ImageView s = ReadImageView(src);
-        Owned plain = ImageOf(s.width, s.height, s.bitCount, ModelFor(s.bitCount), PixelBytes(src));
-        for (int y = 0; y < s.height; ++y)
-            for (int x = 0; x < s.width; ++x) {
-                const uint32_t c = ColourAt(plain.Get(), x, y);
-                unsigned char bgr[3] = {(unsigned char)BlueOf(c), (unsigned char)GreenOf(c),
-                                        (unsigned char)RedOf(c)};
-                map(bgr);
-                PutColour(plain.Get(), x, y, PackColor(bgr[0], bgr[1], bgr[2], AlphaOf(c)));
-            }
-        const Bytes padding = PaddingOf(src);
-        color::MapPixels(s, map);
-        ExpectPixels(src, PixelBytes(plain.Get()));
-        EXPECT_EQ(PaddingOf(src), padding);
-    });
-}
-
 TEST(ColourPaths, ByteWiseMapsMatchThePixelHelpers) {
-    ExpectMapMatchesPixelHelpers(color::ChannelShift(37, -20, 5));
-    ExpectMapMatchesPixelHelpers(color::BlackWhiteThreshold(100));
-    ExpectMapMatchesPixelHelpers(color::ColorizeTint(200, 255, 0.7f));
-    ExpectMapMatchesPixelHelpers(color::ColorizeTint(13, 90, 1.0f));
+    auto expectMap = [](const auto& map) {
+        ForEachSource({{1, 4, 8, 16, 24, 25, 32}, {1, 2, 5, 9, 17, 33}, {1, 3, 4}}, [&](BufferImage* src) {
+            const ImageView s = ReadImageView(src);
+            Owned plain = ImageOf(s.width, s.height, s.bitCount, ModelFor(s.bitCount), PixelBytes(src));
+            for (int y = 0; y < s.height; ++y)
+                for (int x = 0; x < s.width; ++x) {
+                    const uint32_t c = ColourAt(plain.Get(), x, y);
+                    unsigned char bgr[3] = {(unsigned char)BlueOf(c), (unsigned char)GreenOf(c),
+                                            (unsigned char)RedOf(c)};
+                    map(bgr);
+                    PutColour(plain.Get(), x, y, PackColor(bgr[0], bgr[1], bgr[2], AlphaOf(c)));
+                }
+            const Bytes padding = PaddingOf(src);
+            color::MapPixels(s, map);
+            ExpectPixels(src, PixelBytes(plain.Get()));
+            EXPECT_EQ(PaddingOf(src), padding);
+        });
+    };
+    expectMap(color::ChannelShift(37, -20, 5));
+    expectMap(color::BlackWhiteThreshold(100));
+    expectMap(color::ColorizeTint(200, 255, 0.7f));
+    expectMap(color::ColorizeTint(13, 90, 1.0f));
 }
 
 // The grey and table lanes of one tier against one pixel at a time: SSSE3
