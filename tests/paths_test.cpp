@@ -352,13 +352,8 @@ TEST(FilterPaths, ConvolutionVectorStepsAtTheirLimits) {
         });
     // White, striped and patterned images drive sums to both ends of their range,
     // where a multiply-high division or a power-of-two shift would first go wrong.
-    for (int source = 0; source < 3; ++source) {
-        Owned src(BufferImage::Make(source == 2 ? 45 : 40, source == 2 ? 4 : 5, 24, QEL_MODEL_BGR));
-        for (int y = 0; y < (source == 2 ? 4 : 5); ++y)
-            for (int n = 0; n < (source == 2 ? 135 : 120); ++n)
-                src->Row(y)[n] = source == 0   ? 255
-                                 : source == 1 ? (n % 7 == 0 ? 0 : 255)
-                                               : static_cast<unsigned char>((n * 37 + y * 11) % 256);
+    Owned extremes[] = {Uniform(40, 5, 24, 0xFFFFFF), HardEdges(40, 5, 24), Random(45, 4, 24, 3)};
+    for (Owned& src : extremes) {
         for (int divisor = 2; divisor < 200; divisor += 7)
             ExpectConvolution(src.Get(), {{16, 16, 16, 16, 0, -16, 16, 16, 16}, 3, divisor, 3});
         for (int m : {1, 2, 3})
