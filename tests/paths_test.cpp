@@ -12,6 +12,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <tuple>
 
 #include "color/color_kernels.h"
 #include "filter/filter_kernels.h"
@@ -721,16 +722,15 @@ INSTANTIATE_TEST_SUITE_P(Tiers, ColourLanes,
 // The cap: each name lowers the processor's tier to itself and never raises
 // it; unknown values and no value leave it alone.
 TEST(SimdCap, NamesLowerTheTierAndNothingElseChangesIt) {
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx512, "scalar"), SimdTier::Scalar);
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx512, "sse2"), SimdTier::Sse2);
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx512, "ssse3"), SimdTier::Ssse3);
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx512, "avx2"), SimdTier::Avx2);
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx512, "avx512"), SimdTier::Avx512);
-    EXPECT_EQ(CapSimdTier(SimdTier::Ssse3, "avx512"), SimdTier::Ssse3);
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx512, "AVX2"), SimdTier::Avx512);
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx2, "sse"), SimdTier::Avx2);
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx2, ""), SimdTier::Avx2);
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx2, nullptr), SimdTier::Avx2);
+    using Tier = SimdTier;
+    const std::tuple<Tier, const char*, Tier> rows[] = {
+        {Tier::Avx512, "scalar", Tier::Scalar}, {Tier::Avx512, "sse2", Tier::Sse2},
+        {Tier::Avx512, "ssse3", Tier::Ssse3},   {Tier::Avx512, "avx2", Tier::Avx2},
+        {Tier::Avx512, "avx512", Tier::Avx512}, {Tier::Ssse3, "avx512", Tier::Ssse3},
+        {Tier::Avx512, "AVX2", Tier::Avx512},   {Tier::Avx2, "sse", Tier::Avx2},
+        {Tier::Avx2, "", Tier::Avx2},           {Tier::Avx2, nullptr, Tier::Avx2}};
+    for (const auto& [processor, cap, expected] : rows)
+        EXPECT_EQ(CapSimdTier(processor, cap), expected) << (cap ? cap : "no cap");
     EXPECT_LE(ActiveSimdTier(), ProcessorSimdTier());
     // CI compares this line with the tier it expects of the processor and cap.
     std::printf("vector tier in use: %s\n", SimdTierName(ActiveSimdTier()));
