@@ -264,11 +264,7 @@ void ExpectFilters(BufferImage* src, const std::vector<int>& sizes, int which) {
 // Each row: its sources, the window sizes, the filters.
 TEST(FilterPaths, NeighbourhoodsMatchTheirReferencesOnEveryPath) {
     const std::vector<int> every = {1, 2, 3, 4, 5, 6, 7, 12, 0, -3};
-    const struct {
-        Sources sources;
-        std::vector<int> sizes;
-        int which;
-    } rows[] = {
+    const std::tuple<Sources, std::vector<int>, int> rows[] = {
         // Every depth, size and filter on odd shapes, against the references.
         {{{1, 4, 8, 24, 32}, {1, 2, 17}, {1, 3, 9}}, every, kEveryFilter},
         {{{1, 4, 8, 24, 32}, {64}, {33}}, every, kEveryFilter},
@@ -292,7 +288,8 @@ TEST(FilterPaths, NeighbourhoodsMatchTheirReferencesOnEveryPath) {
         {{{8, 24, 32}, {3, 4, 7, 8, 18, 19, 22, 23, 66, 67, 68, 70, 131}, {4}, {0xFF, 0xC1}}, {}, kContour},
     };
     for (const auto& row : rows)
-        ForEachSource(row.sources, [&](BufferImage* src) { ExpectFilters(src, row.sizes, row.which); });
+        ForEachSource(std::get<0>(row),
+                      [&](BufferImage* src) { ExpectFilters(src, std::get<1>(row), std::get<2>(row)); });
 }
 
 TEST(FilterPaths, SizesFarBeyondTheImageReadOnlyInside) {
