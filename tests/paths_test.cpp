@@ -12,6 +12,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <tuple>
 
 #include "color/color_kernels.h"
 #include "filter/filter_kernels.h"
@@ -263,11 +264,7 @@ void ExpectFilters(BufferImage* src, const std::vector<int>& sizes, int which) {
 // Each row: its sources, the window sizes, the filters.
 TEST(FilterPaths, NeighbourhoodsMatchTheirReferencesOnEveryPath) {
     const std::vector<int> every = {1, 2, 3, 4, 5, 6, 7, 12, 0, -3};
-    const struct {
-        Sources sources;
-        std::vector<int> sizes;
-        int which;
-    } rows[] = {
+    const std::tuple<Sources, std::vector<int>, int> rows[] = {
         // Every depth, size and filter on odd shapes, against the references.
         {{{1, 4, 8, 24, 32}, {1, 2, 17}, {1, 3, 9}}, every, kEveryFilter},
         {{{1, 4, 8, 24, 32}, {64}, {33}}, every, kEveryFilter},
@@ -291,7 +288,8 @@ TEST(FilterPaths, NeighbourhoodsMatchTheirReferencesOnEveryPath) {
         {{{8, 24, 32}, {3, 4, 7, 8, 18, 19, 22, 23, 66, 67, 68, 70, 131}, {4}, {0xFF, 0xC1}}, {}, kContour},
     };
     for (const auto& row : rows)
-        ForEachSource(row.sources, [&](BufferImage* src) { ExpectFilters(src, row.sizes, row.which); });
+        ForEachSource(std::get<0>(row),
+                      [&](BufferImage* src) { ExpectFilters(src, std::get<1>(row), std::get<2>(row)); });
 }
 
 TEST(FilterPaths, SizesFarBeyondTheImageReadOnlyInside) {
@@ -352,13 +350,8 @@ TEST(FilterPaths, ConvolutionVectorStepsAtTheirLimits) {
         });
     // White, striped and patterned images drive sums to both ends of their range,
     // where a multiply-high division or a power-of-two shift would first go wrong.
-    for (int source = 0; source < 3; ++source) {
-        Owned src(BufferImage::Make(source == 2 ? 45 : 40, source == 2 ? 4 : 5, 24, QEL_MODEL_BGR));
-        for (int y = 0; y < (source == 2 ? 4 : 5); ++y)
-            for (int n = 0; n < (source == 2 ? 135 : 120); ++n)
-                src->Row(y)[n] = source == 0   ? 255
-                                 : source == 1 ? (n % 7 == 0 ? 0 : 255)
-                                               : static_cast<unsigned char>((n * 37 + y * 11) % 256);
+    Owned extremes[] = {Uniform(40, 5, 24, 0xFFFFFF), HardEdges(40, 5, 24), Random(45, 4, 24, 3)};
+    for (Owned& src : extremes) {
         for (int divisor = 2; divisor < 200; divisor += 7)
             ExpectConvolution(src.Get(), {{16, 16, 16, 16, 0, -16, 16, 16, 16}, 3, divisor, 3});
         for (int m : {1, 2, 3})
@@ -387,8 +380,8 @@ TEST(TransformPaths, SkewAndCircleOfEveryDepth) {
         for (const auto& wh : shapes)
             for (bool alpha : {false, true}) {
                 const int w = wh[0], h = wh[1], outBpp = alpha ? 32 : bpp;
-                Owned src(BufferImage::Make(w, h, bpp, QEL_MODEL_ARGB, n % 4, n % 3 == 1));
-                src->FillRandom(static_cast<uint32_t>(++n));
+                Owned src = Random(w, h, bpp, static_cast<uint32_t>(n + 1), n % 4, n % 3 == 1);
+                ++n;
                 if (bpp == 32)
                     for (int y = 0; y < h; y += 2) src->Row(y)[4 * (y % w) + 3] = 1;
                 const ImageView s = ReadImageView(src.Get());
@@ -640,31 +633,29 @@ TEST(TransformPaths, MirrorRowsOfEveryWidth) {
 
 // ---- colour: the byte-wise maps against a walk through the pixel helpers ----
 
-template <class Map>
-void ExpectMapMatchesPixelHelpers(const Map& map) {
-    ForEachSource({{1, 4, 8, 16, 24, 25, 32}, {1, 2, 5, 9, 17, 33}, {1, 3, 4}}, [&](BufferImage* src) {
-        const ImageView s = ReadImageView(src);
-        Owned plain = ImageOf(s.width, s.height, s.bitCount, ModelFor(s.bitCount), PixelBytes(src));
-        for (int y = 0; y < s.height; ++y)
-            for (int x = 0; x < s.width; ++x) {
-                const uint32_t c = ColourAt(plain.Get(), x, y);
-                unsigned char bgr[3] = {(unsigned char)BlueOf(c), (unsigned char)GreenOf(c),
-                                        (unsigned char)RedOf(c)};
-                map(bgr);
-                PutColour(plain.Get(), x, y, PackColor(bgr[0], bgr[1], bgr[2], AlphaOf(c)));
-            }
-        const Bytes padding = PaddingOf(src);
-        color::MapPixels(s, map);
-        ExpectPixels(src, PixelBytes(plain.Get()));
-        EXPECT_EQ(PaddingOf(src), padding);
-    });
-}
-
 TEST(ColourPaths, ByteWiseMapsMatchThePixelHelpers) {
-    ExpectMapMatchesPixelHelpers(color::ChannelShift(37, -20, 5));
-    ExpectMapMatchesPixelHelpers(color::BlackWhiteThreshold(100));
-    ExpectMapMatchesPixelHelpers(color::ColorizeTint(200, 255, 0.7f));
-    ExpectMapMatchesPixelHelpers(color::ColorizeTint(13, 90, 1.0f));
+    auto expectMap = [](const auto& map) {
+        ForEachSource({{1, 4, 8, 16, 24, 25, 32}, {1, 2, 5, 9, 17, 33}, {1, 3, 4}}, [&](BufferImage* src) {
+            const ImageView s = ReadImageView(src);
+            Owned plain = ImageOf(s.width, s.height, s.bitCount, ModelFor(s.bitCount), PixelBytes(src));
+            for (int y = 0; y < s.height; ++y)
+                for (int x = 0; x < s.width; ++x) {
+                    const uint32_t c = ColourAt(plain.Get(), x, y);
+                    unsigned char bgr[3] = {(unsigned char)BlueOf(c), (unsigned char)GreenOf(c),
+                                            (unsigned char)RedOf(c)};
+                    map(bgr);
+                    PutColour(plain.Get(), x, y, PackColor(bgr[0], bgr[1], bgr[2], AlphaOf(c)));
+                }
+            const Bytes padding = PaddingOf(src);
+            color::MapPixels(s, map);
+            ExpectPixels(src, PixelBytes(plain.Get()));
+            EXPECT_EQ(PaddingOf(src), padding);
+        });
+    };
+    expectMap(color::ChannelShift(37, -20, 5));
+    expectMap(color::BlackWhiteThreshold(100));
+    expectMap(color::ColorizeTint(200, 255, 0.7f));
+    expectMap(color::ColorizeTint(13, 90, 1.0f));
 }
 
 // The grey and table lanes of one tier against one pixel at a time: SSSE3
@@ -728,16 +719,15 @@ INSTANTIATE_TEST_SUITE_P(Tiers, ColourLanes,
 // The cap: each name lowers the processor's tier to itself and never raises
 // it; unknown values and no value leave it alone.
 TEST(SimdCap, NamesLowerTheTierAndNothingElseChangesIt) {
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx512, "scalar"), SimdTier::Scalar);
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx512, "sse2"), SimdTier::Sse2);
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx512, "ssse3"), SimdTier::Ssse3);
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx512, "avx2"), SimdTier::Avx2);
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx512, "avx512"), SimdTier::Avx512);
-    EXPECT_EQ(CapSimdTier(SimdTier::Ssse3, "avx512"), SimdTier::Ssse3);
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx512, "AVX2"), SimdTier::Avx512);
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx2, "sse"), SimdTier::Avx2);
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx2, ""), SimdTier::Avx2);
-    EXPECT_EQ(CapSimdTier(SimdTier::Avx2, nullptr), SimdTier::Avx2);
+    using Tier = SimdTier;
+    const std::tuple<Tier, const char*, Tier> rows[] = {
+        {Tier::Avx512, "scalar", Tier::Scalar}, {Tier::Avx512, "sse2", Tier::Sse2},
+        {Tier::Avx512, "ssse3", Tier::Ssse3},   {Tier::Avx512, "avx2", Tier::Avx2},
+        {Tier::Avx512, "avx512", Tier::Avx512}, {Tier::Ssse3, "avx512", Tier::Ssse3},
+        {Tier::Avx512, "AVX2", Tier::Avx512},   {Tier::Avx2, "sse", Tier::Avx2},
+        {Tier::Avx2, "", Tier::Avx2},           {Tier::Avx2, nullptr, Tier::Avx2}};
+    for (const auto& [processor, cap, expected] : rows)
+        EXPECT_EQ(CapSimdTier(processor, cap), expected) << (cap ? cap : "no cap");
     EXPECT_LE(ActiveSimdTier(), ProcessorSimdTier());
     // CI compares this line with the tier it expects of the processor and cap.
     std::printf("vector tier in use: %s\n", SimdTierName(ActiveSimdTier()));
