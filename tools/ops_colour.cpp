@@ -78,7 +78,7 @@ OperationGroup ColourOperations() {
              kWholeByteImages,
              "qel in.png grayscale out.png",
              "grayscale",
-             [](Call& c) { return c.As<Colour>()->GrayScale(c.image.Get()); }},
+             [](Call& c) { return GrayScaleOfPixels(c.As<Colour>(), c.image.Get()); }},
             {"shiftrgb",
              "ShiftRGB",
              "ShiftRGB",
@@ -164,7 +164,9 @@ OperationGroup ColourOperations() {
              kAnyImage,
              "qel scan.png threshold 128 bw.png",
              "threshold 128",
-             [](Call& c) { return c.As<Colour>()->Threshold(c.image.Get(), c.args.Int("level")); }},
+             [](Call& c) {
+                 return ThresholdOfPixels(c.As<Colour>(), c.context.Host(), c.args.Int("level"), &c.image);
+             }},
         }};
 }
 

@@ -323,6 +323,29 @@ QResult RotateClockwise(IQELTransform* transform, const qel::Host& host, IQEL* i
     return RotateNearest(transform, source.Get(), turns, options, width, height, result);
 }
 
+namespace {
+bool IsGreyEightBit(IQEL* image) {
+    const qel::Pixels p = qel::PixelsOf(image);
+    return p.bitCount == 8 && p.colourModel == QEL_MODEL_MONO && IsGreyPalette(PaletteOf(image), 8);
+}
+}  // namespace
+
+QResult GrayScaleOfPixels(IQELColorTransform* colour, IQEL* image) {
+    return image != nullptr && IsGreyEightBit(image) ? QEL_OK : colour->GrayScale(image);
+}
+
+QResult ThresholdOfPixels(IQELColorTransform* colour, const qel::Host& host, int level, SmartPtr<IQEL>* image) {
+    if (!*image || !IsGreyEightBit(image->Get())) return colour->Threshold(image->Get(), level);
+    SmartPtr<IQEL> twin = FromRaster(host, ToRaster(image->Get()), 24, QEL_MODEL_BGR);
+    if (!twin) return QEL_E_OUTOFMEMORY;
+    const QResult result = colour->Threshold(twin.Get(), level);
+    if (result < 0) return result;
+    SmartPtr<IQEL> grey = FromRaster(host, ToRaster(twin.Get()), 8, QEL_MODEL_MONO);
+    if (!grey) return QEL_E_OUTOFMEMORY;
+    *image = std::move(grey);
+    return result;
+}
+
 QResult AddWholeImage(IQELMaths* maths, const qel::Host& host, IQEL* a, IQEL* b, float divisor,
                       SmartPtr<IQEL>* result) {
     if (!HasAlpha(a)) {

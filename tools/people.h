@@ -78,6 +78,15 @@ void RotatedSize(int width, int height, double degrees, bool keepSize, long long
 QResult RotateClockwise(IQELTransform* transform, const qel::Host& host, IQEL* image, double degrees,
                         const RotateOptions& options, SmartPtr<IQEL>* result);
 
+// GrayScale and Threshold as people mean them on 8-bit grey images (no
+// palette, or the grey ramp): the module's 8-bit GrayScale, which Threshold
+// starts with, mixes each byte with the two after it, as if they were one
+// pixel's blue, green and red. Such an image is already grey, so GrayScale
+// leaves it; Threshold runs on its 24-bit twin, and the result comes back as
+// grey. Other images go to the module as they are.
+QResult GrayScaleOfPixels(IQELColorTransform* colour, IQEL* image);
+QResult ThresholdOfPixels(IQELColorTransform* colour, const qel::Host& host, int level, SmartPtr<IQEL>* image);
+
 // Add with the whole image computed: on 32-bit images the module leaves the
 // last quarter of every row as created, so colour and alpha are added as two
 // images (24-bit and 8-bit) and joined. `b` has the format of `a`.
