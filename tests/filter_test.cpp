@@ -42,13 +42,12 @@ TEST(FilterKernels, UniformImagesFollowTheKernelWeights) {
     SmartPtr<IQEL> out;
     for (const auto& c : cases)
         for (int bpp : {8, 24}) {
-            const uint32_t grey = 0x010101u;
-            Owned image = Uniform(9, 7, bpp, bpp == 8 ? (c.in & 0xFF) * grey : c.in);
+            Owned image = Uniform(9, 7, bpp, bpp == 8 ? (c.in & 0xFF) * 0x010101u : c.in);
             ASSERT_EQ(c.fixed ? (Filters()->*c.fixed)(image.Get(), out.Out())
                               : Filters()->GaussianBlur(image.Get(), c.size, out.Out()),
                       QEL_OK)
                 << c.name;
-            ExpectAll(out.Get(), bpp == 8 ? (c.out & 0xFF) * grey : c.out, c.name + std::to_string(bpp));
+            ExpectAll(out.Get(), bpp == 8 ? (c.out & 0xFF) * 0x010101u : c.out, c.name + std::to_string(bpp));
         }
     // Palette depths store the low bits of the nearest grey: 127 is nibble 15 and bit 1.
     for (int bpp : {4, 1}) {
