@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <numeric>
 
 #include "color/color_kernels.h"
 #include "support/component_test.h"
@@ -36,7 +37,7 @@ Bytes After(int width, int height, int bitCount, const Bytes& pixels, const Op& 
 }
 Bytes Ramp() {
     Bytes ramp(256);
-    for (int v = 0; v < 256; ++v) ramp[size_t(v)] = static_cast<unsigned char>(v);
+    std::iota(ramp.begin(), ramp.end(), 0);
     return ramp;
 }
 // The table a tone operation applied, read back from a 256 x 1 grey ramp.
@@ -113,8 +114,7 @@ TEST(ColourTone, GrayScaleReadsTwoBytesPastEightBitPixelsAndThresholdFollows) {
     EXPECT_EQ(PixelBytes(packed.Get())[2], 76);   // 306 x 255 >> 10
     EXPECT_EQ(PixelBytes(packed.Get())[3], 187);  // (601 x 255 + 306 x 128) >> 10
     // On a runtime image with alpha, then Threshold: grey 66 is not above level 66.
-    SmartPtr<IQELImageDIB> image = TestHost().NewImage(2, 2, 32, QEL_MODEL_ARGB);
-    SetPixelBytes(image.Get(), {10, 20, 31, 0x40, 127, 128, 128, 0x41, 200, 0, 0, 0x42, 1, 2, 3, 0x43});
+    auto image = HostImage(2, 2, 32, {10, 20, 31, 0x40, 127, 128, 128, 0x41, 200, 0, 0, 0x42, 1, 2, 3, 0x43});
     EXPECT_EQ(Colours()->GrayScale(image.Get()), QEL_OK);
     EXPECT_EQ(PixelBytes(image.Get()),
               (Bytes{20, 20, 20, 0x40, 127, 127, 127, 0x41, 66, 66, 66, 0x42, 2, 2, 2, 0x43}));
@@ -157,21 +157,16 @@ TEST(ColourColorize, TintsInSinglePrecisionWrapsHueAnglesAndBlendsBelow0999) {
 
 // The alpha bytes of a 32-bit image after `op`; every other byte must stay.
 Bytes AlphaAfter(int width, int height, const Bytes& pixels, const Op& op) {
-    auto image = ImageOf(width, height, 32, QEL_MODEL_ARGB, pixels, 2, height > 1);
-    Bytes before = PixelBytes(image.Get()), after;
-    const Bytes padding = PaddingOf(image.Get());
-    EXPECT_EQ(op(image.Get()), QEL_OK);
-    const Bytes now = PixelBytes(image.Get());
-    for (size_t n = 0; n < now.size(); ++n)
-        if (n % 4 == 3) after.push_back(now[n]), before[n] = now[n];
-    EXPECT_EQ(now, before) << "a byte other than alpha changed";
-    EXPECT_EQ(PaddingOf(image.Get()), padding);
-    return after;
+    Bytes now = After(width, height, 32, pixels, op), kept = pixels, alpha;
+    for (size_t n = 3; n < now.size(); n += 4) alpha.push_back(now[n]), kept[n] = now[n];
+    EXPECT_EQ(now, kept) << "a byte other than alpha changed";
+    return alpha;
 }
 
 TEST(ColourAlpha, LowestByteOneForZeroAndTheKeyColour) {
     for (const auto& stored : {std::make_pair(0, 1), {300, 44}, {256, 0}, {-1, 255}})
-        EXPECT_EQ(AlphaAfter(3, 2, {}, Call(&C::SetImageAlpha, stored.first, 99)), Bytes(6, stored.second));
+        EXPECT_EQ(AlphaAfter(3, 2, Bytes(24, 0x6C), Call(&C::SetImageAlpha, stored.first, 99)),
+                  Bytes(6, stored.second));
     // The key is red, green, blue from the low byte: pure red, red with green 1,
     // (0x11, 0x22, 0x33), pure blue.
     const Bytes pixels = {0, 0, 255, 0x80, 0, 1, 255, 0x81, 0x33, 0x22, 0x11, 0x82, 255, 0, 0, 0x83};
@@ -203,11 +198,9 @@ TEST(ColourAlpha, DepthsWithoutAlphaAndThreeByteLayouts) {
     for (bool bottomUp : {false, true}) {
         auto image = Random(6, 2, 25, 6, 2, bottomUp);
         Bytes expected = image->Snapshot();
-        for (size_t at = 3; at < 22; at += 4) expected[at] = expected[22 + at] = 9;
-        expected[22 + 1] = 9;
-        EXPECT_EQ(Colours()->SetImageAlpha(image.Get(), 9, 0), QEL_OK);
-        EXPECT_EQ(Colours()->SetImageTransparentPixel(image.Get(), 0), QEL_OK);
-        EXPECT_EQ(Colours()->SetImageAlphaTransparency(image.Get(), 7, 0), QEL_OK);
+        for (size_t at = 3; at < 22; at += 4) expected[at] = expected[22 + at] = 5;
+        expected[22 + 1] = 5;
+        for (const Op& op : alphaOps) EXPECT_EQ(op(image.Get()), QEL_OK) << bottomUp;
         EXPECT_EQ(image->Snapshot(), expected);
         EXPECT_TRUE(image->GuardsIntact());
     }
