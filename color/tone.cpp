@@ -178,13 +178,16 @@ void WriteGreyInto(const ImageView& source, const ImageView& grey, SimdTier wide
     switch (source.bitCount) {
         case 8:
             // The weights sum to 1024. Each pixel is mixed with the two bytes
-            // after it, so the last two pixels of a row read past its width.
+            // after it, so the last two pixels of a row read past its width:
+            // the row's padding or the next row, and 0 past the image's end.
             for (int y = 0; y < source.height; ++y) {
                 const unsigned char* in = source.Row(y);
                 unsigned char* out = grey.Row(y);
-                for (int x = wide ? GreyRow8Wide(in, out, source.width) : 0; x < source.width; ++x)
-                    out[x] =
-                        static_cast<unsigned char>((117 * in[x] + 601 * in[x + 1] + 306 * in[x + 2]) >> 10);
+                const ptrdiff_t held = source.End() - in;  // bytes from `in` on that are the image's
+                const int inside = static_cast<int>(std::min<ptrdiff_t>(source.width, held - 2));
+                const auto at = [&](int n) { return n < held ? in[n] : 0; };
+                for (int x = wide ? GreyRow8Wide(in, out, inside) : 0; x < source.width; ++x)
+                    out[x] = static_cast<unsigned char>((117 * in[x] + 601 * at(x + 1) + 306 * at(x + 2)) >> 10);
             }
             break;
         case 24:

@@ -21,6 +21,8 @@ struct ImageView {
     bool Empty() const { return width == 0 || height == 0; }
     // Bytes one row of pixels occupies (without padding).
     size_t RowBytes() const { return (static_cast<size_t>(width) * static_cast<size_t>(bitCount) + 7) / 8; }
+    // Just past the last pixel byte in memory: the image holds no padding after its last row.
+    unsigned char* End() const { return Row(stride >= 0 ? height - 1 : 0) + RowBytes(); }
     bool HasAlpha() const {
         return bitCount == 32 && (colourModel == QEL_MODEL_ARGB || colourModel == QEL_MODEL_ABGR);
     }

@@ -143,12 +143,12 @@ TEST(OperationDigests, Colour) {
     // clang-format off
     CheckDigests({
         {"Lut", [c](IQEL* s, IQEL**) { return c->Lut(s, table); }, {0xd0209a061629e35cull, 0x8209392df7d66a24ull, 0x9a635ad9f99f6627ull, 0xe0e6d2c8a7f8a981ull, 0xcb0e2ce4138e306full, 0x97f91d29bcc49606ull}},
-        {"GrayScale", [c](IQEL* s, IQEL**) { return c->GrayScale(s); }, {0x1d08cdf7bc8835acull, 0xf8325c3be99eb002ull, 0x8b5ea5b3604523cdull, 0x322e6aef799f96faull, 0x5e09e6ea7de5828cull, 0x0937f12f123220b4ull}},
+        {"GrayScale", [c](IQEL* s, IQEL**) { return c->GrayScale(s); }, {0x1d08cdf7bc8835acull, 0xf8325c3be99eb002ull, 0x0284f3c9f0f8b2ffull, 0x322e6aef799f96faull, 0x5e09e6ea7de5828cull, 0x0937f12f123220b4ull}},
         {"Negative", [c](IQEL* s, IQEL**) { return c->Negative(s); }, {0xd0209a061629e35cull, 0x8209392df7d66a24ull, 0x6eb13bfcc61a4a85ull, 0xe0e6d2c8a7f8a981ull, 0x1088df9e441cdabbull, 0x6a897f74974c212bull}},
         {"Light", [c](IQEL* s, IQEL**) { return c->Light(s, 17, 35); }, {0xd0209a061629e35cull, 0x8209392df7d66a24ull, 0x2954f170c854aa81ull, 0xe0e6d2c8a7f8a981ull, 0xd2452e9a470517d6ull, 0x4a86f85f5c117b91ull}},
         {"Gamma", [c](IQEL* s, IQEL**) { return c->Gamma(s, 1.7f); }, {0xd0209a061629e35cull, 0x8209392df7d66a24ull, 0x5eeac9a0a134995eull, 0xe0e6d2c8a7f8a981ull, 0xb48987c05c905767ull, 0xbcbfc079eef87f22ull}},
         {"ShiftRGB", [c](IQEL* s, IQEL**) { return c->ShiftRGB(s, 40, -30, 90); }, {0x8ca4ee1c3e7f92ceull, 0xf16ac8a02fdd6821ull, 0x478b572ef19747efull, 0xe0e6d2c8a7f8a981ull, 0x77d9a2898decead8ull, 0x49e5f4775e365f3cull}},
-        {"Threshold", [c](IQEL* s, IQEL**) { return c->Threshold(s, 100); }, {0x1d08cdf7bc8835acull, 0xf8325c3be99eb002ull, 0xb79629a735b0578cull, 0x322e6aef799f96faull, 0xbd07d8a976b2493bull, 0x35b9dd868045066aull}},
+        {"Threshold", [c](IQEL* s, IQEL**) { return c->Threshold(s, 100); }, {0x1d08cdf7bc8835acull, 0xf8325c3be99eb002ull, 0x86b690ba932abefbull, 0x322e6aef799f96faull, 0xbd07d8a976b2493bull, 0x35b9dd868045066aull}},
         {"Colorize", [c](IQEL* s, IQEL**) { return c->Colorize(s, 200, 180, 0.6f); }, {0xd0209a061629e35cull, 0x19404a3bdc1ec6adull, 0xc970aa60f5d56f96ull, 0xe0e6d2c8a7f8a981ull, 0x0f4421603b52f9edull, 0x2b53cb11e6decb66ull}},
         {"ColorizeWhole", [c](IQEL* s, IQEL**) { return c->Colorize(s, 13, 255, 1.0f); }, {0xd0209a061629e35cull, 0x79579c026d7e0131ull, 0x97bee90e6aeae318ull, 0xe0e6d2c8a7f8a981ull, 0x6832d5691a1e0fd2ull, 0x1d301235512b29d8ull}},
         {"SetImageAlpha", [c](IQEL* s, IQEL**) { return c->SetImageAlpha(s, 77, 0); }, {0x85ea73b102bfd018ull, 0x0d9280c917456f1cull, 0xe966ca7734d58050ull, 0x3df5295954d6e7e1ull, 0x60005111b1e3649full, 0xde4216520b79535eull}},
