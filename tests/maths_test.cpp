@@ -26,23 +26,23 @@ TEST(MathsAdd, DivisorRulesRowsFormatsAndSmallerSources) {
                   QEL_OK);
         EXPECT_EQ(PixelBytes(dest.Get()), Bytes{sums[i]}) << i;
     }
-    // 32 bits: the first 3 x width bytes of each row are sums, the last width bytes stay as created.
+    // Mismatched formats fail before the destination is re-created.
     auto dest = ImageOf(1, 1, 8, M, {77});
+    EXPECT_EQ(Maths()->Add(dest.Get(), ImageOf(2, 1, 24, B, Bytes(6, 1)).Get(),
+                           ImageOf(2, 1, 24, 0, Bytes(6, 1)).Get(), 0),
+              QEL_E_FAIL);
+    ExpectPixels(dest.Get(), {77});
+    // 32 bits: the first 3 x width bytes of each row are sums, the last width bytes stay as created.
     auto counted = ImageOf(2, 2, 32, A, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}, 3, true);
     EXPECT_EQ(Maths()->Add(dest.Get(), counted.Get(), ImageOf(2, 2, 32, A, Bytes(16, 100)).Get(), 0.0f),
               QEL_OK);
     ExpectPixels(dest.Get(), {101, 102, 103, 104, 105, 106, 0, 0, 109, 110, 111, 112, 113, 114, 0, 0});
     EXPECT_EQ(qel::PixelsOf(dest.Get()).colourModel, A);
-    // Mismatched formats fail before the destination is re-created; other depths re-create it only.
-    auto grey = ImageOf(1, 1, 8, M, {77});
-    EXPECT_EQ(Maths()->Add(grey.Get(), ImageOf(2, 1, 24, B, Bytes(6, 1)).Get(),
-                           ImageOf(2, 1, 24, 0, Bytes(6, 1)).Get(), 0),
-              QEL_E_FAIL);
-    ExpectPixels(grey.Get(), {77});
-    EXPECT_EQ(Maths()->Add(grey.Get(), ImageOf(2, 1, 16, B, Bytes(4, 9)).Get(),
+    // Other depths re-create the destination only.
+    EXPECT_EQ(Maths()->Add(dest.Get(), ImageOf(2, 1, 16, B, Bytes(4, 9)).Get(),
                            ImageOf(2, 1, 16, B, Bytes(4, 9)).Get(), 0),
               QEL_OK);
-    ExpectPixels(grey.Get(), Bytes(4, 0));
+    ExpectPixels(dest.Get(), Bytes(4, 0));
     // A second image smaller than the first reads as 0 beyond its own memory.
     SmartPtr<IQELImageDIB> host = TestHost().NewImage();
     EXPECT_EQ(Maths()->Add(host.Get(), ImageOf(2, 3, 8, M, {1, 2, 3, 4, 5, 6}).Get(),
@@ -361,9 +361,7 @@ MathsPlane PlaneOf(BufferImage* image) { return ::PlaneOf(ReadImageView(image));
 // two identical destinations; both must end alike, padding and guards included.
 template <class Kernel>
 void ExpectRoadsAgree(int w, int h, int bits, unsigned model, Kernel kernel) {
-    SmartPtr<BufferImage> direct(BufferImage::Make(w, h, bits, model, 5, true));
-    SmartPtr<BufferImage> staged(BufferImage::Make(w, h, bits, model, 5, true));
-    direct->FillRandom(4), staged->FillRandom(4);
+    SmartPtr<BufferImage> direct = Random(w, h, bits, 4, 5, true), staged = Random(w, h, bits, 4, 5, true);
     RowStage inPlace, throughScratch(true);
     EXPECT_EQ(kernel(PlaneOf(direct.Get()), inPlace), kernel(PlaneOf(staged.Get()), throughScratch));
     EXPECT_EQ(direct->Snapshot(), staged->Snapshot())
@@ -391,9 +389,10 @@ TEST(MathsKernels, InPlaceAndStagedRowsAgree) {
             for (const auto& from : formats) {
                 SmartPtr<BufferImage> source = Random(w, h, from.first, 21, 3, true);
                 SmartPtr<BufferImage> narrowMask = Random(w - (w > 1), h, 8, 22, 1);
-                ImageView infoDest;
-                infoDest.bitCount = bits, infoDest.colourModel = to.second;
-                const ScaleCase scaleCase = ChooseScaleCase(ReadImageView(source.Get()), infoDest);
+                // The case from the row's own formats: Random gives the source ModelFor's model.
+                const ScaleCase scaleCase =
+                    ChooseScaleCase(ImageView{nullptr, 0, w, h, 1, from.first, from.second},
+                                    ImageView{nullptr, 0, w, h, 1, bits, to.second});
                 const MathsPlane ps8 = PlaneOf(source.Get()), pn = PlaneOf(narrowMask.Get());
                 ExpectRoadsAgree(w, h, bits, to.second, [&](MathsPlane d, RowStage& s) {
                     ScaleRows(scaleCase, d, ps8, &pn, w, h, 1.7f, -20.5f, s);
