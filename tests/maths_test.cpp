@@ -201,8 +201,8 @@ TEST(MathsCopy, MaskOffsetsClippingAndCreateDestImage) {
     EXPECT_EQ(PaddingOf(grey.Get()), padding);
     for (const auto& at : {std::pair<int, int>{3, 0}, {0, 3}, {-1, 0}, {0, -1}})
         EXPECT_EQ(Maths()->Copy(grey.Get(), big.Get(), nullptr, at.first, at.second), QEL_E_FAIL);
-    EXPECT_EQ(Maths()->Copy(grey.Get(), ImageOf(2, 0, 16, B, {}).Get(), nullptr, 0, 0),
-              QEL_OK);  // empty source
+    // An empty source copies nothing and succeeds.
+    EXPECT_EQ(Maths()->Copy(grey.Get(), ImageOf(2, 0, 16, B, {}).Get(), nullptr, 0, 0), QEL_OK);
     ExpectPixels(grey.Get(), {0, 0, 1, 0, 1, 5, 0, 5, 9});
 
     SmartPtr<BufferImage> model(BufferImage::Make(5, 3, 32, A, 0, false, 2));
