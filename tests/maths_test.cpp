@@ -26,23 +26,23 @@ TEST(MathsAdd, DivisorRulesRowsFormatsAndSmallerSources) {
                   QEL_OK);
         EXPECT_EQ(PixelBytes(dest.Get()), Bytes{sums[i]}) << i;
     }
-    // 32 bits: the first 3 x width bytes of each row are sums, the last width bytes stay as created.
+    // Mismatched formats fail before the destination is re-created.
     auto dest = ImageOf(1, 1, 8, M, {77});
+    EXPECT_EQ(Maths()->Add(dest.Get(), ImageOf(2, 1, 24, B, Bytes(6, 1)).Get(),
+                           ImageOf(2, 1, 24, 0, Bytes(6, 1)).Get(), 0),
+              QEL_E_FAIL);
+    ExpectPixels(dest.Get(), {77});
+    // 32 bits: the first 3 x width bytes of each row are sums, the last width bytes stay as created.
     auto counted = ImageOf(2, 2, 32, A, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}, 3, true);
     EXPECT_EQ(Maths()->Add(dest.Get(), counted.Get(), ImageOf(2, 2, 32, A, Bytes(16, 100)).Get(), 0.0f),
               QEL_OK);
     ExpectPixels(dest.Get(), {101, 102, 103, 104, 105, 106, 0, 0, 109, 110, 111, 112, 113, 114, 0, 0});
     EXPECT_EQ(qel::PixelsOf(dest.Get()).colourModel, A);
-    // Mismatched formats fail before the destination is re-created; other depths re-create it only.
-    auto grey = ImageOf(1, 1, 8, M, {77});
-    EXPECT_EQ(Maths()->Add(grey.Get(), ImageOf(2, 1, 24, B, Bytes(6, 1)).Get(),
-                           ImageOf(2, 1, 24, 0, Bytes(6, 1)).Get(), 0),
-              QEL_E_FAIL);
-    ExpectPixels(grey.Get(), {77});
-    EXPECT_EQ(Maths()->Add(grey.Get(), ImageOf(2, 1, 16, B, Bytes(4, 9)).Get(),
+    // Other depths re-create the destination only.
+    EXPECT_EQ(Maths()->Add(dest.Get(), ImageOf(2, 1, 16, B, Bytes(4, 9)).Get(),
                            ImageOf(2, 1, 16, B, Bytes(4, 9)).Get(), 0),
               QEL_OK);
-    ExpectPixels(grey.Get(), Bytes(4, 0));
+    ExpectPixels(dest.Get(), Bytes(4, 0));
     // A second image smaller than the first reads as 0 beyond its own memory.
     SmartPtr<IQELImageDIB> host = TestHost().NewImage();
     EXPECT_EQ(Maths()->Add(host.Get(), ImageOf(2, 3, 8, M, {1, 2, 3, 4, 5, 6}).Get(),
@@ -201,8 +201,8 @@ TEST(MathsCopy, MaskOffsetsClippingAndCreateDestImage) {
     EXPECT_EQ(PaddingOf(grey.Get()), padding);
     for (const auto& at : {std::pair<int, int>{3, 0}, {0, 3}, {-1, 0}, {0, -1}})
         EXPECT_EQ(Maths()->Copy(grey.Get(), big.Get(), nullptr, at.first, at.second), QEL_E_FAIL);
-    EXPECT_EQ(Maths()->Copy(grey.Get(), ImageOf(2, 0, 16, B, {}).Get(), nullptr, 0, 0),
-              QEL_OK);  // empty source
+    // An empty source copies nothing and succeeds.
+    EXPECT_EQ(Maths()->Copy(grey.Get(), ImageOf(2, 0, 16, B, {}).Get(), nullptr, 0, 0), QEL_OK);
     ExpectPixels(grey.Get(), {0, 0, 1, 0, 1, 5, 0, 5, 9});
 
     SmartPtr<BufferImage> model(BufferImage::Make(5, 3, 32, A, 0, false, 2));
@@ -361,9 +361,7 @@ MathsPlane PlaneOf(BufferImage* image) { return ::PlaneOf(ReadImageView(image));
 // two identical destinations; both must end alike, padding and guards included.
 template <class Kernel>
 void ExpectRoadsAgree(int w, int h, int bits, unsigned model, Kernel kernel) {
-    SmartPtr<BufferImage> direct(BufferImage::Make(w, h, bits, model, 5, true));
-    SmartPtr<BufferImage> staged(BufferImage::Make(w, h, bits, model, 5, true));
-    direct->FillRandom(4), staged->FillRandom(4);
+    SmartPtr<BufferImage> direct = Random(w, h, bits, 4, 5, true), staged = Random(w, h, bits, 4, 5, true);
     RowStage inPlace, throughScratch(true);
     EXPECT_EQ(kernel(PlaneOf(direct.Get()), inPlace), kernel(PlaneOf(staged.Get()), throughScratch));
     EXPECT_EQ(direct->Snapshot(), staged->Snapshot())
@@ -391,17 +389,23 @@ TEST(MathsKernels, InPlaceAndStagedRowsAgree) {
             for (const auto& from : formats) {
                 SmartPtr<BufferImage> source = Random(w, h, from.first, 21, 3, true);
                 SmartPtr<BufferImage> narrowMask = Random(w - (w > 1), h, 8, 22, 1);
-                ImageView infoDest;
-                infoDest.bitCount = bits, infoDest.colourModel = to.second;
-                const ScaleCase scaleCase = ChooseScaleCase(ReadImageView(source.Get()), infoDest);
+                // The case from the row's own formats: Random gives the source ModelFor's model.
+                const ScaleCase scaleCase =
+                    ChooseScaleCase(ImageView{nullptr, 0, w, h, 1, from.first, from.second},
+                                    ImageView{nullptr, 0, w, h, 1, bits, to.second});
                 const MathsPlane ps8 = PlaneOf(source.Get()), pn = PlaneOf(narrowMask.Get());
                 ExpectRoadsAgree(w, h, bits, to.second, [&](MathsPlane d, RowStage& s) {
-                    ScaleRows(scaleCase, d, ps8, &pn, w, h, 1.7f, -20.5f, s);
+                    // Unmasked first, so the masked call's pixels are not written over.
                     ScaleRows(scaleCase, d, ps8, nullptr, w, h, -0.3f, 300.0f, s);
-                    if (from.second == M && from.first >= 8)
-                        Scale8Rows(d, ps8, w, h, from.first, -3, 1e-3, s);
+                    ScaleRows(scaleCase, d, ps8, &pn, w, h, 1.7f, -20.5f, s);
                     return 0;
                 });
+                // On its own destination: Scale8 writes every byte Scale wrote at 8 bits.
+                if (from.second == M && from.first >= 8)
+                    ExpectRoadsAgree(w, h, bits, to.second, [&](MathsPlane d, RowStage& s) {
+                        Scale8Rows(d, ps8, w, h, from.first, -3, 1e-3, s);
+                        return 0;
+                    });
             }
             if (bits != 8 && bits != 24 && bits != 32) continue;
             for (const float divisor : {0.0f, 2.0f, 3.0f, -0.7f})
