@@ -99,9 +99,7 @@ TEST(ImageDIB, ReportsWhatWasCreatedAndKeepsItWhenRefusingBadGeometry) {
 }
 
 TEST(ImageDIB, AssignCopiesSizeFormatPixelsAndPalette) {
-    BufferImage* raw = BufferImage::Make(3, 2, 8, QEL_MODEL_MONO, 5, true);
-    SmartPtr<IQELImageDIB> source(raw);
-    raw->FillRandom(11);
+    SmartPtr<BufferImage> source = Random(3, 2, 8, 11, 5, true);
     SmartPtr<IQELImageDIB> target = TestHost().NewImage(9, 9, 32, QEL_MODEL_ARGB);
     ASSERT_EQ(target->Assign(source.Get(), 0), QEL_OK);
     EXPECT_EQ(SizeAndFormat(target.Get()), std::vector<int>({3, 2, 8, QEL_MODEL_MONO}));
