@@ -33,7 +33,7 @@ void WarmUp() {
 std::vector<uint64_t> Work(int seed) {
     const int bitCount = seed % 3 == 0 ? 8 : seed % 3 == 1 ? 24 : 32;
     SmartPtr<BufferImage> source = Random(23 + seed, 17 + seed, bitCount, 1000u + seed, 3, seed % 2 == 1);
-    SmartPtr<IQEL> median, turned;
+    SmartPtr<IQEL> median, turned, filled, noisy;
     Filters()->Median(source.Get(), 3, median.Out());
     Transform()->Rotate(source.Get(), turned.Out(), 30 + seed, 3, 0, 0);
     SmartPtr<IQELImageDIB> sum = TestHost().NewImage();
@@ -42,13 +42,11 @@ std::vector<uint64_t> Work(int seed) {
     for (const wchar_t* name : {L"QELColorTransform", L"QELTransform", L"QELDeform", L"QELFilterTransform"})
         EXPECT_TRUE(TestHost().Create<IUnknown>(name, qel::iid::IUnknown)) << seed;
     SmartPtr<IQELMaths> maths = TestHost().Create<IQELMaths>(L"QELMaths", qel::iid::IQELMaths);
-    SmartPtr<IQEL> filled;
     maths->CreateDestImage(filled.Out(), source.Get(), 32, QEL_MODEL_ARGB);
     maths->Equal(filled.Get(), nullptr, 0x11223344u + seed);
     EXPECT_EQ(RefCountOf(filled.Get()), 1u);
     // Noise draws from the process-wide rand: its bytes depend on the other
     // threads, so only its safety is checked here.
-    SmartPtr<IQEL> noisy;
     Filters()->Noise(source.Get(), 20, noisy.Out());
     Colours()->Light(source.Get(), 20, 10);
     Deform()->CircleTransform(source.Get(), seed % 4, 0, 2.0f);
