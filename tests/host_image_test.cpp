@@ -14,13 +14,7 @@
 
 namespace {
 
-using qeltest::SizeAndFormat;
-using qeltest::TestHost;
-
-SmartPtr<IQELImageDIB> NewImage(int width = 0, int height = 0, int bitCount = 24,
-                                unsigned model = QEL_MODEL_BGR) {
-    return TestHost().NewImage(width, height, bitCount, model);
-}
+using namespace qeltest;
 
 // The bits of one plane, or null when the image refuses the plane.
 unsigned char* PlaneBits(IQEL* image, int plane) {
@@ -49,7 +43,7 @@ TEST(ImageDIB, CreateLaysOutZeroedPaddedRowsAndFillHonoursEveryDepth) {
         {1, 1, {0xFF, 0, 0, 0}},
     };
     for (const Case& c : cases) {
-        SmartPtr<IQELImageDIB> image = NewImage();
+        SmartPtr<IQELImageDIB> image = TestHost().NewImage();
         ASSERT_EQ(image->Create(c.width, 3, 1, c.bitCount, 0), QEL_OK);
         const qel::Pixels p = qel::PixelsOf(image.Get());
         ASSERT_EQ(p.stride, static_cast<int>(c.row.size())) << c.width << "x" << c.bitCount;
@@ -58,15 +52,14 @@ TEST(ImageDIB, CreateLaysOutZeroedPaddedRowsAndFillHonoursEveryDepth) {
         ASSERT_EQ(image->Fill(colour), QEL_OK);
         for (int y = 0; y < 3; ++y) {
             const std::vector<unsigned char> row(p.Row(y), p.Row(y) + p.stride);
-            EXPECT_EQ(row, c.row) << c.bitCount << " bits, row " << y << ":\n"
-                                  << qeltest::HexRows(row, row.size());
+            EXPECT_EQ(row, c.row) << c.bitCount << " bits, row " << y << ":\n" << HexRows(row, row.size());
         }
         for (int i = 3 * p.stride; i < 3 * p.stride + 16; ++i) ASSERT_EQ(p.bits[i], 0) << "slack byte " << i;
     }
 }
 
 TEST(ImageDIB, ReportsWhatWasCreatedAndKeepsItWhenRefusingBadGeometry) {
-    SmartPtr<IQELImageDIB> image = NewImage();
+    SmartPtr<IQELImageDIB> image = TestHost().NewImage();
     ASSERT_EQ(image->Create(7, 4, 2, 32, QEL_MODEL_ARGB), QEL_OK);
     int width = 0, height = 0, planes = 0, bitCount = 0, reserved = -1;
     unsigned model = 0;
@@ -106,18 +99,15 @@ TEST(ImageDIB, ReportsWhatWasCreatedAndKeepsItWhenRefusingBadGeometry) {
 }
 
 TEST(ImageDIB, AssignCopiesSizeFormatPixelsAndPalette) {
-    qeltest::BufferImage* raw = qeltest::BufferImage::Make(3, 2, 8, QEL_MODEL_MONO, 5, true);
-    SmartPtr<IQELImageDIB> source(raw);
-    raw->FillRandom(11);
-    SmartPtr<IQELImageDIB> target = NewImage();
-    ASSERT_EQ(target->Create(9, 9, 1, 32, QEL_MODEL_ARGB), QEL_OK);
+    SmartPtr<BufferImage> source = Random(3, 2, 8, 11, 5, true);
+    SmartPtr<IQELImageDIB> target = TestHost().NewImage(9, 9, 32, QEL_MODEL_ARGB);
     ASSERT_EQ(target->Assign(source.Get(), 0), QEL_OK);
     EXPECT_EQ(SizeAndFormat(target.Get()), std::vector<int>({3, 2, 8, QEL_MODEL_MONO}));
     EXPECT_EQ(qel::PixelsOf(target.Get()).stride, 4) << "the runtime's own rows";
-    EXPECT_EQ(qeltest::PixelBytes(target.Get()), qeltest::PixelBytes(source.Get()));
+    EXPECT_EQ(PixelBytes(target.Get()), PixelBytes(source.Get()));
 
     // A palette travels with Assign; the palette interface is answered only while one is set.
-    SmartPtr<IQELImageDIB> paletted = NewImage(2, 1, 8, QEL_MODEL_MONO);
+    SmartPtr<IQELImageDIB> paletted = TestHost().NewImage(2, 1, 8, QEL_MODEL_MONO);
     EXPECT_FALSE(QueryAs<IQELImagePalette>(paletted.Get(), qel::iid::IQELImagePalette));
     const RGBQUAD entries[3] = {{1, 2, 3, 0}, {4, 5, 6, 0}, {7, 8, 9, 0}};
     ASSERT_EQ(paletted->SetPalette(entries, 3), QEL_OK);
@@ -129,7 +119,7 @@ TEST(ImageDIB, AssignCopiesSizeFormatPixelsAndPalette) {
     ASSERT_EQ(palette->GetPalette(&got, &count), QEL_OK);
     ASSERT_EQ(count, 3u);
     EXPECT_EQ(got[2].rgbRed, 9);
-    ASSERT_EQ(target->Assign(NewImage(2, 1, 8, QEL_MODEL_MONO).Get(), 0), QEL_OK);
+    ASSERT_EQ(target->Assign(TestHost().NewImage(2, 1, 8, QEL_MODEL_MONO).Get(), 0), QEL_OK);
     EXPECT_FALSE(QueryAs<IQELImagePalette>(target.Get(), qel::iid::IQELImagePalette)) << "and leaves with it";
     ASSERT_EQ(target->Assign(paletted.Get(), 0), QEL_OK);
     EXPECT_EQ(paletted->SetPalette(entries, 257), QEL_E_INVALIDARG);
@@ -147,12 +137,11 @@ TEST(ImageDIB, SameGeometryAssignAndCreateReuseTheBlockWithNothingShowingThrough
     for (const int bitCount : {1, 4, 8, 16, 24, 32}) {
         // Width 5 leaves row padding at every depth but 32, and a bottom-up
         // source with its own padding checks the row walk.
-        qeltest::BufferImage* raw = qeltest::BufferImage::Make(5, 3, bitCount, QEL_MODEL_BGR, 7, true, 2);
+        BufferImage* raw = BufferImage::Make(5, 3, bitCount, QEL_MODEL_BGR, 7, true, 2);
         SmartPtr<IQELImageDIB> source(raw);
         raw->FillRandom(static_cast<uint32_t>(bitCount));
 
-        SmartPtr<IQELImageDIB> reused = NewImage();
-        ASSERT_EQ(reused->Create(5, 3, 2, bitCount, QEL_MODEL_MONO), QEL_OK);
+        SmartPtr<IQELImageDIB> reused = TestHost().NewImage(5, 3, bitCount, QEL_MODEL_MONO, 2);
         unsigned char* before = qel::PixelsOf(reused.Get()).bits;
         const size_t stride = static_cast<size_t>(qel::PixelsOf(reused.Get()).stride),
                      bytes = 3 * stride + 16, rowBytes = (5 * bitCount + 7) / 8;
@@ -199,17 +188,17 @@ TEST(ImageDIB, LargeImagesOnReusedBlocksKeepWhatCreatePromises) {
     // 1001 pixels of 24 bits: 3003 bytes and one of padding per row, 1.2 MB.
     const int width = 1001, height = 400, stride = 3004;
     const size_t bytes = static_cast<size_t>(stride) * height + 16;
-    SmartPtr<IQELImageDIB> previous = NewImage(width, height, 24, QEL_MODEL_BGR);
+    SmartPtr<IQELImageDIB> previous = TestHost().NewImage(width, height, 24, QEL_MODEL_BGR);
     unsigned char* const dirty = qel::PixelsOf(previous.Get()).bits;
     std::memset(dirty, 0xA5, bytes);
     previous.Reset();
-    SmartPtr<IQELImageDIB> zeroed = NewImage(width, height, 24, QEL_MODEL_BGR);
+    SmartPtr<IQELImageDIB> zeroed = TestHost().NewImage(width, height, 24, QEL_MODEL_BGR);
     ASSERT_EQ(qel::PixelsOf(zeroed.Get()).bits, dirty) << "the block given back is taken again";
     for (size_t n = 0; n < bytes; ++n) ASSERT_EQ(dirty[n], 0) << "byte " << n;
     std::memset(dirty, 0xA5, bytes);
     zeroed.Reset();
 
-    SmartPtr<IQELImageDIB> raw = NewImage();
+    SmartPtr<IQELImageDIB> raw = TestHost().NewImage();
     SmartPtr<IQELImageUninitialised> uninitialised =
         QueryAs<IQELImageUninitialised>(raw.Get(), qel::iid::IQELImageUninitialised);
     ASSERT_EQ(uninitialised->CreateUninitialised(width, height, 1, 24, QEL_MODEL_BGR), QEL_OK);
@@ -223,17 +212,16 @@ TEST(ImageDIB, LargeImagesOnReusedBlocksKeepWhatCreatePromises) {
 // copy; whichever image then asks for its bits gets a block of its own, and
 // whatever one image does to its block leaves the other's alone.
 TEST(ImageDIBSharing, AssignedImagesStayIndependent) {
-    SmartPtr<IQELImageDIB> source = NewImage(), target = NewImage();
-    ASSERT_EQ(source->Create(5, 3, 2, 24, QEL_MODEL_BGR), QEL_OK);
+    SmartPtr<IQELImageDIB> source = TestHost().NewImage(5, 3, 24, QEL_MODEL_BGR, 2),
+                           target = TestHost().NewImage(9, 9, 8, QEL_MODEL_MONO);
     unsigned char* sourceBits = qel::PixelsOf(source.Get()).bits;
     for (int i = 0; i < 3 * 16; ++i) sourceBits[i] = static_cast<unsigned char>(i + 1);
-    ASSERT_EQ(target->Create(9, 9, 1, 8, QEL_MODEL_MONO), QEL_OK);
 
     ASSERT_EQ(target->Assign(source.Get(), 0), QEL_OK);
     const qel::Pixels got = qel::PixelsOf(target.Get());
     EXPECT_EQ(SizeAndFormat(target.Get()), std::vector<int>({5, 3, 24, QEL_MODEL_BGR}));
     EXPECT_NE(got.bits, sourceBits) << "the target asked for its bits while the source still holds them";
-    EXPECT_EQ(qeltest::PixelBytes(target.Get()), qeltest::PixelBytes(source.Get()));
+    EXPECT_EQ(PixelBytes(target.Get()), PixelBytes(source.Get()));
     EXPECT_EQ(got.bits[3 * 16 + 5], 0) << "slack after the copied rows";
 
     // Writes through either image's bits reach that image only, on every plane.
@@ -245,7 +233,7 @@ TEST(ImageDIBSharing, AssignedImagesStayIndependent) {
     EXPECT_NE(PlaneBits(target.Get(), 1), PlaneBits(source.Get(), 1));
 
     // A temporary's block passes to the image assigned from it, the last holder.
-    SmartPtr<IQELImageDIB> result = NewImage(4, 2, 32, QEL_MODEL_ARGB);
+    SmartPtr<IQELImageDIB> result = TestHost().NewImage(4, 2, 32, QEL_MODEL_ARGB);
     unsigned char* resultBits = qel::PixelsOf(result.Get()).bits;
     resultBits[7] = 99;
     ASSERT_EQ(target->Assign(result.Get(), 0), QEL_OK);
@@ -268,7 +256,8 @@ TEST(ImageDIBSharing, AssignedImagesStayIndependent) {
 // also while its block is shared and is being copied for one of them.
 TEST(ImageDIBSharing, ReadersOnSeveralThreadsAgreeOnTheBits) {
     for (int round = 0; round < 50; ++round) {
-        SmartPtr<IQELImageDIB> source = NewImage(64, 64, 24, QEL_MODEL_BGR), reader = NewImage();
+        SmartPtr<IQELImageDIB> source = TestHost().NewImage(64, 64, 24, QEL_MODEL_BGR),
+                               reader = TestHost().NewImage();
         qel::PixelsOf(source.Get()).bits[100] = 7;
         ASSERT_EQ(reader->Assign(source.Get(), 0), QEL_OK);
         std::atomic<unsigned char*> seen[4] = {};

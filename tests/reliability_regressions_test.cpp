@@ -30,9 +30,7 @@ extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*malloc_hook)(con
 
 namespace {
 
-using qeltest::BufferImage;
-using qeltest::Random;
-using qeltest::Transform;
+using namespace qeltest;
 
 // A NaN or infinite angle gave the turned rectangle a size of INT_MIN (a float
 // to int conversion of NaN), and its centring overflowed.
@@ -75,7 +73,7 @@ std::string ReadBytes(const std::string& bytes, Reader reader = qeltool::ReadNet
     std::string copy = bytes, error;
     qeltool::ImageMetadata metadata;
     FILE* file = fmemopen(&copy[0], copy.size(), "rb");
-    SmartPtr<IQEL> read = reader(file, qeltest::TestHost(), 1 << 20, &metadata, &error);
+    SmartPtr<IQEL> read = reader(file, TestHost(), 1 << 20, &metadata, &error);
     std::fclose(file);
     if (!read) return error;
     if (image != nullptr) *image = std::move(read);
