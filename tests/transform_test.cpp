@@ -86,9 +86,7 @@ TEST(Rotate4, QuarterTurnsMoveWholePixelsAndTheThreeByteHalfTurnReadsOneLeft) {
         EXPECT_EQ(SizeAndFormat(once.Get()), SizeAndFormat(Counting(3, 5, bpp).Get()));
         EXPECT_EQ(PixelBytes(turned(turned(twice.Get(), 90).Get(), 90).Get()), original) << bpp;
         EXPECT_EQ(PixelBytes(turned(once.Get(), 270).Get()), original) << bpp;
-        if (bpp != 24) {
-            EXPECT_EQ(PixelBytes(turned(source.Get(), 180).Get()), PixelBytes(twice.Get())) << bpp;
-        }
+        if (bpp != 24) EXPECT_EQ(PixelBytes(turned(source.Get(), 180).Get()), PixelBytes(twice.Get())) << bpp;
     }
     // 4 x 2 at 24 bits: each pixel takes the one left of its mirror image; the
     // last reads the three bytes before its source row (zero before the first).
@@ -154,12 +152,10 @@ TEST(FillVoids, NeighbourRulesOfEachDepthInRasterOrder) {
     auto argb = HostImage(3, 3, 32, Ints({0, 0x07, 0, 0x09, 0, 0x00102030, 0, 0x05, 0}));
     EXPECT_EQ(TransformClass()->FillVoids(argb.Get()), QEL_OK);
     EXPECT_EQ(PixelBytes(argb.Get()), Ints({0, 0x07, 0, 0x09, int(0xFF102030), 0x00102030, 0, 0x05, 0}));
-    SmartPtr<IQELImageDIB> plain = TestHost().NewImage(3, 3, 32, 0);
-    SetPixelBytes(plain.Get(), Ints({0, 0, 0, 0, 0, 0, 0, 0x44332211, 0}));
+    Owned plain = ImageOf(3, 3, 32, 0, Ints({0, 0, 0, 0, 0, 0, 0, 0x44332211, 0}));
     EXPECT_EQ(TransformClass()->FillVoids(plain.Get()), QEL_OK);
     EXPECT_EQ(PixelOf(plain.Get(), 1, 1), Ints({0x44332211}));
-    Owned sixteen(BufferImage::Make(4, 4, 16, 0));
-    EXPECT_EQ(TransformClass()->FillVoids(sixteen.Get()), QEL_E_FAIL);
+    EXPECT_EQ(TransformClass()->FillVoids(HostImage(4, 4, 16, {}).Get()), QEL_E_FAIL);
 }
 
 // Resamples and checks the result's size and single reference.
@@ -171,7 +167,7 @@ SmartPtr<IQEL> Resampled(IQEL* source, int w, int h, int method, int nearestOnly
     return out;
 }
 
-TEST(Resample, CopiesNearestPixelsAndAveragesTruncatedBlocks) {
+TEST(Resample, CopiesNearestPixelsAndAveragesTruncatedBlocksAtEveryDepth) {
     Owned source = Random(13, 7, 24, 1, 3);
     for (int method : {0, 3, 5})
         EXPECT_EQ(PixelBytes(Resampled(source.Get(), 13, 7, method).Get()), PixelBytes(source.Get()));
@@ -193,24 +189,21 @@ TEST(Resample, CopiesNearestPixelsAndAveragesTruncatedBlocks) {
     Owned row = ImageOf(5, 1, 8, QEL_MODEL_MONO, {10, 20, 255, 40, 51}, 0);
     EXPECT_EQ(PixelBytes(Resampled(row.Get(), 2, 1, 3).Get()), (Bytes{15, 147}));
     EXPECT_EQ(qel::PixelsOf(Resampled(source.Get(), 6, 0, 3).Get()).height, 0);
-}
-
-// Box averaging of 4- and 1-bit images reads and writes one byte per pixel,
-// as at 8 bits; it used to leave them unwritten. Source byte i of row r is
-// 10 r + i (4 bits) or 1 + 16 r + i (1 bit), padding included. The 4-bit
-// source's 12-byte rows hold every byte its blocks read; the 1-bit source's
-// last row ends after 2 bytes, so the bytes past it read as 0. Writes land in
-// the destination's memory (row padding, the next rows' bytes, which later
-// rows write again) and are dropped past the last row's pixel bytes.
-TEST(Resample, BoxAveragingLeftPackedDepthsUnwritten) {
+    // Box averaging of 4- and 1-bit images reads and writes one byte per pixel,
+    // as at 8 bits; it used to leave them unwritten. Source byte i of row r is
+    // 10 r + i (4 bits) or 1 + 16 r + i (1 bit), padding included. The 4-bit
+    // source's 12-byte rows hold every byte its blocks read; the 1-bit source's
+    // last row ends after 2 bytes, so the bytes past it read as 0. Writes land in
+    // the destination's memory (row padding, the next rows' bytes, which later
+    // rows write again) and are dropped past the last row's pixel bytes.
     auto resampleMemory = [](int width, int height, int bitCount, int padding, int value0, int rowStep,
                              int newWidth, int newHeight) {
-        Owned source(BufferImage::Make(width, height, bitCount, QEL_MODEL_MONO, padding));
+        Owned packed(BufferImage::Make(width, height, bitCount, QEL_MODEL_MONO, padding));
         for (int y = 0; y < height; ++y)
-            for (int i = 0; i < source->Stride(); ++i)
-                source->Row(y)[i] = static_cast<unsigned char>(value0 + rowStep * y + i);
-        SmartPtr<IQEL> out = Resampled(source.Get(), newWidth, newHeight, 1);
-        EXPECT_TRUE(source->GuardsIntact());
+            for (int i = 0; i < packed->Stride(); ++i)
+                packed->Row(y)[i] = static_cast<unsigned char>(value0 + rowStep * y + i);
+        SmartPtr<IQEL> out = Resampled(packed.Get(), newWidth, newHeight, 1);
+        EXPECT_TRUE(packed->GuardsIntact());
         const qel::Pixels p = qel::PixelsOf(out.Get());
         return Bytes(p.Row(0), p.Row(0) + static_cast<ptrdiff_t>(p.stride) * p.height);
     };
