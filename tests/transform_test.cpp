@@ -86,7 +86,9 @@ TEST(Rotate4, QuarterTurnsMoveWholePixelsAndTheThreeByteHalfTurnReadsOneLeft) {
         EXPECT_EQ(SizeAndFormat(once.Get()), SizeAndFormat(Counting(3, 5, bpp).Get()));
         EXPECT_EQ(PixelBytes(turned(turned(twice.Get(), 90).Get(), 90).Get()), original) << bpp;
         EXPECT_EQ(PixelBytes(turned(once.Get(), 270).Get()), original) << bpp;
-        if (bpp != 24) EXPECT_EQ(PixelBytes(turned(source.Get(), 180).Get()), PixelBytes(twice.Get())) << bpp;
+        if (bpp != 24) {
+            EXPECT_EQ(PixelBytes(turned(source.Get(), 180).Get()), PixelBytes(twice.Get())) << bpp;
+        }
     }
     // 4 x 2 at 24 bits: each pixel takes the one left of its mirror image; the
     // last reads the three bytes before its source row (zero before the first).
