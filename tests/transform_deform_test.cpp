@@ -125,8 +125,7 @@ TEST(Transform, IdentityShiftDoublingAndWildMapsAtEveryDepthAlsoPasted) {
     }
     auto noAlpha = TestHost().NewImage(2, 2, 32, QEL_MODEL_BGR);
     SmartPtr<IQEL> result;
-    PointMap away([](double& x, double&) { x = -1; });
-    ASSERT_EQ(Transform()->Transform(&away, noAlpha.Get(), result.Out(), 0, 0, 0, 0, 0, 0), QEL_OK);
+    ASSERT_EQ(Transform()->Transform(&Identity, noAlpha.Get(), result.Out(), 10, 0, 0, 0, 0, 0), QEL_OK);
     EXPECT_EQ(PixelBytes(result.Get()), Bytes(16, 0));  // no alpha model: black fill
     auto empty = TestHost().NewImage(0, 3, 24, QEL_MODEL_BGR);
     EXPECT_EQ(Transform()->Transform(&Identity, empty.Get(), result.Out(), 0, 0, 0, 0, 0, 0), QEL_E_FAIL);

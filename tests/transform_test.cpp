@@ -242,19 +242,18 @@ TEST(Resample, KernelInterpolationMatchesPointSampling) {
 }
 
 TEST(Rotate, ZeroHandsBackTheSourceQuarterTurnsCopyAndOtherAnglesKeepAMargin) {
-    SmartPtr<IQELImageDIB> small = Positions(3, 2, 24);
-    SmartPtr<IQEL> same, minus90, plus270, turned;
-    ASSERT_EQ(Transform()->Rotate(small.Get(), same.Out(), 0, 3, 0, 0), QEL_OK);
-    EXPECT_EQ(same.Get(), static_cast<IQEL*>(small.Get()));
-    EXPECT_EQ(RefCountOf(small.Get()), 2u);
-    ASSERT_EQ(Transform()->Rotate(small.Get(), minus90.Out(), -90, 3, 0, 0), QEL_OK);
-    ASSERT_EQ(Transform()->Rotate(small.Get(), plus270.Out(), 270, 3, 0, 0), QEL_OK);
-    ASSERT_EQ(Transform()->Rotate(small.Get(), turned.Out(), 90, 3, 1, 1), QEL_OK);  // flags ignored
-    EXPECT_EQ(PixelBytes(minus90.Get()), PixelBytes(plus270.Get()));
-    EXPECT_EQ(SizeAndFormat(turned.Get()), (std::vector<int>{2, 3, 24, QEL_MODEL_BGR}));
-    EXPECT_EQ(ColourAt(turned.Get(), 0, 0), ColourAt(small.Get(), 0, 1));  // bottom-left to top-left
-    EXPECT_EQ(RefCountOf(minus90.Get()), 1u);
     SmartPtr<IQELImageDIB> source = Positions(20, 12, 24);
+    SmartPtr<IQEL> same, minus90, plus270, turned;
+    ASSERT_EQ(Transform()->Rotate(source.Get(), same.Out(), 0, 3, 0, 0), QEL_OK);
+    EXPECT_EQ(same.Get(), static_cast<IQEL*>(source.Get()));
+    EXPECT_EQ(RefCountOf(source.Get()), 2u);
+    ASSERT_EQ(Transform()->Rotate(source.Get(), minus90.Out(), -90, 3, 0, 0), QEL_OK);
+    ASSERT_EQ(Transform()->Rotate(source.Get(), plus270.Out(), 270, 3, 0, 0), QEL_OK);
+    ASSERT_EQ(Transform()->Rotate(source.Get(), turned.Out(), 90, 3, 1, 1), QEL_OK);  // flags ignored
+    EXPECT_EQ(PixelBytes(minus90.Get()), PixelBytes(plus270.Get()));
+    EXPECT_EQ(SizeAndFormat(turned.Get()), (std::vector<int>{12, 20, 24, QEL_MODEL_BGR}));
+    EXPECT_EQ(ColourAt(turned.Get(), 0, 0), ColourAt(source.Get(), 0, 11));  // bottom-left to top-left
+    EXPECT_EQ(RefCountOf(minus90.Get()), 1u);
     ASSERT_EQ(Transform()->Rotate(source.Get(), turned.Out(), 360, 0, 0, 0), QEL_OK);
     // The turn is not exact in single precision: the margin's inner edge may
     // go either way. The margin takes the top-left pixel's colour.
