@@ -12,6 +12,8 @@ using namespace qeltest;
 
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 const double kInf = std::numeric_limits<double>::infinity();
+// A position image's pixel that came from the outside: alpha 1.
+const Bytes kOutside{0, 0, 200, 1};
 
 TEST(Skew, ShiftsRowsAboutTheCentreAndFillsWithTheOutsideColour) {
     auto source = Positions(100, 100);
@@ -19,28 +21,27 @@ TEST(Skew, ShiftsRowsAboutTheCentreAndFillsWithTheOutsideColour) {
     ASSERT_EQ(Transform()->Skew(source.Get(), result.Out(), 0, 0, 0, 0, 0, 0), QEL_OK);
     EXPECT_EQ(PixelBytes(result.Get()), PixelBytes(source.Get()));
     ASSERT_EQ(Transform()->Skew(source.Get(), result.Out(), 0.5f, 0, 0, 0, 0, 0), QEL_OK);
-    const Bytes fill{0, 0, 200, 1};
-    for (int x = 0; x < 25; ++x) EXPECT_EQ(PixelOf(result.Get(), x, 0), fill) << x;
+    for (int x = 0; x < 25; ++x) EXPECT_EQ(PixelOf(result.Get(), x, 0), kOutside) << x;
     EXPECT_EQ(PixelOf(result.Get(), 25, 0), (Bytes{0, 0, 200, 9}));
     EXPECT_EQ(PixelOf(result.Get(), 99, 0), (Bytes{74, 0, 200, 9}));
     EXPECT_EQ(PixelOf(result.Get(), 0, 50), (Bytes{0, 50, 200, 9}));  // the pivot row stays
     // Row 99 reads x + 24.5, truncated: column 75 reads 99, column 76 is outside.
     EXPECT_EQ(PixelOf(result.Get(), 75, 99), (Bytes{99, 99, 200, 9}));
-    EXPECT_EQ(PixelOf(result.Get(), 76, 99), fill);
+    EXPECT_EQ(PixelOf(result.Get(), 76, 99), kOutside);
     // An explicit pivot, a vertical gain truncated toward zero (-0.9 reads row 0), forced opaque alpha.
     ASSERT_EQ(Transform()->Skew(source.Get(), result.Out(), 0, 0.1f, 10, 0, 0, 1), QEL_OK);
     EXPECT_EQ(PixelOf(result.Get(), 1, 0), (Bytes{1, 0, 200, 255}));
-    EXPECT_EQ(PixelOf(result.Get(), 0, 0), fill);  // -1.0 is outside
+    EXPECT_EQ(PixelOf(result.Get(), 0, 0), kOutside);  // -1.0 is outside
     ASSERT_EQ(Transform()->Skew(Positions(7, 5, 24).Get(), result.Out(), 0, 0, 0, 0, 0, 1), QEL_OK);
     EXPECT_EQ(qel::PixelsOf(result.Get()).colourModel, QEL_MODEL_ARGB);
     EXPECT_EQ(PixelOf(result.Get(), 6, 4), (Bytes{6, 4, 200, 255}));
     for (float gain : {float(kNaN), float(kInf), 3e38f}) {
         ASSERT_EQ(Transform()->Skew(source.Get(), result.Out(), gain, gain, 2147483647, 0, 0, 0), QEL_OK);
-        EXPECT_EQ(PixelOf(result.Get(), 5, 0), fill) << gain;
+        EXPECT_EQ(PixelOf(result.Get(), 5, 0), kOutside) << gain;
     }
 }
 
-TEST(Quad, AlignedRectangleKeepsPixelsInsideABlackMarginAndDerivesSizes) {
+TEST(Quad, AlignedRectangleMarginSizesBlendingOfFourAndWildCorners) {
     auto source = Positions(100, 50);
     SmartPtr<IQEL> result;
     ASSERT_EQ(Transform()->Quad(source.Get(), result.Out(), 0, 0, 100, 0, 0, 50, 100, 50, 0, 0, 0), QEL_OK);
@@ -58,18 +59,16 @@ TEST(Quad, AlignedRectangleKeepsPixelsInsideABlackMarginAndDerivesSizes) {
     // Top 30, bottom 44.7; left 20, right 41.2.
     ASSERT_EQ(Transform()->Quad(source.Get(), result.Out(), 0, 0, 30, 0, 0, 20, 40, 40, 0, 65536, 0), QEL_OK);
     EXPECT_EQ(SizeAndFormat(result.Get()), (std::vector<int>{30, 20, 32, QEL_MODEL_ARGB}));
-}
-
-TEST(Quad, BlendAveragesFourOneAxisBlendsAndWildCornersStayInside) {
-    auto source = Uniform(6, 6, 24, 0);
-    PutColour(source.Get(), 2, 2, PackColor(100, 0, 255, 0));   // p00
-    PutColour(source.Get(), 3, 2, PackColor(20, 255, 255, 0));  // p10
-    PutColour(source.Get(), 2, 3, PackColor(40, 0, 255, 0));    // p01
-    PutColour(source.Get(), 3, 3, PackColor(8, 0, 0, 0));       // p11
+    // Four neighbours blended around (2, 2).
+    auto four = Uniform(6, 6, 24, 0);
+    PutColour(four.Get(), 2, 2, PackColor(100, 0, 255, 0));   // p00
+    PutColour(four.Get(), 3, 2, PackColor(20, 255, 255, 0));  // p10
+    PutColour(four.Get(), 2, 3, PackColor(40, 0, 255, 0));    // p01
+    PutColour(four.Get(), 3, 3, PackColor(8, 0, 0, 0));       // p11
     // The scan runs from (2, 2) to (4, 2) in four steps of half a pixel.
     SmartPtr<IQEL> blended, copied;
-    ASSERT_EQ(Transform()->Quad(source.Get(), blended.Out(), 2, 2, 4, 2, 2, 3, 4, 3, 4, 1, 1), QEL_OK);
-    ASSERT_EQ(Transform()->Quad(source.Get(), copied.Out(), 2, 2, 4, 2, 2, 3, 4, 3, 4, 1, 0), QEL_OK);
+    ASSERT_EQ(Transform()->Quad(four.Get(), blended.Out(), 2, 2, 4, 2, 2, 3, 4, 3, 4, 1, 1), QEL_OK);
+    ASSERT_EQ(Transform()->Quad(four.Get(), copied.Out(), 2, 2, 4, 2, 2, 3, 4, 3, 4, 1, 0), QEL_OK);
     // (3 * p00 + 3 * p10 + p01 + p11) / 8, rounded: blue 408 / 8, green 765 / 8, red 1785 / 8.
     EXPECT_EQ(PixelOf(blended.Get(), 1, 0), (Bytes{51, 96, 223}));
     EXPECT_EQ(PixelOf(copied.Get(), 1, 0), (Bytes{20, 255, 255}));  // rounded to column 3
@@ -77,7 +76,6 @@ TEST(Quad, BlendAveragesFourOneAxisBlendsAndWildCornersStayInside) {
     EXPECT_EQ(PixelOf(blended.Get(), 0, 0), (Bytes{65, 64, 255}));
 
     auto positions = Positions(8, 8);
-    SmartPtr<IQEL> result;
     // Zero-length edges step nowhere: every pixel samples the start point.
     ASSERT_EQ(Transform()->Quad(positions.Get(), result.Out(), 3, 4, 3, 4, 3, 4, 3, 4, 3, 2, 0), QEL_OK);
     EXPECT_EQ(PixelBytes(result.Get()), PixelBytes(Uniform(3, 2, 32, PackColor(3, 4, 200, 9)).Get()));
@@ -95,9 +93,10 @@ TEST(Quad, BlendAveragesFourOneAxisBlendsAndWildCornersStayInside) {
 PointMap Identity([](double&, double&) {});
 PointMap Doubling([](double& x, double& y) { x *= 2, y *= 2; });
 
-TEST(Transform, IdentityShiftDoublingAndWildMapsAtEveryDepth) {
+TEST(Transform, IdentityShiftDoublingAndWildMapsAtEveryDepthAlsoPasted) {
     for (int bpp : {8, 24, 32}) {
-        SmartPtr<BufferImage> source = Random(16, 7, bpp, bpp, 3, true);
+        SmartPtr<BufferImage> source = Random(16, 7, bpp, bpp, 3, true), target = Random(5, 4, bpp, 8, 2);
+        const Bytes before = target->Snapshot();
         const Bytes fill = bpp == 32 ? Bytes{0, 0, 0, 0xFF} : Bytes(static_cast<size_t>(bpp / 8), 0);
         SmartPtr<IQEL> copy, shifted, doubled;
         ASSERT_EQ(Transform()->Transform(&Identity, source.Get(), copy.Out(), 0, 0, 0, 0, 0, 0), QEL_OK);
@@ -112,20 +111,21 @@ TEST(Transform, IdentityShiftDoublingAndWildMapsAtEveryDepth) {
                 EXPECT_EQ(PixelOf(doubled.Get(), x, y),
                           x < 8 && y < 4 ? PixelOf(source.Get(), 2 * x, 2 * y) : fill);
             }
-        // Points that are not numbers or far away count as outside.
-        for (double wild : {kNaN, kInf, -kInf, 1e300, -1e300, 2147483648.0}) {
+        // Points that are not numbers or far away count as outside; pasting them writes nothing.
+        for (double wild : {kNaN, kInf, -kInf, 1e300, -1e300, 2147483648.0, -2147483649.0}) {
             PointMap map([wild](double& x, double& y) { x = wild, y = y * wild; });
             SmartPtr<IQEL> result;
             ASSERT_EQ(Transform()->Transform(&map, source.Get(), result.Out(), 0, 0, 5, 3, 0, 0), QEL_OK);
             for (int n = 0; n < 15; ++n) EXPECT_EQ(PixelOf(result.Get(), n % 5, n / 5), fill) << wild;
+            EXPECT_EQ(Transform()->TransformPaste(&map, source.Get(), target.Get(), 3, 3, 0, 0), QEL_OK);
         }
-        EXPECT_TRUE(source->GuardsIntact());
+        EXPECT_EQ(target->Snapshot(), before) << bpp;
+        EXPECT_TRUE(source->GuardsIntact() && target->GuardsIntact());
         EXPECT_EQ(RefCountOf(source.Get()), 1u);
     }
     auto noAlpha = TestHost().NewImage(2, 2, 32, QEL_MODEL_BGR);
     SmartPtr<IQEL> result;
-    PointMap away([](double& x, double&) { x = -1; });
-    ASSERT_EQ(Transform()->Transform(&away, noAlpha.Get(), result.Out(), 0, 0, 0, 0, 0, 0), QEL_OK);
+    ASSERT_EQ(Transform()->Transform(&Identity, noAlpha.Get(), result.Out(), 10, 0, 0, 0, 0, 0), QEL_OK);
     EXPECT_EQ(PixelBytes(result.Get()), Bytes(16, 0));  // no alpha model: black fill
     auto empty = TestHost().NewImage(0, 3, 24, QEL_MODEL_BGR);
     EXPECT_EQ(Transform()->Transform(&Identity, empty.Get(), result.Out(), 0, 0, 0, 0, 0, 0), QEL_E_FAIL);
@@ -138,7 +138,7 @@ Bytes Pasted(ITransform* map, IQEL* source, int width, int height, int x, int y,
     return PixelBytes(target.Get());
 }
 
-TEST(TransformPaste, GapRulesOfEachDepthAndFillVoids) {
+TEST(TransformPaste, GapRulesOfEachDepthFillVoidsAndMatchingDepths) {
     // 8 bits write a neighbour too, but never into the last column.
     EXPECT_EQ(Pasted(&Identity, HostImage(4, 2, 8, {1, 2, 3, 4, 5, 6, 7, 8}).Get(), 5, 3, 0, 0, 1),
               (Bytes{1, 2, 3, 3, 0, 5, 6, 7, 7, 0, 5, 6, 7, 0, 0}));
@@ -165,23 +165,9 @@ TEST(TransformPaste, GapRulesOfEachDepthAndFillVoids) {
     PointMap spread([](double& x, double& y) { x = 2 * x + 1, y = 1; });
     EXPECT_EQ(Pasted(&spread, HostImage(2, 1, 32, {0, 0, 0, 0x80, 10, 20, 30, 0x40}).Get(), 4, 3, 0, 0, 1),
               Ints({0, 0, 0, 0, 0, 1, int(0xFF1E140A), 0x401E140A, 0, 0, 0, 0}));
-}
-
-TEST(TransformPaste, WildMapsWriteNothingAndDepthsMustMatch) {
-    for (int bpp : {8, 24, 32}) {
-        SmartPtr<BufferImage> source = Random(5, 4, bpp, 7, 1, true), target = Random(5, 4, bpp, 8, 2);
-        const Bytes before = target->Snapshot();
-        for (double wild : {kNaN, kInf, -kInf, 1e300, -2147483649.0}) {
-            PointMap map([wild](double& x, double& y) { x = wild, y *= wild; });
-            EXPECT_EQ(Transform()->TransformPaste(&map, source.Get(), target.Get(), 3, 3, 0, 0), QEL_OK);
-        }
-        EXPECT_EQ(target->Snapshot(), before) << bpp;
-        EXPECT_TRUE(target->GuardsIntact());
-    }
-    auto target24 = HostImage(2, 2, 24, {});
-    EXPECT_EQ(
-        Transform()->TransformPaste(&Identity, HostImage(2, 2, 32, {}).Get(), target24.Get(), 0, 0, 0, 0),
-        QEL_E_INVALIDARG);
+    EXPECT_EQ(Transform()->TransformPaste(&Identity, HostImage(2, 2, 32, {}).Get(),
+                                          HostImage(2, 2, 24, {}).Get(), 0, 0, 0, 0),
+              QEL_E_INVALIDARG);  // depths must match
 }
 
 // A mode with alpha on the position image: each pixel names the source pixel
@@ -192,9 +178,8 @@ SmartPtr<IQELImageDIB> Deformed(int mode, float factor = 1) {
     return image;
 }
 Bytes From(int x, int y) { return {static_cast<unsigned char>(x), static_cast<unsigned char>(y), 200, 255}; }
-const Bytes kOutside{0, 0, 200, 1};
 
-TEST(CircleTransform, EachModesCentreRadiusAndCorners) {
+TEST(CircleTransform, EachModesCentreRadiusCornersFoldingWithoutAlphaAndTinyImages) {
     // Centre (50, 50), Rmax 70: three corners lie beyond it ((99, 99), at 69.3, does not).
     const struct {
         int mode;
@@ -209,8 +194,7 @@ TEST(CircleTransform, EachModesCentreRadiusAndCorners) {
         {3, From(0, 0), From(25, 50), From(50, 50)},
     };
     for (const auto& c : cases) {
-        auto image = Deformed(c.mode);
-        EXPECT_EQ(qel::PixelsOf(image.Get()).bitCount, 32);  // withAlpha turns 24 bits into 32
+        auto image = Deformed(c.mode);  // withAlpha turns 24 bits into 32: four bytes a pixel
         EXPECT_EQ(PixelOf(image.Get(), 50, 50), c.centre) << c.mode;
         EXPECT_EQ(PixelOf(image.Get(), 50, 15), c.up35) << c.mode;
         EXPECT_EQ(PixelOf(image.Get(), 85, 50), c.right35) << c.mode;
@@ -230,9 +214,6 @@ TEST(CircleTransform, EachModesCentreRadiusAndCorners) {
     // Swirl factor 0: the angle is infinite (NaN at the centre), every point is outside.
     auto flat = Deformed(2, 0);
     EXPECT_EQ(PixelBytes(flat.Get()), PixelBytes(Uniform(100, 100, 32, PackColor(0, 0, 200, 1)).Get()));
-}
-
-TEST(CircleTransform, FoldingWithoutAlphaAndTinyImages) {
     // Mode 4 and above fold columns within their block.
     auto fold = Deformed(4);
     for (int x = 0; x < 8; ++x) EXPECT_EQ(PixelOf(fold.Get(), x, 50), kOutside) << x;
@@ -240,8 +221,7 @@ TEST(CircleTransform, FoldingWithoutAlphaAndTinyImages) {
     for (const auto& c : columns) EXPECT_EQ(PixelOf(fold.Get(), c[0], 50), From(c[1], 50)) << c[0];
     EXPECT_EQ(PixelBytes(Deformed(9).Get()), PixelBytes(fold.Get()));
     auto image = Positions(100, 100, 24);
-    ASSERT_EQ(Deform()->CircleTransform(image.Get(), 0, 0, 1), QEL_OK);
-    EXPECT_EQ(qel::PixelsOf(image.Get()).bitCount, 24);
+    ASSERT_EQ(Deform()->CircleTransform(image.Get(), 0, 0, 1), QEL_OK);  // stays 24 bits: three bytes a pixel
     EXPECT_EQ(PixelOf(image.Get(), 99, 0), (Bytes{0, 0, 200}));
     EXPECT_EQ(PixelOf(image.Get(), 85, 50), (Bytes{67, 50, 200}));
     auto single = HostImage(1, 1, 32, {10, 20, 30, 40});
