@@ -80,8 +80,7 @@ TEST_F(QelFiles, LosslessFormatsKeepEveryPixel) {
     Ok("qel sample resample 37x23 rgba.pam && qel grey.pam threshold 100 bilevel.pbm && "
        "qel bilevel.pbm --keep-depth bilevel.pam");
     // threshold gives 8-bit 0/255; the PBM holds it as 1 bit.
-    EXPECT_EQ(ReadFile(Path("bilevel.pbm")).substr(0, 7), "P4\n7 5\n");
-    EXPECT_EQ(ReadFile(Path("bilevel.pbm")).size(), 7u + 5);
+    EXPECT_EQ(ReadFile(Path("bilevel.pbm")), "P4\n7 5\n\xC2\x0E\x76\xC2\x1E");
     const struct {
         std::string source, options, described;
         char pngDepth, pngColourType;
@@ -101,11 +100,8 @@ TEST_F(QelFiles, LosslessFormatsKeepEveryPixel) {
         }
         EXPECT_EQ(ReadFile(Path("a.png")).substr(24, 2), (std::string{row.pngDepth, row.pngColourType}));
     }
-    // BMP and GIF hold a bilevel image as two palette colours.
-    for (const std::string format : {"bmp", "gif"})
-        ExpectSameFile("qel bilevel.pbm --keep-depth b." + format + " && qel b." + format + " back.pbm",
-                       "bilevel.pbm");
-    // GIF: up to 256 colours are kept exactly.
+    // GIF holds a bilevel image as two palette colours, and up to 256 colours exactly.
+    ExpectSameFile("qel bilevel.pbm --keep-depth b.gif && qel b.gif back.pbm", "bilevel.pbm");
     ExpectSameFile("qel sample resample 16x12 few.ppm", "qel few.ppm f.gif && qel f.gif back.ppm");
     // With --keep-palette, the GIF's palette image keeps its palette through TIFF, BMP and PNG.
     for (const std::string format : {"tif", "bmp", "png"}) {
@@ -302,9 +298,8 @@ TEST_F(QelFiles, HostileFilesAreRefusedWithOneLine) {
                                         {"damaged.", damaged, ""}};
         for (const auto& [name, bytes, reason] : files) {
             WriteFile(Path(name + format), bytes);
-            if (name != "damaged." || Run(name + format + " blur out.png").status != 0) {
+            if (name != "damaged." || Run(name + format + " blur out.png").status != 0)
                 ExpectFailure(name + format + " blur out.png", 1, "qel: " + name + format + ": " + reason);
-            }
         }
     }
     std::string bmp = ReadFile(Path("good.bmp")), png = ReadFile(Path("good.png"));
