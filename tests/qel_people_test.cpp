@@ -148,10 +148,17 @@ TEST_F(People, RotateTurnsClockwiseForEveryAngleAndHalfTurnsExactly) {
         for (int c = 0; c < 4; ++c) ASSERT_EQ(half[n * 4 + c], source[(14 - n) * 4 + c]) << n;
 }
 
-TEST_F(People, CurvesRoundAlikeRisingAndFalling) {
+TEST_F(People, CurvesThresholdAndGreyScaleOnEveryGreyLevel) {
     // Every grey level once, out of order.
-    WriteFile(Path("ramp.pam"), Pam(256, 1, 1, "GRAYSCALE", Gradient(256, 1, 1)));
+    const Samples levels = Gradient(256, 1, 1);
+    WriteFile(Path("ramp.pam"), Pam(256, 1, 1, "GRAYSCALE", levels));
     ExpectSameFile("qel ramp.pam lut 0:255,255:0 lut.pam", "qel ramp.pam negative negative.pam");
+    // Each pixel on its own: white exactly above the level; grey stays as it is.
+    Ok("qel ramp.pam threshold 100 bw.pam && qel ramp.pam grayscale grey.pam");
+    Samples bw;
+    for (const uint8_t level : levels) bw.push_back(level > 100 ? 255 : 0);
+    EXPECT_EQ(PamSamples("bw.pam"), bw);
+    EXPECT_EQ(PamSamples("grey.pam"), levels);
     // Half-way values round up on both kinds of segment: 0:0,2:1 gives 1 at 1; 0:1,2:0 gives 1 at 1.
     WriteFile(Path("three.pam"), Pam(3, 1, 1, "GRAYSCALE", {0, 1, 2}));
     Ok("qel three.pam lut 0:0,2:1 up.pam && qel three.pam lut 0:1,2:0 down.pam");
