@@ -460,7 +460,7 @@ TEST(MathsVectorSteps, MixRowEqualsTheScalarRuleOnEveryBytePair) {
 }
 
 // Results past the cache-sized threshold are written with streaming stores
-// from the first 16-byte boundary of each row: rows of 1203 pixels start at
+// from the first 64-byte boundary of each row: rows of 1203 pixels start at
 // every alignment. Every byte must still be the clamped sum (divisor 0) or
 // the clamped four-fold sum (divisor 2).
 TEST(MathsVectorSteps, LargeAddsGiveTheClampedSumsOnEveryRow) {
