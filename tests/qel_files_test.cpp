@@ -79,8 +79,8 @@ TEST_F(QelFiles, LosslessFormatsKeepEveryPixel) {
     WriteFile(Path("rgb.pam"), Pam(7, 5, 3, "RGB", Gradient(7, 5, 3)));
     Ok("qel sample resample 37x23 rgba.pam && qel grey.pam threshold 100 bilevel.pbm && "
        "qel bilevel.pbm --keep-depth bilevel.pam");
-    // threshold gives 8-bit 0/255; the PBM holds it as 1 bit.
-    EXPECT_EQ(ReadFile(Path("bilevel.pbm")), "P4\n7 5\n\xC2\x0E\x76\xC2\x1E");
+    // threshold gives 8-bit 0/255 (white above 100); the PBM holds it as 1 bit, a set bit black.
+    EXPECT_EQ(ReadFile(Path("bilevel.pbm")), std::string("P4\n7 5\n\xE0\x86\x38\xE0\x0E", 12));
     const struct {
         std::string source, options, described;
         char pngDepth, pngColourType;
