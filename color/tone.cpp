@@ -187,7 +187,8 @@ void WriteGreyInto(const ImageView& source, const ImageView& grey, SimdTier wide
                 const int inside = static_cast<int>(std::min<ptrdiff_t>(source.width, held - 2));
                 const auto at = [&](int n) { return n < held ? in[n] : 0; };
                 for (int x = wide ? GreyRow8Wide(in, out, inside) : 0; x < source.width; ++x)
-                    out[x] = static_cast<unsigned char>((117 * in[x] + 601 * at(x + 1) + 306 * at(x + 2)) >> 10);
+                    out[x] =
+                        static_cast<unsigned char>((117 * in[x] + 601 * at(x + 1) + 306 * at(x + 2)) >> 10);
             }
             break;
         case 24:

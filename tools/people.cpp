@@ -334,7 +334,8 @@ QResult GrayScaleOfPixels(IQELColorTransform* colour, IQEL* image) {
     return image != nullptr && IsGreyEightBit(image) ? QEL_OK : colour->GrayScale(image);
 }
 
-QResult ThresholdOfPixels(IQELColorTransform* colour, const qel::Host& host, int level, SmartPtr<IQEL>* image) {
+QResult ThresholdOfPixels(IQELColorTransform* colour, const qel::Host& host, int level,
+                          SmartPtr<IQEL>* image) {
     if (!*image || !IsGreyEightBit(image->Get())) return colour->Threshold(image->Get(), level);
     SmartPtr<IQEL> twin = FromRaster(host, ToRaster(image->Get()), 24, QEL_MODEL_BGR);
     if (!twin) return QEL_E_OUTOFMEMORY;

@@ -85,7 +85,8 @@ QResult RotateClockwise(IQELTransform* transform, const qel::Host& host, IQEL* i
 // leaves it; Threshold runs on its 24-bit twin, and the result comes back as
 // grey. Other images go to the module as they are.
 QResult GrayScaleOfPixels(IQELColorTransform* colour, IQEL* image);
-QResult ThresholdOfPixels(IQELColorTransform* colour, const qel::Host& host, int level, SmartPtr<IQEL>* image);
+QResult ThresholdOfPixels(IQELColorTransform* colour, const qel::Host& host, int level,
+                          SmartPtr<IQEL>* image);
 
 // Add with the whole image computed: on 32-bit images the module leaves the
 // last quarter of every row as created, so colour and alpha are added as two

@@ -21,7 +21,8 @@ struct TurnMap {
 
     // For a float or a GCC vector of turned-frame x positions on one row.
     template <class V>
-    __attribute__((always_inline)) void SourceOf(const V& turnedX, float turnedY, V* sourceX, V* sourceY) const {
+    __attribute__((always_inline)) void SourceOf(const V& turnedX, float turnedY, V* sourceX,
+                                                 V* sourceY) const {
         *sourceX = cosine * turnedX + sine * turnedY + shiftX;
         *sourceY = cosine * turnedY - sine * turnedX + shiftY;
     }
