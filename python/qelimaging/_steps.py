@@ -131,6 +131,10 @@ def _with_alpha(image):
     return np.concatenate([colour, np.full(colour.shape[:2] + (1,), 255, dtype=np.uint8)], axis=2)
 
 
+def _is_grey(image):
+    return isinstance(image, np.ndarray) and image.ndim == 2 and image.dtype == np.uint8
+
+
 class Step:
     """One operation of a chain: the package function's name and its arguments."""
 
@@ -140,6 +144,14 @@ class Step:
     def __call__(self, image):
         if self.function in _ALPHA:
             image = _with_alpha(image)
+        if self.function in ("grayscale", "threshold") and _is_grey(image):
+            # As qel does: the module's 8-bit GrayScale, which Threshold starts
+            # with, mixes each byte with the two after it; grey stays as it is,
+            # and threshold runs on the 24-bit twin and comes back grey.
+            if self.function == "grayscale":
+                return image
+            twin = np.repeat(image[:, :, None], 3, axis=2)
+            return np.ascontiguousarray(ops.threshold(twin, **self.params)[:, :, 0])
         return getattr(ops, self.function)(image, **self.params)
 
     def __repr__(self):

@@ -76,7 +76,8 @@ def test_folder_loses_nothing_to_a_killed_worker_gives_qel_bytes_and_reruns_noth
 # Words qel runs through its own layer: alpha given to images without it, and
 # rotate's clockwise turns, edges and corners.
 ADAPTED = ["alpha 128", "alphakey 90 000000", "transparent FFFFFF", "rotate 90", "rotate 30 --method lanczos",
-           "rotate 12.5", "rotate -40 --keep-size --background 336699", "rotate 200 --alpha"]
+           "rotate 12.5", "rotate -40 --keep-size --background 336699", "rotate 200 --alpha", "threshold 100",
+           "grayscale"]
 
 
 def test_words_qel_adapts_give_qels_bytes(tmp_path):
