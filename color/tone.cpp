@@ -185,10 +185,14 @@ void WriteGreyInto(const ImageView& source, const ImageView& grey, SimdTier wide
                 unsigned char* out = grey.Row(y);
                 const ptrdiff_t held = source.End() - in;  // bytes from `in` on that are the image's
                 const int inside = static_cast<int>(std::min<ptrdiff_t>(source.width, held - 2));
+                const auto grey8 = [](int a, int b, int c) {
+                    return static_cast<unsigned char>((117 * a + 601 * b + 306 * c) >> 10);
+                };
+                int x = wide ? GreyRow8Wide(in, out, inside) : 0;
+                for (; x < inside; ++x) out[x] = grey8(in[x], in[x + 1], in[x + 2]);
+                // At most the last two pixels, where the image may end.
                 const auto at = [&](int n) { return n < held ? in[n] : 0; };
-                for (int x = wide ? GreyRow8Wide(in, out, inside) : 0; x < source.width; ++x)
-                    out[x] =
-                        static_cast<unsigned char>((117 * in[x] + 601 * at(x + 1) + 306 * at(x + 2)) >> 10);
+                for (; x < source.width; ++x) out[x] = grey8(in[x], at(x + 1), at(x + 2));
             }
             break;
         case 24:
